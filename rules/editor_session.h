@@ -1,0 +1,24 @@
+// The editing loop of `rule edit`: editor, parser, and again until the text
+// parses or the user gives up.
+#pragma once
+
+#include <boost/json/array.hpp>
+
+#include <cstdio>
+#include <optional>
+#include <string>
+
+namespace halvo::rules {
+
+// Lets the user edit the rule text at `path` and returns the rule set it
+// holds.  When the text does not parse (the parser has said why) asks
+// "Edit again [y/n]? " and edits the very same text again on 'y'.  Returns
+// nothing when the user gives up or the editor cannot be run; the file is
+// never rewritten or deleted here, so it keeps the user's last text.
+std::optional<boost::json::array> loadRulesFromEditor(const std::string& path);
+
+// The same, with the prompts on `out` and their answers read from `in`.
+std::optional<boost::json::array> loadRulesFromEditor(const std::string& path, std::FILE* in,
+                                                      std::FILE* out);
+
+} // namespace halvo::rules
