@@ -1,0 +1,113 @@
+#include "listings/connection_list.h"
+
+#include <boost/json/parse.hpp>
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+
+namespace {
+
+namespace json = boost::json;
+using halvo::listings::outputConnectionList;
+
+std::string printed(std::string_view replyJson) {
+    char* data = nullptr;
+    std::size_t size = 0;
+    std::FILE* out = open_memstream(&data, &size);
+    outputConnectionList(json::parse(replyJson).as_object(), out);
+    std::fclose(out);
+    std::string text(data, size);
+    std::free(data);
+    return text;
+}
+
+const std::string header = "Type\tIP/Name\t\tPort/PID\n";
+
+TEST(ConnectionListTest, ReplyWithoutConnectionArrayPrintsNothing) {
+    EXPECT_EQ(printed(R"({})"), "");
+    EXPECT_EQ(printed(R"({"connections": "none"})"), "");
+}
+
+TEST(ConnectionListTest, EmptyConnectionArrayPrintsTheHeaderOnly) {
+    EXPECT_EQ(printed(R"({"connections": []})"), header);
+}
+
+struct LineCase {
+    const char* element;
+    const char* expectedLine;
+};
+
+// Names shorter than 8 bytes get a second tab; 8 bytes and more get one.
+TEST(ConnectionListTest, LinesArePaddedByNameLength) {
+    const LineCase cases[] = {
+        {R"({"type": "net", "addr": "10.0.0.7", "port": 32999})", "net\t10.0.0.7\t32999\n"},
+        {R"({"type": "net", "addr": "10.0.07", "port": 32999})", "net\t10.0.07\t\t32999\n"},
+        {R"({"type": "net", "addr": "", "port": 0})", "net\t\t\t0\n"},
+        {R"({"type": "net", "addr": "fe80::1ff:fe23:4567:890a", "port": 443})",
+         "net\tfe80::1ff:fe23:4567:890a\t443\n"},
+        // "é" is two bytes: seven characters, eight bytes.
+        {R"({"type": "rdesk", "app": "Viewér1", "pid": 812})", "rdesk\tViewér1\t812\n"},
+        {R"({"type": "rdesk", "app": "Viewer", "pid": 812})", "rdesk\tViewer\t\t812\n"},
+    };
+    for (const LineCase& c : cases) {
+        EXPECT_EQ(printed(std::string(R"({"connections": [)") + c.element + "]}"),
+                  header + c.expectedLine)
+            << c.element;
+    }
+}
+
+TEST(ConnectionListTest, NumbersAreShownAsSixteenBitValues) {
+    const LineCase cases[] = {
+        {R"({"type": "rdesk", "app": "Viewer", "pid": 70000})", "rdesk\tViewer\t\t4464\n"},
+        {R"({"type": "rdesk", "app": "Viewer", "pid": 65535})", "rdesk\tViewer\t\t65535\n"},
+        {R"({"type": "net", "addr": "host", "port": 65536})", "net\thost\t\t0\n"},
+        {R"({"type": "net", "addr": "host", "port": -1})", "net\thost\t\t65535\n"},
+    };
+    for (const LineCase& c : cases) {
+        EXPECT_EQ(printed(std::string(R"({"connections": [)") + c.element + "]}"),
+                  header + c.expectedLine)
+            << c.element;
+    }
+}
+
+TEST(ConnectionListTest, MalformedElementsAreLeftOutAndTheRestPrint) {
+    const char* const malformed[] = {
+        R"({"addr": "10.0.0.7", "port": 1})",
+        R"({"type": "Net", "addr": "10.0.0.7", "port": 1})",
+        R"({"type": "tcp", "addr": "10.0.0.7", "port": 1})",
+        R"({"type": 1, "addr": "10.0.0.7", "port": 1})",
+        R"({"type": "net", "port": 1})",
+        R"({"type": "net", "addr": "10.0.0.7"})",
+        R"({"type": "net", "addr": 10, "port": 1})",
+        R"({"type": "net", "addr": "10.0.0.7", "port": "1"})",
+        R"({"type": "net", "addr": "10.0.0.7", "port": true})",
+        // Each type reads its own keys only.
+        R"({"type": "net", "app": "Viewer", "pid": 1})",
+        R"({"type": "rdesk", "addr": "10.0.0.7", "port": 1})",
+        R"("net")",
+        R"(null)",
+    };
+    const std::string goodLine = "rdesk\tViewer\t\t812\n";
+    const std::string good = R"({"type": "rdesk", "app": "Viewer", "pid": 812, "port": 1})";
+    for (const char* element : malformed) {
+        EXPECT_EQ(printed(R"({"connections": [)" + std::string(element) + "," + good + "," +
+                          element + "]}"),
+                  header + goodLine)
+            << element;
+    }
+}
+
+TEST(ConnectionListTest, LinesKeepArrayOrder) {
+    EXPECT_EQ(printed(R"({"connections": [
+                  {"type": "rdesk", "app": "Screen Sharing", "pid": 4021},
+                  {"type": "net", "addr": "192.168.1.20", "port": 32999},
+                  {"type": "net", "addr": "10.0.0.2", "port": 50001}]})"),
+              header + "rdesk\tScreen Sharing\t4021\n"
+                       "net\t192.168.1.20\t32999\n"
+                       "net\t10.0.0.2\t50001\n");
+}
+
+} // namespace
