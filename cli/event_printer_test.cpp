@@ -1,0 +1,161 @@
+#include "cli/event_printer.h"
+
+#include <boost/json/parse.hpp>
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <limits>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace {
+
+namespace json = boost::json;
+using halvo::cli::eventTimestamp;
+using halvo::cli::printEvent;
+
+// Sun Nov 22 07:01:02 2026 UTC.
+constexpr std::time_t sundayMorning = 1795330862;
+const std::string stamp = "[Sun Nov 22 07:01:02 2026]:";
+
+// Runs every test in a known time zone and puts the caller's back after.
+class EventPrinterTest : public testing::Test {
+protected:
+    void SetUp() override {
+        if (const char* zone = std::getenv("TZ")) {
+            savedZone_ = zone;
+        }
+        useZone("UTC");
+    }
+    void TearDown() override {
+        if (savedZone_) {
+            setenv("TZ", savedZone_->c_str(), 1);
+        } else {
+            unsetenv("TZ");
+        }
+        tzset();
+    }
+    static void useZone(const char* zone) {
+        setenv("TZ", zone, 1);
+        tzset();
+    }
+
+private:
+    std::optional<std::string> savedZone_;
+};
+
+std::string printed(std::uint32_t command, std::string_view payloadJson,
+                    std::time_t now = sundayMorning) {
+    char* data = nullptr;
+    std::size_t size = 0;
+    std::FILE* out = open_memstream(&data, &size);
+    printEvent(command, json::parse(payloadJson).as_object(), out, now);
+    std::fclose(out);
+    std::string text(data, size);
+    std::free(data);
+    return text;
+}
+
+TEST_F(EventPrinterTest, TimestampIsTheLocalTimeInBrackets) {
+    EXPECT_EQ(eventTimestamp(sundayMorning), stamp);
+    EXPECT_EQ(eventTimestamp(0), "[Thu Jan  1 00:00:00 1970]:");
+    EXPECT_EQ(eventTimestamp(253402300799), "[Fri Dec 31 23:59:59 9999]:");
+    useZone("XYZ-3");
+    EXPECT_EQ(eventTimestamp(sundayMorning), "[Sun Nov 22 10:01:02 2026]:");
+}
+
+TEST_F(EventPrinterTest, TimestampFallsBackToDashWhenTheTimeCannotBeShown) {
+    // Beyond the years that the broken-down time can hold.
+    EXPECT_EQ(eventTimestamp(std::numeric_limits<std::time_t>::max()), "-");
+    // A five-digit year does not fit the fixed 24-character layout.
+    EXPECT_EQ(eventTimestamp(253402300800), "-");
+}
+
+struct EventCase {
+    const char* title;
+    std::uint32_t command;
+    const char* payload;
+    std::string expected;
+};
+
+TEST_F(EventPrinterTest, DeviceAndHostEventsPrintOneLineEach) {
+    const EventCase cases[] = {
+        {"device without peer", 4, R"({"id": 3, "name": "USB Keyboard", "state": "free"})",
+         stamp + " device id:3 \"USB Keyboard\" got free\n"},
+        {"device with peer", 4,
+         R"({"id": 3, "name": "USB Keyboard", "state": "shared", "addr": "10.0.0.7"})",
+         stamp + " device id:3 \"USB Keyboard\" got shared@10.0.0.7\n"},
+        {"device with empty peer", 4, R"({"id": 3, "name": "Disk", "state": "shared", "addr": ""})",
+         stamp + " device id:3 \"Disk\" got shared@\n"},
+        {"device with peer of the wrong type", 4,
+         R"({"id": 3, "name": "Disk", "state": "free", "addr": 7})",
+         stamp + " device id:3 \"Disk\" got free\n"},
+        {"device id wraps to 32 bits", 4, R"({"id": -1, "name": "Disk", "state": "free"})",
+         stamp + " device id:4294967295 \"Disk\" got free\n"},
+        {"host", 5, R"({"addr": "192.168.1.20", "port": 32999, "state": "connected"})",
+         stamp + " host 192.168.1.20:32999 is connected\n"},
+        {"host port is 32-bit", 5, R"({"addr": "h", "port": 70000, "state": "gone"})",
+         stamp + " host h:70000 is gone\n"},
+        {"daemon text with format characters", 5,
+         R"({"addr": "%s%n", "port": 1, "state": "100% \"up\""})",
+         stamp + " host %s%n:1 is 100% \"up\"\n"},
+    };
+    for (const EventCase& c : cases) {
+        EXPECT_EQ(printed(c.command, c.payload), c.expected) << c.title;
+    }
+}
+
+TEST_F(EventPrinterTest, EventsWithoutTheirRequiredKeysAreDropped) {
+    const EventCase cases[] = {
+        {"device without id", 4, R"({"name": "Disk", "state": "free"})", ""},
+        {"device without name", 4, R"({"id": 3, "state": "free", "addr": "10.0.0.7"})", ""},
+        {"device without state", 4, R"({"id": 3, "name": "Disk"})", ""},
+        {"device id as text", 4, R"({"id": "3", "name": "Disk", "state": "free"})", ""},
+        {"device id as boolean", 4, R"({"id": true, "name": "Disk", "state": "free"})", ""},
+        {"device name as number", 4, R"({"id": 3, "name": 1, "state": "free"})", ""},
+        {"host without addr", 5, R"({"port": 1, "state": "up"})", ""},
+        {"host without port", 5, R"({"addr": "h", "state": "up"})", ""},
+        {"host without state", 5, R"({"addr": "h", "port": 1})", ""},
+        {"host port as text", 5, R"({"addr": "h", "port": "1", "state": "up"})", ""},
+        {"host event keys under the device code", 4, R"({"addr": "h", "port": 1, "state": "up"})",
+         ""},
+    };
+    for (const EventCase& c : cases) {
+        EXPECT_EQ(printed(c.command, c.payload), c.expected) << c.title;
+    }
+}
+
+TEST_F(EventPrinterTest, OtherCommandCodesPrintNothing) {
+    const std::string deviceEvent = R"({"id": 3, "name": "Disk", "state": "free"})";
+    for (std::uint32_t command : {0u, 1u, 3u, 6u, 11u, 0xffffffffu}) {
+        EXPECT_EQ(printed(command, deviceEvent), "") << command;
+    }
+}
+
+TEST_F(EventPrinterTest, UnconvertibleTimeStillPrintsTheEvent) {
+    EXPECT_EQ(printed(5, R"({"addr": "h", "port": 1, "state": "up"})",
+                      std::numeric_limits<std::time_t>::max()),
+              "- host h:1 is up\n");
+}
+
+TEST_F(EventPrinterTest, CurrentTimeStampsTheLine) {
+    const std::time_t before = std::time(nullptr);
+    char* data = nullptr;
+    std::size_t size = 0;
+    std::FILE* out = open_memstream(&data, &size);
+    printEvent(5, json::parse(R"({"addr": "h", "port": 1, "state": "up"})").as_object(), out);
+    std::fclose(out);
+    const std::string line(data, size);
+    std::free(data);
+    const std::time_t after = std::time(nullptr);
+
+    const std::string tail = " host h:1 is up\n";
+    const std::string expectedStart = eventTimestamp(before);
+    const std::string expectedEnd = eventTimestamp(after);
+    EXPECT_TRUE(line == expectedStart + tail || line == expectedEnd + tail) << line;
+}
+
+} // namespace
