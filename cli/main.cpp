@@ -1,1 +1,5 @@
-int main() { return 0; }
+#include "cli/app.h"
+
+int main(int argc, char** argv) {
+    return halvo::cli::run(argc, argv);
+}

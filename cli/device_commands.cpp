@@ -1,0 +1,88 @@
+#include "cli/device_commands.h"
+
+#include "cli/exit_status.h"
+#include "cli/reply_status.h"
+#include "link/packet.h"
+#include "listings/device_list.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace halvo::cli {
+
+using link::CommandCode;
+using link::QVHalvoIPCClient;
+namespace json = boost::json;
+
+void installDeviceList(Session& session) {
+    session.onConnected([](QVHalvoIPCClient& client) { client.getDeviceList(); });
+    session.onData([](QVHalvoIPCClient&, std::uint32_t code, const json::object& reply) {
+        if (code == link::code(CommandCode::deviceList)) {
+            listings::outputDeviceList(reply, stdout);
+            std::exit(exitStatus::success);
+        }
+    });
+}
+
+void installDeviceUnplug(Session& session) {
+    const std::uint32_t deviceId = session.invocation.deviceId;
+    session.onConnected(
+        [deviceId](QVHalvoIPCClient& client) { client.requestDisconnectDevice(deviceId); });
+    session.onData([](QVHalvoIPCClient&, std::uint32_t code, const json::object& reply) {
+        if (code != link::code(CommandCode::disconnectDevice)) {
+            return;
+        }
+        // Lenient: a reply without a status is success. Unplug has no
+        // not-found message of its own.
+        ReplyStatus status = readStatus(reply);
+        if (status == ReplyStatus::absent || status == ReplyStatus::ok) {
+            std::exit(exitStatus::success);
+        }
+        exitInternalError();
+    });
+}
+
+namespace {
+
+void onRuleInserted(QVHalvoIPCClient& client, const json::object& reply) {
+    switch (readStatus(reply)) {
+    case ReplyStatus::ok:
+        client.endRuleTransaction(true);
+        return;
+    case ReplyStatus::notFound:
+        std::fputs("The device has not been found.\n", stderr);
+        std::exit(exitStatus::notFound);
+    default:
+        exitInternalError();
+    }
+}
+
+} // namespace
+
+void installDeviceRule(Session& session) {
+    const std::uint32_t deviceId = session.invocation.deviceId;
+    const char* action = session.invocation.command == Command::devShare ? "share" : "block";
+    session.onConnected([](QVHalvoIPCClient& client) { client.startRuleTransaction(); });
+    session.onData([deviceId, action](QVHalvoIPCClient& client, std::uint32_t code,
+                                      const json::object& reply) {
+        switch (static_cast<CommandCode>(code)) {
+        case CommandCode::startRuleTransaction:
+            if (!isStrictOk(reply) || !client.insertRuleForDevice(deviceId, action)) {
+                exitInternalError();
+            }
+            return;
+        case CommandCode::insertRuleForDevice:
+            onRuleInserted(client, reply);
+            return;
+        case CommandCode::endRuleTransaction:
+            if (!isStrictOk(reply)) {
+                exitInternalError();
+            }
+            std::exit(exitStatus::success);
+        default:
+            return;
+        }
+    });
+}
+
+} // namespace halvo::cli

@@ -1,0 +1,14 @@
+#include "cli/monitor_command.h"
+
+#include "cli/event_printer.h"
+
+#include <cstdio>
+
+namespace halvo::cli {
+
+void installMonitor(Session& session) {
+    session.onData([](link::QVHalvoIPCClient&, std::uint32_t code,
+                      const boost::json::object& event) { printEvent(code, event, stdout); });
+}
+
+} // namespace halvo::cli

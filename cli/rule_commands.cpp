@@ -1,0 +1,207 @@
+#include "cli/rule_commands.h"
+
+#include "cli/exit_status.h"
+#include "cli/reply_status.h"
+#include "link/packet.h"
+#include "rules/editor_session.h"
+#include "rules/rule_file_writer.h"
+#include "rules/rule_printer.h"
+#include "rules/rule_sources.h"
+#include "util/json_fields.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <unistd.h>
+
+namespace halvo::cli {
+
+using link::CommandCode;
+using link::QVHalvoIPCClient;
+namespace json = boost::json;
+
+json::array prepareRuleSet(const RuleSource& source) {
+    if (source.announceStdin) {
+        std::puts("(reading from stdin. Press ^D to finish.)");
+    }
+    std::optional<json::array> rules = rules::load_rule_file(source.path);
+    if (!rules) {
+        std::exit(exitStatus::failure);
+    }
+    return std::move(*rules);
+}
+
+namespace {
+
+// Every rule transaction opens with code 6; the commands below go on only
+// on a strict "ok".
+void requireOk(const json::object& reply) {
+    if (!isStrictOk(reply)) {
+        exitInternalError();
+    }
+}
+
+// The commit that ends `rule load` and `rule edit` (no path ever rolls
+// back: a failure ends the process with the transaction open).
+void commitOnLoaded(QVHalvoIPCClient& client, const json::object& reply) {
+    requireOk(reply);
+    client.endRuleTransaction(true);
+}
+
+} // namespace
+
+void installRuleList(Session& session) {
+    const std::uint32_t numbered = session.invocation.withoutIndex ? 0 : 1;
+    session.onConnected([](QVHalvoIPCClient& client) { client.startRuleTransaction(); });
+    session.onData(
+        [numbered](QVHalvoIPCClient& client, std::uint32_t code, const json::object& reply) {
+            switch (static_cast<CommandCode>(code)) {
+            case CommandCode::startRuleTransaction:
+                requireOk(reply);
+                client.getRuleList();
+                return;
+            case CommandCode::ruleList:
+                std::exit(rules::outputRuleList(reply, numbered, stdout));
+            default:
+                return;
+            }
+        });
+}
+
+void installRuleLoad(Session& session) {
+    std::shared_ptr<RuleSlots> slots = session.slots;
+    session.onConnected([](QVHalvoIPCClient& client) { client.startRuleTransaction(); });
+    session.onData([slots](QVHalvoIPCClient& client, std::uint32_t code, const json::object& reply) {
+        switch (static_cast<CommandCode>(code)) {
+        case CommandCode::startRuleTransaction:
+            requireOk(reply);
+            if (!client.loadRuleList(slots->ruleSet ? &*slots->ruleSet : nullptr)) {
+                exitInternalError();
+            }
+            return;
+        case CommandCode::loadRuleList:
+            commitOnLoaded(client, reply);
+            return;
+        case CommandCode::endRuleTransaction:
+            requireOk(reply);
+            std::exit(exitStatus::success);
+        default:
+            return;
+        }
+    });
+}
+
+namespace {
+
+// The user edits the daemon's rules in a private copy while the link and
+// the transaction wait. The copy stays on disk until the daemon has taken
+// the edited set, so no failure loses the user's edits.
+void editAndLoad(QVHalvoIPCClient& client, RuleSlots& slots, const json::object& reply) {
+    std::optional<std::string> path = rules::rules2file(reply);
+    if (!path) {
+        std::exit(exitStatus::failure);
+    }
+    slots.editPath = std::move(*path);
+    slots.ruleSet = rules::loadRulesFromEditor(slots.editPath);
+    if (!slots.ruleSet) {
+        std::exit(exitStatus::failure);
+    }
+    if (!client.loadRuleList(&*slots.ruleSet)) {
+        exitInternalError();
+    }
+}
+
+} // namespace
+
+void installRuleEdit(Session& session) {
+    std::shared_ptr<RuleSlots> slots = session.slots;
+    session.onConnected([](QVHalvoIPCClient& client) { client.startRuleTransaction(); });
+    session.onData([slots](QVHalvoIPCClient& client, std::uint32_t code, const json::object& reply) {
+        switch (static_cast<CommandCode>(code)) {
+        case CommandCode::startRuleTransaction:
+            requireOk(reply);
+            client.getRuleList();
+            return;
+        case CommandCode::ruleList:
+            editAndLoad(client, *slots, reply); // the list's own status is not looked at
+            return;
+        case CommandCode::loadRuleList:
+            commitOnLoaded(client, reply);
+            return;
+        case CommandCode::endRuleTransaction:
+            requireOk(reply);
+            unlink(slots->editPath.c_str());
+            std::puts("Sharing rules have been successfully updated.");
+            std::exit(exitStatus::success);
+        default:
+            return;
+        }
+    });
+}
+
+namespace {
+
+constexpr const char* kTestSubject = "Device";
+
+// rule test checks every packet, whatever its code, before looking at it.
+void requireTestStatusOk(const json::object& reply) {
+    switch (readStatus(reply)) {
+    case ReplyStatus::ok:
+        return;
+    case ReplyStatus::notFound:
+        printStatusAndExit(exitStatus::notFound, kTestSubject);
+    default:
+        printStatusAndExit(exitStatus::failure, kTestSubject);
+    }
+}
+
+[[noreturn]] void printVerdict(const json::object& reply) {
+    std::optional<std::string_view> verdict = util::getString(reply, "verdict");
+    if (!verdict) {
+        printStatusAndExit(exitStatus::failure, kTestSubject);
+    }
+    std::fwrite(verdict->data(), 1, verdict->size(), stdout);
+    std::fputc('\n', stdout);
+    printStatusAndExit(exitStatus::success, kTestSubject);
+}
+
+} // namespace
+
+void installRuleTest(Session& session) {
+    std::shared_ptr<RuleSlots> slots = session.slots;
+    const std::uint32_t deviceId = session.invocation.deviceId;
+    const bool remoteDesktop = session.invocation.remoteDesktop;
+    const char* host = session.invocation.host;
+    auto sendTest = [deviceId, remoteDesktop, host](QVHalvoIPCClient& client) {
+        bool sent = remoteDesktop ? client.testRuleForDevice(deviceId, "rdesk", nullptr)
+                                  : client.testRuleForDevice(deviceId, "net", host);
+        if (!sent) {
+            printStatusAndExit(exitStatus::failure, kTestSubject);
+        }
+    };
+    session.onConnected([](QVHalvoIPCClient& client) { client.startRuleTransaction(); });
+    session.onData([slots, sendTest](QVHalvoIPCClient& client, std::uint32_t code,
+                                     const json::object& reply) {
+        requireTestStatusOk(reply);
+        switch (static_cast<CommandCode>(code)) {
+        case CommandCode::startRuleTransaction:
+            if (slots->ruleSet) {
+                // The set is loaded for the test only: it is never committed.
+                if (!client.loadRuleList(&*slots->ruleSet)) {
+                    printStatusAndExit(exitStatus::failure, kTestSubject);
+                }
+                return;
+            }
+            sendTest(client);
+            return;
+        case CommandCode::loadRuleList:
+            sendTest(client);
+            return;
+        case CommandCode::testRule:
+            printVerdict(reply);
+        default:
+            return;
+        }
+    });
+}
+
+} // namespace halvo::cli

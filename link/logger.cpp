@@ -1,0 +1,70 @@
+#include "link/logger.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <syslog.h>
+
+namespace halvo::link {
+
+void Logger::info(const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    writeFormatted(LogLevel::info, format, args);
+    va_end(args);
+}
+
+void Logger::error(const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    writeFormatted(LogLevel::error, format, args);
+    va_end(args);
+}
+
+void Logger::writeFormatted(LogLevel level, const char* format, va_list args) {
+    va_list measure;
+    va_copy(measure, args);
+    int length = std::vsnprintf(nullptr, 0, format, measure);
+    va_end(measure);
+    if (length < 0) {
+        return;
+    }
+    std::string message(static_cast<std::size_t>(length), '\0');
+    std::vsnprintf(message.data(), message.size() + 1, format, args);
+    write(level, message);
+}
+
+namespace {
+
+class SystemLogger final : public Logger {
+public:
+    SystemLogger(std::string subsystem, std::string category)
+        : tag_(std::move(subsystem) + "[" + std::move(category) + "]") {}
+
+protected:
+    void write(LogLevel level, std::string_view message) override {
+        int priority = level == LogLevel::error ? LOG_ERR : LOG_INFO;
+        syslog(priority, "%s: %.*s", tag_.c_str(), static_cast<int>(message.size()),
+               message.data());
+    }
+
+private:
+    std::string tag_;
+};
+
+} // namespace
+
+std::shared_ptr<Logger> makeSystemLogger(std::string subsystem, std::string category) {
+    return std::make_shared<SystemLogger>(std::move(subsystem), std::move(category));
+}
+
+std::vector<CapturingLogger::Entry> CapturingLogger::entries() const {
+    std::lock_guard lock(mutex_);
+    return entries_;
+}
+
+void CapturingLogger::write(LogLevel level, std::string_view message) {
+    std::lock_guard lock(mutex_);
+    entries_.push_back({level, std::string(message)});
+}
+
+} // namespace halvo::link

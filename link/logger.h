@@ -1,0 +1,51 @@
+// The link's log: info and error levels, one subsystem and category.
+// Messages about an object begin with "<%p>: " (its address).
+#pragma once
+
+#include <cstdarg>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace halvo::link {
+
+enum class LogLevel { info, error };
+
+class Logger {
+public:
+    virtual ~Logger() = default;
+
+    void info(const char* format, ...) __attribute__((format(printf, 2, 3)));
+    void error(const char* format, ...) __attribute__((format(printf, 2, 3)));
+
+protected:
+    virtual void write(LogLevel level, std::string_view message) = 0;
+
+private:
+    void writeFormatted(LogLevel level, const char* format, va_list args)
+        __attribute__((format(printf, 3, 0)));
+};
+
+// The system log: syslog(3), each message tagged with subsystem and category.
+std::shared_ptr<Logger> makeSystemLogger(std::string subsystem, std::string category);
+
+// Keeps every message in memory, for tests.
+class CapturingLogger final : public Logger {
+public:
+    struct Entry {
+        LogLevel level;
+        std::string message;
+    };
+    std::vector<Entry> entries() const;
+
+protected:
+    void write(LogLevel level, std::string_view message) override;
+
+private:
+    mutable std::mutex mutex_;
+    std::vector<Entry> entries_;
+};
+
+} // namespace halvo::link

@@ -1,0 +1,19 @@
+#include "link/tcp_connection.h"
+
+namespace halvo::link {
+
+bool QVTCPConnection::initWithString(const char* host, std::uint16_t port,
+                                     std::shared_ptr<Logger> logger) {
+    if (!initWithAddress(host, port, logger)) {
+        logger->error("cannot initialize TCP connection object");
+        return false;
+    }
+    return true;
+}
+
+bool QVTCPConnection::start() {
+    connect();
+    return true;
+}
+
+} // namespace halvo::link

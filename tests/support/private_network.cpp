@@ -1,0 +1,90 @@
+#include "tests/support/private_network.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <net/if.h>
+#include <sched.h>
+#include <sys/file.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace halvo::testing {
+
+namespace {
+
+bool writeFile(const char* path, const char* text) {
+    int fd = open(path, O_WRONLY | O_CLOEXEC);
+    if (fd < 0) {
+        return false;
+    }
+    ssize_t length = static_cast<ssize_t>(std::strlen(text));
+    bool ok = write(fd, text, static_cast<size_t>(length)) == length;
+    close(fd);
+    return ok;
+}
+
+// Keeps our own uid and gid inside the new user namespace, so that files the
+// tests create belong to the real user.
+bool mapOwnIds(uid_t uid, gid_t gid) {
+    char line[64];
+    std::snprintf(line, sizeof line, "%u %u 1\n", static_cast<unsigned>(uid),
+                  static_cast<unsigned>(uid));
+    if (!writeFile("/proc/self/uid_map", line)) {
+        return false;
+    }
+    writeFile("/proc/self/setgroups", "deny");
+    std::snprintf(line, sizeof line, "%u %u 1\n", static_cast<unsigned>(gid),
+                  static_cast<unsigned>(gid));
+    return writeFile("/proc/self/gid_map", line);
+}
+
+bool bringLoopbackUp() {
+    int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (fd < 0) {
+        return false;
+    }
+    ifreq request{};
+    std::strncpy(request.ifr_name, "lo", IFNAMSIZ - 1);
+    bool ok = ioctl(fd, SIOCGIFFLAGS, &request) == 0;
+    if (ok) {
+        request.ifr_flags = static_cast<short>(request.ifr_flags | IFF_UP);
+        ok = ioctl(fd, SIOCSIFFLAGS, &request) == 0;
+    }
+    close(fd);
+    return ok;
+}
+
+bool enterNamespace() {
+    const uid_t uid = getuid();
+    const gid_t gid = getgid();
+    if (unshare(CLONE_NEWUSER | CLONE_NEWNET) == 0) {
+        mapOwnIds(uid, gid);
+        return bringLoopbackUp();
+    }
+    // Root without user namespaces may still make a network namespace.
+    return unshare(CLONE_NEWNET) == 0 && bringLoopbackUp();
+}
+
+void lockSharedPort() {
+    int fd = open("/tmp/halvo-tests-port-32999.lock", O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+    if (fd >= 0) {
+        while (flock(fd, LOCK_EX) != 0 && errno == EINTR) {
+        }
+        // Kept open on purpose: the lock ends with the process.
+    }
+}
+
+} // namespace
+
+bool isolateDaemonPort() {
+    if (enterNamespace()) {
+        return true;
+    }
+    lockSharedPort();
+    return false;
+}
+
+} // namespace halvo::testing

@@ -1,0 +1,14 @@
+// Gives an end-to-end test process the daemon's fixed port to itself.
+#pragma once
+
+namespace halvo::testing {
+
+// Moves the calling process into a network namespace of its own with the
+// loopback interface up (unshare of a user and a network namespace, so no
+// privilege is needed); every child inherits it. Where namespaces are not
+// available, takes a lock on the port shared by all test processes instead
+// and holds it until the process ends. Must run before any thread starts.
+// Returns true when a private namespace was entered.
+bool isolateDaemonPort();
+
+} // namespace halvo::testing

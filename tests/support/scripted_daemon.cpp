@@ -1,0 +1,200 @@
+#include "tests/support/scripted_daemon.h"
+
+#include "link/packet.h"
+
+#include <boost/json/parse.hpp>
+
+#include <arpa/inet.h>
+#include <cerrno>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <stdexcept>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace halvo::testing {
+
+namespace {
+
+void writeAll(int fd, std::string_view bytes) {
+    while (!bytes.empty()) {
+        ssize_t written = ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        if (written < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            return; // the utility has gone; the test judges by its outcome
+        }
+        bytes.remove_prefix(static_cast<std::size_t>(written));
+    }
+}
+
+// Waits for the descriptor to become readable, watching the stop flag.
+bool waitReadable(int fd, const std::atomic<bool>& stopping) {
+    while (!stopping) {
+        pollfd entry{fd, POLLIN, 0};
+        int ready = ::poll(&entry, 1, 50);
+        if (ready > 0) {
+            return true;
+        }
+        if (ready < 0 && errno != EINTR) {
+            return false;
+        }
+    }
+    return false;
+}
+
+// Reads exactly `size` bytes; false at the end of the stream or on stop.
+bool readExactly(int fd, char* out, std::size_t size, const std::atomic<bool>& stopping) {
+    std::size_t filled = 0;
+    while (filled < size) {
+        if (!waitReadable(fd, stopping)) {
+            return false;
+        }
+        ssize_t count = ::recv(fd, out + filled, size - filled, 0);
+        if (count <= 0) {
+            if (count < 0 && errno == EINTR) {
+                continue;
+            }
+            return false;
+        }
+        filled += static_cast<std::size_t>(count);
+    }
+    return true;
+}
+
+} // namespace
+
+boost::json::object ReceivedPacket::json() const {
+    if (payload.empty()) {
+        return {};
+    }
+    return boost::json::parse(payload).as_object();
+}
+
+void PeerConnection::send(std::uint32_t command, std::string_view json) {
+    sendRaw(link::encodePacket(command, json));
+}
+
+void PeerConnection::sendHeader(std::uint32_t command, std::uint32_t size) {
+    link::HeaderBytes header = link::encodeHeader({command, size});
+    sendRaw(std::string_view(reinterpret_cast<const char*>(header.data()), header.size()));
+}
+
+void PeerConnection::sendRaw(std::string_view bytes) {
+    if (fd_ >= 0) {
+        writeAll(fd_, bytes);
+    }
+}
+
+void PeerConnection::sendInPieces(std::string_view bytes, std::size_t pieceSize,
+                                  std::chrono::microseconds pause) {
+    while (!bytes.empty() && fd_ >= 0) {
+        std::size_t size = std::min(pieceSize, bytes.size());
+        sendRaw(bytes.substr(0, size));
+        bytes.remove_prefix(size);
+        std::this_thread::sleep_for(pause);
+    }
+}
+
+void PeerConnection::close() {
+    if (fd_ >= 0) {
+        ::shutdown(fd_, SHUT_RDWR);
+        ::close(fd_);
+        fd_ = -1;
+    }
+}
+
+ScriptedDaemon::ScriptedDaemon(std::uint16_t port) : port_(port) {}
+
+ScriptedDaemon::~ScriptedDaemon() {
+    stopping_ = true;
+    if (thread_.joinable()) {
+        thread_.join();
+    }
+    if (listener_ >= 0) {
+        ::close(listener_);
+    }
+}
+
+void ScriptedDaemon::replyTo(std::uint32_t command, std::string json) {
+    fixedReplies_.emplace_back(command, std::move(json));
+    packetScript_ = [this](const ReceivedPacket& packet, PeerConnection& peer) {
+        for (const auto& [code, reply] : fixedReplies_) {
+            if (code == packet.command) {
+                peer.send(code, reply);
+            }
+        }
+    };
+}
+
+void ScriptedDaemon::start() {
+    listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    int yes = 1;
+    ::setsockopt(listener_, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port_);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (::bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+        ::listen(listener_, 4) != 0) {
+        throw std::runtime_error("scripted daemon cannot listen on its port");
+    }
+    thread_ = std::thread([this] { serve(); });
+}
+
+void ScriptedDaemon::join() {
+    if (thread_.joinable()) {
+        thread_.join();
+    }
+}
+
+std::vector<ReceivedPacket> ScriptedDaemon::received() const {
+    std::lock_guard lock(mutex_);
+    return received_;
+}
+
+void ScriptedDaemon::serve() {
+    if (!waitReadable(listener_, stopping_)) {
+        return;
+    }
+    int fd = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+    if (fd < 0) {
+        return;
+    }
+    int yes = 1;
+    ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &yes, sizeof yes);
+    session(fd);
+}
+
+void ScriptedDaemon::session(int fd) {
+    PeerConnection peer(fd);
+    if (acceptScript_) {
+        acceptScript_(peer);
+    }
+    while (!peer.closed()) {
+        char header[link::kHeaderSize];
+        if (!readExactly(fd, header, sizeof header, stopping_)) {
+            break;
+        }
+        link::PacketHeader decoded =
+            link::decodeHeader(reinterpret_cast<const unsigned char*>(header));
+        ReceivedPacket packet;
+        packet.command = decoded.command;
+        packet.payload.resize(decoded.size);
+        if (decoded.size > 0 && !readExactly(fd, packet.payload.data(), decoded.size, stopping_)) {
+            break;
+        }
+        {
+            std::lock_guard lock(mutex_);
+            received_.push_back(packet);
+        }
+        if (packetScript_) {
+            packetScript_(packet, peer);
+        }
+    }
+    peer.close();
+}
+
+} // namespace halvo::testing

@@ -1,0 +1,90 @@
+// A daemon peer for end-to-end tests: listens on a TCP port, accepts one
+// connection, records every packet the utility sends and answers as the test
+// scripts it, malformed packets and closes mid-packet included.
+#pragma once
+
+#include <boost/json/object.hpp>
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+namespace halvo::testing {
+
+struct ReceivedPacket {
+    std::uint32_t command = 0;
+    std::string payload; // the JSON text as sent; empty for a bare header
+
+    // The payload parsed; an empty object for a bare header.
+    boost::json::object json() const;
+};
+
+// What a script can do to the connection. Every call writes at once.
+class PeerConnection {
+public:
+    explicit PeerConnection(int fd) : fd_(fd) {}
+
+    // A well-formed packet.
+    void send(std::uint32_t command, std::string_view json);
+    // A header claiming `size`, whatever follows.
+    void sendHeader(std::uint32_t command, std::uint32_t size);
+    void sendRaw(std::string_view bytes);
+    // The bytes in pieces of `pieceSize`, with a pause between pieces.
+    void sendInPieces(std::string_view bytes, std::size_t pieceSize,
+                      std::chrono::microseconds pause = std::chrono::microseconds(200));
+    // Closes the connection; the session ends.
+    void close();
+    bool closed() const { return fd_ < 0; }
+
+private:
+    int fd_;
+};
+
+class ScriptedDaemon {
+public:
+    using AcceptScript = std::function<void(PeerConnection&)>;
+    using PacketScript = std::function<void(const ReceivedPacket&, PeerConnection&)>;
+
+    explicit ScriptedDaemon(std::uint16_t port = 32999);
+    ~ScriptedDaemon();
+    ScriptedDaemon(const ScriptedDaemon&) = delete;
+    ScriptedDaemon& operator=(const ScriptedDaemon&) = delete;
+
+    // Run when the connection is accepted, before anything is read.
+    void onAccept(AcceptScript script) { acceptScript_ = std::move(script); }
+    // Run for every packet received.
+    void onPacket(PacketScript script) { packetScript_ = std::move(script); }
+    // Answers each request code with a fixed reply payload; requests of
+    // other codes get no answer.
+    void replyTo(std::uint32_t command, std::string json);
+
+    // Binds and listens at once (so a client started after this returns
+    // finds the port open), then serves one connection in a thread.
+    void start();
+    // Waits for the session to end (the peer closed, or the script did).
+    void join();
+
+    std::vector<ReceivedPacket> received() const;
+
+private:
+    void serve();
+    void session(int fd);
+
+    std::uint16_t port_;
+    int listener_ = -1;
+    std::thread thread_;
+    std::atomic<bool> stopping_{false};
+    AcceptScript acceptScript_;
+    PacketScript packetScript_;
+    std::vector<std::pair<std::uint32_t, std::string>> fixedReplies_;
+    mutable std::mutex mutex_;
+    std::vector<ReceivedPacket> received_;
+};
+
+} // namespace halvo::testing
