@@ -1,0 +1,60 @@
+// The known keys of one rule record, found in a single walk over it.
+//
+// The printer looks at some twenty keys of every record; looking each one up
+// by name would scan the record twenty times.  One walk that files every
+// known key under its slot keeps printing linear in the size of the records.
+// The values are left untyped: the reader decides, through the shared JSON
+// lookups, whether a value has the type it needs.
+#pragma once
+
+#include <boost/json/object.hpp>
+#include <boost/json/value.hpp>
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+namespace halvo::rules {
+
+enum class RecordKey : std::uint8_t {
+    Action,
+    Quick,
+    Host,
+    NotHost,
+    Rdesk,
+    Name,
+    NameMatch,
+    NotName,
+    BuiltIn,
+    Vid,
+    Pid,
+    Rev,
+    NotHwid,
+    Serial,
+    NotSerial,
+    Port,
+    NotPort,
+    Class,
+    Subclass,
+    Protocol,
+    NotClass,
+    OverrideName,
+    OverrideSerial,
+    Takeaway,
+    Count
+};
+
+class RecordFields {
+  public:
+    explicit RecordFields(const boost::json::object& record);
+
+    // The value stored under `key`, or null when the record lacks it.
+    const boost::json::value* operator[](RecordKey key) const {
+        return values_[static_cast<std::size_t>(key)];
+    }
+
+  private:
+    std::array<const boost::json::value*, static_cast<std::size_t>(RecordKey::Count)> values_{};
+};
+
+} // namespace halvo::rules

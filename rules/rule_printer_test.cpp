@@ -1,0 +1,146 @@
+#include "rules/rule_printer.h"
+
+#include "rules/rule_testing.h"
+
+#include <boost/json/parse.hpp>
+#include <gtest/gtest.h>
+
+namespace {
+
+namespace json = boost::json;
+using halvo::rules::testing::printReply;
+
+json::object reply(std::string_view text) {
+    return json::parse(text).as_object();
+}
+
+struct LineCase {
+    const char* record;
+    const char* line; // without the line feed
+};
+
+void expectLines(const LineCase* begin, const LineCase* end) {
+    for (const LineCase* c = begin; c != end; ++c) {
+        const json::object rules{{"rules", json::array{json::parse(c->record)}}};
+        const auto result = printReply(rules, 0);
+        EXPECT_EQ(result.out, std::string(c->line) + "\n") << c->record;
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(result.err, "");
+    }
+}
+
+TEST(RulePrinterTest, WritesEveryClauseInItsFixedOrder) {
+    const auto result = printReply(reply(R"({"rules": [{
+        "takeaway": true, "override-name": "Key", "class": 8, "subclass": 6, "protocol": 80,
+        "port": "1-2", "serial": "A1B2", "pid": 21863, "vid": 1921, "built-in": false,
+        "nameMatch": "contains", "name": "Token", "host": ["10.0.0.5", "lab-mac"],
+        "quick": true, "action": "share"}]})"),
+                                   1);
+    EXPECT_EQ(result.out, "1: share quick host \"10.0.0.5,lab-mac\" name contains \"Token\" "
+                          "!built-in hwid 0781:5567 serial \"A1B2\" port 1-2 class 08:06:50 "
+                          "override-name \"Key\" takeaway\n");
+}
+
+TEST(RulePrinterTest, FlagsAndNegations) {
+    const LineCase cases[] = {
+        {R"({"action": "block", "rdesk": false})", "block !rdesk"},
+        {R"({"action": "share", "rdesk": 1, "built-in": 0})", "share rdesk !built-in"},
+        {R"({"action": "share", "quick": false, "rdesk": true})", "share  rdesk"},
+        {R"({"action": "share", "quick": 2})", "share quick"},
+        {R"({"action": "share", "takeaway": false})", "share "},
+        {R"({"action": "share", "quick": "yes", "takeaway": null})", "share"},
+        {R"({"action": "share", "port": "3", "notPort": 1.5})", "share !port 3"},
+        {R"({"action": "share", "port": "3", "notPort": false})", "share port 3"},
+        {R"({"action": "share", "port": "3", "notPort": "true"})", "share port 3"},
+        {R"({"action": "share", "notSerial": true, "notHWID": true})", "share"},
+        {R"({"action": "allow"})", "allow"},
+    };
+    expectLines(std::begin(cases), std::end(cases));
+}
+
+TEST(RulePrinterTest, HostListExcludesRdesk) {
+    const LineCase cases[] = {
+        {R"({"action": "share", "host": [], "rdesk": true})", "share host \"\""},
+        {R"({"action": "share", "host": ["a", 5, "b"], "notHost": true})", "share !host \"a,b\""},
+        {R"({"action": "share", "host": [5, "b"]})", "share host \"b\""},
+        {R"({"action": "share", "host": "a", "rdesk": true})", "share rdesk"},
+    };
+    expectLines(std::begin(cases), std::end(cases));
+}
+
+TEST(RulePrinterTest, NameNeedsAKnownMatchMode) {
+    const LineCase cases[] = {
+        {R"({"action": "share", "name": "K", "nameMatch": "is", "notName": true})",
+         "share !name is \"K\""},
+        {R"({"action": "share", "name": "K"})", "share"},
+        {R"({"action": "share", "name": "K", "nameMatch": "equals"})", "share"},
+        {R"({"action": "share", "name": 5, "nameMatch": "is"})", "share"},
+    };
+    expectLines(std::begin(cases), std::end(cases));
+}
+
+TEST(RulePrinterTest, IdsAreHexGroupsEachNeedingTheOneBefore) {
+    const LineCase cases[] = {
+        {R"({"action": "share", "vid": 4660})", "share hwid 1234"},
+        {R"({"action": "share", "vid": 4660, "rev": 1})", "share hwid 1234"},
+        {R"({"action": "share", "pid": 1, "rev": 1})", "share"},
+        {R"({"action": "share", "vid": 74565, "pid": -1, "rev": 2.9})", "share hwid 2345:ffff:0002"},
+        {R"({"action": "share", "vid": "12"})", "share"},
+        {R"({"action": "share", "vid": true})", "share"},
+        {R"({"action": "share", "class": 511, "subclass": 4660, "protocol": 65537})",
+         "share class ff:1234:01"},
+        {R"({"action": "share", "class": 3, "protocol": 2})", "share class 03"},
+        {R"({"action": "share", "class": 3, "notClass": true, "notHWID": true})", "share !class 03"},
+    };
+    expectLines(std::begin(cases), std::end(cases));
+}
+
+TEST(RulePrinterTest, StringsArePrintedAsTheyAre) {
+    const LineCase cases[] = {
+        {R"({"action": "share", "serial": "a\"b\\c"})", R"(share serial "a"b\c")"},
+        {R"({"action": "share", "port": "1 #2"})", "share port 1 #2"},
+        {R"({"action": "share", "override-name": "", "override-serial": "x y"})",
+         R"(share override-name "" override-serial "x y")"},
+    };
+    expectLines(std::begin(cases), std::end(cases));
+}
+
+TEST(RulePrinterTest, SkippedElementsUseUpTheirNumber) {
+    const auto result = printReply(
+        reply(R"({"rules": [{"action": "share"}, 7, {"rdesk": true}, {"action": 1},
+                            {"action": "block"}]})"),
+        1);
+    EXPECT_EQ(result.out, "1: share\n5: block\n");
+    EXPECT_EQ(result.status, 0);
+}
+
+struct FailureCase {
+    const char* reply;
+    const char* message;
+};
+
+TEST(RulePrinterTest, FailuresWriteOnlyToStderr) {
+    const FailureCase cases[] = {
+        {R"({"status": "ok", "rules": [{"action": "share"}]})", "Internal error.\n"},
+        {R"({"status": "", "rules": []})", "Internal error.\n"},
+        {R"({})", "Rule list format error.\n"},
+        {R"({"rules": {"action": "share"}})", "Rule list format error.\n"},
+    };
+    for (const FailureCase& c : cases) {
+        const auto result = printReply(reply(c.reply), 1);
+        EXPECT_EQ(result.status, 5) << c.reply;
+        EXPECT_EQ(result.err, c.message) << c.reply;
+        EXPECT_EQ(result.out, "") << c.reply;
+    }
+}
+
+TEST(RulePrinterTest, NonStringStatusAndEmptyListAreFine) {
+    const auto listed = printReply(reply(R"({"status": 1, "rules": [{"action": "share"}]})"), 0);
+    EXPECT_EQ(listed.out, "share\n");
+    EXPECT_EQ(listed.status, 0);
+    const auto empty = printReply(reply(R"({"rules": []})"), 1);
+    EXPECT_EQ(empty.out, "");
+    EXPECT_EQ(empty.status, 0);
+}
+
+} // namespace
