@@ -1,47 +1,18 @@
 #include "listings/device_list.h"
 
+#include "listings/device_record.h"
 #include "listings/output_buffer.h"
 #include "util/json_fields.h"
 
 #include <cstddef>
-#include <cstdint>
-#include <optional>
-#include <string_view>
 
 namespace halvo::listings {
 
 namespace json = boost::json;
-using util::findKey;
-using util::getFlag;
-using util::getString;
-using util::getU32;
 
 namespace {
 
 constexpr std::size_t tabStop = 8;
-
-struct DeviceRow {
-    std::uint32_t id;
-    std::uint32_t vid;
-    std::uint32_t pid;
-    std::uint32_t rev;
-    bool builtIn;
-    std::string_view port;
-    std::string_view serial;
-    std::string_view name;
-    std::string_view state;
-    std::optional<std::string_view> addr;
-};
-
-// The port's width in UTF-8 bytes; elements that cannot be read count as 0
-// so that they do not disturb the alignment of the rows that do print.
-std::size_t portWidth(const json::value& element) {
-    const json::object* device = element.if_object();
-    if (device == nullptr) {
-        return 0;
-    }
-    return getString(*device, "port").value_or(std::string_view()).size();
-}
 
 std::size_t widestPort(const json::array& devices) {
     std::size_t widest = 0;
@@ -52,34 +23,6 @@ std::size_t widestPort(const json::array& devices) {
         }
     }
     return widest;
-}
-
-// The serial may be empty but must be there. A serial of any other JSON
-// type (a number, null, ...) has no text of its own to show, so such an
-// element is treated as malformed and left out like the others.
-std::optional<DeviceRow> readDevice(const json::value& element) {
-    const json::object* device = element.if_object();
-    if (device == nullptr) {
-        return std::nullopt;
-    }
-    auto id = getU32(*device, "id");
-    auto vid = id ? getU32(*device, "vid") : std::nullopt;
-    auto pid = vid ? getU32(*device, "pid") : std::nullopt;
-    auto rev = pid ? getU32(*device, "rev") : std::nullopt;
-    auto builtIn = rev ? getFlag(*device, "built-in") : std::nullopt;
-    auto port = builtIn ? getString(*device, "port") : std::nullopt;
-    auto serial = port ? getString(*device, "serial") : std::nullopt;
-    auto name = serial ? getString(*device, "name") : std::nullopt;
-    auto state = name ? getString(*device, "state") : std::nullopt;
-    if (!state) {
-        return std::nullopt;
-    }
-    // "addr" is optional, but one that is there must be text.
-    auto addr = getString(*device, "addr");
-    if (!addr && findKey(*device, "addr") != nullptr) {
-        return std::nullopt;
-    }
-    return DeviceRow{*id, *vid, *pid, *rev, *builtIn, *port, *serial, *name, *state, addr};
 }
 
 // The header's name label stands one tab stop left of the rows' name column
@@ -93,34 +36,38 @@ void writeHeader(OutputBuffer& buffer, std::size_t portStops) {
     buffer.text("Device name and status\n");
 }
 
-void writeRow(OutputBuffer& buffer, const DeviceRow& row, std::size_t portStops) {
-    buffer.decimal(row.id);
-    buffer.character('\t');
-    buffer.hex4(row.vid);
-    buffer.character(':');
-    buffer.hex4(row.pid);
-    buffer.character(':');
-    buffer.hex4(row.rev);
-    buffer.character('\t');
-    buffer.text(row.port);
-    buffer.character('\t');
-    buffer.repeat('\t', portStops - row.port.size() / tabStop);
-
-    buffer.text(row.name);
+void writeStatus(OutputBuffer& buffer, const DeviceRecord& device) {
     buffer.text(" /");
-    if (row.builtIn) {
+    if (device.builtIn) {
         buffer.text("built-in, ");
     }
-    buffer.text(row.state);
-    if (row.addr) {
+    buffer.text(device.state);
+    if (device.addr) {
         buffer.character('@');
-        buffer.text(*row.addr);
+        buffer.text(*device.addr);
     }
-    if (!row.serial.empty()) {
+    if (!device.serial.empty()) {
         buffer.text(", ");
-        buffer.text(row.serial);
+        buffer.text(device.serial);
     }
     buffer.text("/\n");
+}
+
+void writeRow(OutputBuffer& buffer, const DeviceRecord& device, std::size_t portStops) {
+    buffer.decimal(device.id);
+    buffer.character('\t');
+    buffer.hex4(device.vid);
+    buffer.character(':');
+    buffer.hex4(device.pid);
+    buffer.character(':');
+    buffer.hex4(device.rev);
+    buffer.character('\t');
+    buffer.text(device.port);
+    buffer.character('\t');
+    // portStops covers the widest port, so it never falls below this one's.
+    buffer.repeat('\t', portStops - device.port.size() / tabStop);
+    buffer.text(device.name);
+    writeStatus(buffer, device);
 }
 
 } // namespace
@@ -137,8 +84,8 @@ void outputDeviceList(const json::object& reply, std::FILE* out) {
     OutputBuffer buffer(out);
     writeHeader(buffer, portStops);
     for (const json::value& element : *devices) {
-        if (auto row = readDevice(element)) {
-            writeRow(buffer, *row, portStops);
+        if (auto device = readDeviceRecord(element)) {
+            writeRow(buffer, *device, portStops);
         }
     }
 }

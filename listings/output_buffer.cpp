@@ -1,7 +1,5 @@
 #include "listings/output_buffer.h"
 
-#include <cstring>
-
 namespace halvo::listings {
 
 void OutputBuffer::flush() {
@@ -11,33 +9,22 @@ void OutputBuffer::flush() {
     }
 }
 
-void OutputBuffer::makeRoom(std::size_t bytes) {
-    if (room() < bytes) {
-        flush();
+void OutputBuffer::textAfterFlush(std::string_view bytes) {
+    flush();
+    if (bytes.size() > block_.size()) {
+        // Too big to collect: pass it straight through.
+        std::fwrite(bytes.data(), 1, bytes.size(), out_);
+        return;
     }
+    std::memcpy(block_.data(), bytes.data(), bytes.size());
+    used_ = bytes.size();
 }
 
-void OutputBuffer::text(std::string_view bytes) {
-    if (bytes.size() > room()) {
-        flush();
-        if (bytes.size() > block_.size()) {
-            // Too big to collect: pass it straight through.
-            std::fwrite(bytes.data(), 1, bytes.size(), out_);
-            return;
-        }
-    }
-    std::memcpy(block_.data() + used_, bytes.data(), bytes.size());
-    used_ += bytes.size();
-}
-
-void OutputBuffer::character(char c) {
-    makeRoom(1);
-    block_[used_++] = c;
-}
-
-void OutputBuffer::repeat(char c, std::size_t count) {
+void OutputBuffer::repeatAcrossBlocks(char c, std::size_t count) {
     while (count > 0) {
-        makeRoom(1);
+        if (room() == 0) {
+            flush();
+        }
         std::size_t piece = count < room() ? count : room();
         std::memset(block_.data() + used_, c, piece);
         used_ += piece;

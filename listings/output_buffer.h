@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <string_view>
 
 namespace halvo::listings {
@@ -22,9 +23,31 @@ public:
     OutputBuffer(const OutputBuffer&) = delete;
     OutputBuffer& operator=(const OutputBuffer&) = delete;
 
-    void text(std::string_view bytes);
-    void character(char c);
-    void repeat(char c, std::size_t count);
+    void text(std::string_view bytes) {
+        if (bytes.size() > room()) {
+            textAfterFlush(bytes);
+            return;
+        }
+        std::memcpy(block_.data() + used_, bytes.data(), bytes.size());
+        used_ += bytes.size();
+    }
+
+    void character(char c) {
+        if (room() == 0) {
+            flush();
+        }
+        block_[used_++] = c;
+    }
+
+    void repeat(char c, std::size_t count) {
+        if (count > room()) {
+            repeatAcrossBlocks(c, count);
+            return;
+        }
+        std::memset(block_.data() + used_, c, count);
+        used_ += count;
+    }
+
     // Unsigned decimal, as "%u" prints it.
     void decimal(std::uint32_t number);
     // Lowercase hexadecimal, at least four digits, as "%04x" prints it.
@@ -35,11 +58,12 @@ public:
     void flush();
 
 private:
-    // Longest piece the number writers append in one go.
-    static constexpr std::size_t numberRoom = 16;
+    // Digits of the longest number the number writers append.
+    static constexpr std::size_t numberRoom = 10;
 
     std::size_t room() const { return block_.size() - used_; }
-    void makeRoom(std::size_t bytes);
+    void textAfterFlush(std::string_view bytes);
+    void repeatAcrossBlocks(char c, std::size_t count);
 
     std::FILE* out_;
     std::size_t used_ = 0;
