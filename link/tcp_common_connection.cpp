@@ -128,6 +128,11 @@ bool QVTCPCommonConnection::parseProtocolPacket(std::string_view) {
 
 void QVTCPCommonConnection::sent() {}
 
+QVTCPCommonConnection::PacketSize QVTCPCommonConnection::nextPacketSize() const {
+    std::shared_lock lock(pktSizeLock);
+    return {pktSizeMin, pktSizeMax};
+}
+
 void QVTCPCommonConnection::setNextPacketSize(std::uint32_t size) {
     setNextPacketSizeMin(size, size);
 }
@@ -139,13 +144,7 @@ void QVTCPCommonConnection::setNextPacketSizeMin(std::uint32_t min, std::uint32_
 }
 
 void QVTCPCommonConnection::receiveData() {
-    std::uint32_t min = 0;
-    std::uint32_t max = 0;
-    {
-        std::shared_lock lock(pktSizeLock);
-        min = pktSizeMin;
-        max = pktSizeMax;
-    }
+    const auto [min, max] = nextPacketSize();
     if (!conn) {
         return;
     }

@@ -53,6 +53,12 @@ public:
     bool parseProtocolPacket(std::string_view piece) override;
     void sent() override;
 
+    struct PacketSize {
+        std::uint32_t min;
+        std::uint32_t max;
+    };
+    // The bounds of the next receive, read together.
+    PacketSize nextPacketSize() const;
     void setNextPacketSize(std::uint32_t size);
     void setNextPacketSizeMin(std::uint32_t min, std::uint32_t max);
 

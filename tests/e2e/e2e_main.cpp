@@ -4,7 +4,7 @@
 
 int main(int argc, char** argv) {
     // Before any thread exists: a user namespace cannot be entered later.
-    halvo::testing::isolateDaemonPort();
+    halvo::testkit::isolateDaemonPort();
     testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();
 }

@@ -11,7 +11,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-namespace halvo::testing {
+namespace halvo::testkit {
 
 namespace {
 
@@ -87,4 +87,4 @@ bool isolateDaemonPort() {
     return false;
 }
 
-} // namespace halvo::testing
+} // namespace halvo::testkit

@@ -1,7 +1,7 @@
 // Gives an end-to-end test process the daemon's fixed port to itself.
 #pragma once
 
-namespace halvo::testing {
+namespace halvo::testkit {
 
 // Moves the calling process into a network namespace of its own with the
 // loopback interface up (unshare of a user and a network namespace, so no
@@ -11,4 +11,4 @@ namespace halvo::testing {
 // Returns true when a private namespace was entered.
 bool isolateDaemonPort();
 
-} // namespace halvo::testing
+} // namespace halvo::testkit

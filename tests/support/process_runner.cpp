@@ -10,7 +10,7 @@
 
 extern char** environ;
 
-namespace halvo::testing {
+namespace halvo::testkit {
 
 namespace {
 
@@ -183,4 +183,4 @@ RunResult runHalvoctl(const std::vector<std::string>& args, const RunOptions& op
 #endif
 }
 
-} // namespace halvo::testing
+} // namespace halvo::testkit

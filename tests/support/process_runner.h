@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-namespace halvo::testing {
+namespace halvo::testkit {
 
 struct RunOptions {
     std::optional<std::string> stdinData; // none: standard input is /dev/null
@@ -33,4 +33,4 @@ RunResult runProgram(const std::string& program, const std::vector<std::string>&
 // The halvoctl under test.
 RunResult runHalvoctl(const std::vector<std::string>& args, const RunOptions& options = {});
 
-} // namespace halvo::testing
+} // namespace halvo::testkit

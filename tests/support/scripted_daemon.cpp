@@ -13,7 +13,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-namespace halvo::testing {
+namespace halvo::testkit {
 
 namespace {
 
@@ -197,4 +197,4 @@ void ScriptedDaemon::session(int fd) {
     peer.close();
 }
 
-} // namespace halvo::testing
+} // namespace halvo::testkit

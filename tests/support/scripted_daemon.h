@@ -15,7 +15,7 @@
 #include <thread>
 #include <vector>
 
-namespace halvo::testing {
+namespace halvo::testkit {
 
 struct ReceivedPacket {
     std::uint32_t command = 0;
@@ -87,4 +87,4 @@ private:
     std::vector<ReceivedPacket> received_;
 };
 
-} // namespace halvo::testing
+} // namespace halvo::testkit

@@ -1,0 +1,120 @@
+// The command line: checks, messages, help placement and statuses, and the
+// first request each command puts on the wire.
+#include "tests/support/e2e.h"
+
+#include <gtest/gtest.h>
+
+namespace halvo::testkit {
+namespace {
+
+struct UsageCase {
+    std::vector<std::string> args;
+    std::string message; // before the help text on stderr
+};
+
+TEST(CommandLineTest, ErrorsPrintTheirMessageThenHelpOnStderrWithStatus22) {
+    const UsageCase cases[] = {
+        {{}, "Error: arguments must be specified.\n"},
+        {{"bogus"}, "Error: Invalid argument.\n"},
+        {{"Dev"}, "Error: Invalid argument.\n"},
+        {{"dev", "bogus"}, "Error: Invalid argument.\n"},
+        {{"conn", "List"}, "Error: Invalid argument.\n"},
+        {{"rule", "show"}, "Error: Invalid argument.\n"},
+        {{"dev", "unplug"}, "Error: device Id is missing.\n"},
+        {{"dev", "share"}, "Error: device Id is missing.\n"},
+        {{"dev", "block"}, "Error: device Id is missing.\n"},
+        {{"conn", "drop"}, "Error: hostname is missing.\n"},
+        {{"conn", "drop", "-p", "5"}, "Error: hostname is missing.\n"},
+        {{"conn", "kill"}, "Error: PID is missing.\n"},
+        {{"rule", "test", "-r"}, "Error: device Id is missing.\n"},
+        {{"rule", "test", "5"}, "Error: Host or Remote Desktop connection should be specified.\n"},
+        {{"rule", "list", "-x"}, "list: invalid option -- 'x'\n"},
+        {{"conn", "drop", "-p"}, "drop: option requires an argument -- 'p'\n"},
+        {{"rule", "test", "-h"}, "test: option requires an argument -- 'h'\n"},
+        {{"rule", "test", "-q", "-r", "5"}, "test: invalid option -- 'q'\n"},
+    };
+    for (const UsageCase& c : cases) {
+        RunResult run = runHalvoctl(c.args);
+        EXPECT_EQ(run.status, 22) << testing::PrintToString(c.args);
+        EXPECT_EQ(run.err, c.message + helpText()) << testing::PrintToString(c.args);
+        EXPECT_EQ(run.out, "") << testing::PrintToString(c.args);
+    }
+}
+
+TEST(CommandLineTest, HelpIsOnStdoutWithStatus0OnlyAsTheFirstWord) {
+    for (const char* word : {"-h", "--help"}) {
+        RunResult run = runHalvoctl({word, "ignored"});
+        EXPECT_EQ(run.status, 0);
+        EXPECT_EQ(run.out, helpText());
+        EXPECT_EQ(run.err, "");
+    }
+}
+
+TEST(CommandLineTest, NoDaemonEndsWithTheReasonAndStatus5) {
+    for (const std::vector<std::string>& args :
+         {std::vector<std::string>{"dev"}, {"conn", "list"}, {"monitor"}, {"rule", "edit"}}) {
+        RunResult run = runHalvoctl(args);
+        EXPECT_EQ(run.status, 5) << testing::PrintToString(args);
+        EXPECT_EQ(run.err, "\nconnection cannot be established\n");
+        EXPECT_EQ(run.out, "");
+    }
+}
+
+TEST(CommandLineTest, RuleFileIsReadBeforeTheOtherChecks) {
+    RunResult missingFile = runHalvoctl({"rule", "test", "-f", "/nonexistent/rules", "5"});
+    EXPECT_EQ(missingFile.status, 5);
+    EXPECT_EQ(missingFile.err, "Error loading rules from /nonexistent/rules.\n");
+
+    RunOptions stdinRules;
+    stdinRules.stdinData = "share\n";
+    RunResult noType = runHalvoctl({"rule", "test", "-f", "-", "5"}, stdinRules);
+    EXPECT_EQ(noType.status, 22);
+    EXPECT_EQ(noType.err,
+              "Error: Host or Remote Desktop connection should be specified.\n" + helpText());
+    EXPECT_EQ(noType.out, "") << "rule test -f - prints no stdin notice";
+
+    stdinRules.stdinData = "share\nbogus\n";
+    RunResult badRules = runHalvoctl({"rule", "test", "-f", "-"}, stdinRules);
+    EXPECT_EQ(badRules.status, 5);
+    EXPECT_EQ(badRules.err, "Parsing error at rule #2\n");
+}
+
+struct FirstRequestCase {
+    std::vector<std::string> args;
+    std::vector<std::string> sent;
+};
+
+// The daemon never answers: each command's first request is all it sends.
+TEST(CommandLineTest, EachCommandSendsItsFirstRequest) {
+    const FirstRequestCase cases[] = {
+        {{"dev"}, {"0"}},
+        {{"dev", "list", "extra"}, {"0"}},
+        {{"dev", "unplug", "7"}, {R"(3 {"id":7})"}},
+        {{"dev", "unplug", "abc"}, {R"(3 {"id":0})"}},
+        {{"dev", "unplug", "-1"}, {R"(3 {"id":4294967295})"}},
+        {{"dev", "share", "3"}, {"6"}},
+        {{"dev", "block", "3"}, {"6"}},
+        {{"conn"}, {"1"}},
+        {{"conn", "drop", "-p", "70000", "h"}, {R"(2 {"host":"h","port":4464})"}},
+        {{"conn", "drop", "-p", "x", "h"}, {R"(2 {"host":"h","port":0})"}},
+        {{"conn", "drop", "h", "-p", "5"}, {R"(2 {"host":"h"})"}},
+        {{"conn", "kill", "1234"}, {R"(2 {"pid":1234})"}},
+        {{"conn", "kill", "4294967297"}, {R"(2 {"pid":1})"}},
+        {{"rule"}, {"6"}},
+        {{"rule", "list", "-N"}, {"6"}},
+        {{"rule", "edit"}, {"6"}},
+        {{"rule", "test", "-r", "5"}, {"6"}},
+        {{"monitor", "anything"}, {}},
+    };
+    for (const FirstRequestCase& c : cases) {
+        ScriptedDaemon daemon;
+        RunOptions options;
+        options.timeout = std::chrono::milliseconds(300);
+        Exchange exchange = runAgainst(daemon, c.args, options);
+        EXPECT_TRUE(exchange.run.timedOut) << "halvoctl waits for the reply";
+        EXPECT_EQ(describe(exchange.sent), c.sent) << testing::PrintToString(c.args);
+    }
+}
+
+} // namespace
+} // namespace halvo::testkit

@@ -1,0 +1,46 @@
+#include "tests/support/e2e.h"
+
+#include <cstdio>
+
+namespace halvo::testkit {
+
+Exchange runAgainst(ScriptedDaemon& daemon, const std::vector<std::string>& args,
+                    const RunOptions& options) {
+    daemon.start();
+    Exchange exchange;
+    exchange.run = runHalvoctl(args, options);
+    daemon.join();
+    exchange.sent = daemon.received();
+    return exchange;
+}
+
+std::vector<std::string> describe(const std::vector<ReceivedPacket>& packets) {
+    std::vector<std::string> lines;
+    for (const ReceivedPacket& packet : packets) {
+        std::string line = std::to_string(packet.command);
+        if (!packet.payload.empty()) {
+            line += " " + packet.payload;
+        }
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+std::string readFile(const std::string& path) {
+    std::string text;
+    if (std::FILE* file = std::fopen(path.c_str(), "rb")) {
+        char buffer[4096];
+        std::size_t count = 0;
+        while ((count = std::fread(buffer, 1, sizeof buffer, file)) > 0) {
+            text.append(buffer, count);
+        }
+        std::fclose(file);
+    }
+    return text;
+}
+
+std::string helpText() {
+    return readFile(std::string(HALVO_TEST_DATA_DIR) + "/help.txt");
+}
+
+} // namespace halvo::testkit
