@@ -22,17 +22,16 @@ set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_RELEASE ${HALVO_PACKAGE_RELEASE})
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-# The line after the summary is the extended description; dpkg wants each of
-# its lines to begin with a blank.
+# The extended description; CPack puts the summary line before it and
+# indents it as dpkg wants.
 set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
-"control utility for the Halvo USB-sharing daemon
- halvoctl lets an administrator inspect and steer the Halvo daemon, which
- shares this machine's USB devices with remote hosts and remote-desktop
- clients: list the devices and connections, unplug a device, drop a
- connection, and list, load, edit and test the sharing rules.
- .
- The package also holds the manual pages, bash and zsh completion and,
- where they were built, the reference daemon halvod and the offline rule
- checker halvo-rulecheck.")
+"halvoctl lets an administrator inspect and steer the Halvo daemon, which
+shares this machine's USB devices with remote hosts and remote-desktop
+clients: list the devices and connections, unplug a device, drop a
+connection, and list, load, edit and test the sharing rules.
+
+The package also holds the manual pages, bash and zsh completion and,
+where they were built, the reference daemon halvod and the offline rule
+checker halvo-rulecheck.")
 
 include(CPack)
