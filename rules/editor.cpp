@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <cstdio>
 #include <cstdlib>
 #include <optional>
 #include <string_view>
-
 #include <sys/types.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -17,8 +17,10 @@ namespace {
 enum class EditorOutcome { succeeded, failed, notRun };
 
 std::string chooseEditor() {
-    if (const char* visual = std::getenv("VISUAL")) return visual;
-    if (const char* editor = std::getenv("EDITOR")) return editor;
+    if (const char* visual = std::getenv("VISUAL"))
+        return visual;
+    if (const char* editor = std::getenv("EDITOR"))
+        return editor;
     return "vi";
 }
 
@@ -45,7 +47,8 @@ void reportLaunchFailure(int error) {
 std::optional<int> waitForExit(pid_t child) {
     int status = 0;
     while (::waitpid(child, &status, 0) < 0) {
-        if (errno != EINTR) return std::nullopt;
+        if (errno != EINTR)
+            return std::nullopt;
     }
     return status;
 }
@@ -65,7 +68,8 @@ EditorOutcome runOnce(const std::string& editor, const std::string& path) {
         std::fputs("Cannot create process.\n", stderr);
         return EditorOutcome::notRun;
     }
-    if (child == 0) execEditor(argv);
+    if (child == 0)
+        execEditor(argv);
 
     const auto status = waitForExit(child);
     if (!status) {
@@ -76,20 +80,18 @@ EditorOutcome runOnce(const std::string& editor, const std::string& path) {
     return (*status & 0xff7f) == 0 ? EditorOutcome::succeeded : EditorOutcome::failed;
 }
 
-bool userWantsRetry(std::FILE* in, std::FILE* out) {
+// One character, newlines not passed over: a Return left unread after an
+// earlier answer starts the editor again at once.
+bool userWantsRetry() {
     std::fputs("Something went wrong with editor. Press any key to try one more time [y/n]: ",
-               out);
-    std::fflush(out);
-    return std::fgetc(in) != 'n';
+               stdout);
+    std::fflush(stdout);
+    return std::getchar() != 'n';
 }
 
 } // namespace
 
 int runEditor(const std::string& path) {
-    return runEditor(path, stdin, stdout);
-}
-
-int runEditor(const std::string& path, std::FILE* in, std::FILE* out) {
     // Chosen once: a retry runs the same editor even if the environment changed.
     const std::string editor = chooseEditor();
     for (;;) {
@@ -99,7 +101,8 @@ int runEditor(const std::string& path, std::FILE* in, std::FILE* out) {
         case EditorOutcome::notRun:
             return 0;
         case EditorOutcome::failed:
-            if (!userWantsRetry(in, out)) return 0;
+            if (!userWantsRetry())
+                return 0;
             break;
         }
     }

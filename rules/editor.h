@@ -1,7 +1,6 @@
 // The user's text editor, run on a file until it succeeds or the user gives up.
 #pragma once
 
-#include <cstdio>
 #include <string>
 
 namespace halvo::rules {
@@ -17,8 +16,5 @@ namespace halvo::rules {
 // Returns 0 after "Cannot create process.\n" or
 // "Cannot get status of editor process\n" on stderr.
 int runEditor(const std::string& path);
-
-// The same, with the retry prompt on `out` and its answer read from `in`.
-int runEditor(const std::string& path, std::FILE* in, std::FILE* out);
 
 } // namespace halvo::rules

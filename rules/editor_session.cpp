@@ -7,15 +7,13 @@
 namespace halvo::rules {
 
 std::optional<boost::json::array> loadRulesFromEditor(const std::string& path) {
-    return loadRulesFromEditor(path, stdin, stdout);
-}
-
-std::optional<boost::json::array> loadRulesFromEditor(const std::string& path, std::FILE* in,
-                                                      std::FILE* out) {
     for (;;) {
-        if (runEditor(path, in, out) == 0) return std::nullopt;
-        if (auto rules = load_rule_file(path.c_str())) return rules;
-        if (areYouSure("Edit again [y/n]? ", in, out) == 'n') return std::nullopt;
+        if (runEditor(path) == 0)
+            return std::nullopt;
+        if (auto rules = load_rule_file(path.c_str()))
+            return rules;
+        if (areYouSure("Edit again [y/n]? ") == 'n')
+            return std::nullopt;
     }
 }
 

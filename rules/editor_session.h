@@ -3,8 +3,6 @@
 #pragma once
 
 #include <boost/json/array.hpp>
-
-#include <cstdio>
 #include <optional>
 #include <string>
 
@@ -16,9 +14,5 @@ namespace halvo::rules {
 // nothing when the user gives up or the editor cannot be run; the file is
 // never rewritten or deleted here, so it keeps the user's last text.
 std::optional<boost::json::array> loadRulesFromEditor(const std::string& path);
-
-// The same, with the prompts on `out` and their answers read from `in`.
-std::optional<boost::json::array> loadRulesFromEditor(const std::string& path, std::FILE* in,
-                                                      std::FILE* out);
 
 } // namespace halvo::rules

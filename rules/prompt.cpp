@@ -14,7 +14,8 @@ int areYouSure(const char* prompt, std::FILE* in, std::FILE* out) {
         do {
             answer = std::fgetc(in);
         } while (answer == '\n');
-        if (answer == 'y' || answer == 'n') return answer;
+        if (answer == 'y' || answer == 'n')
+            return answer;
     }
 }
 

@@ -4,7 +4,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-
 #include <unistd.h>
 
 namespace halvo::rules {
@@ -22,7 +21,8 @@ void discardCopy(const std::string& path) {
 // A copy cut short by a full disk would be edited and loaded as if it were
 // the whole rule set, so write errors count as a failed copy.
 bool writeRules(const boost::json::object& reply, std::FILE* stream) {
-    if (outputRuleList(reply, 0, stream) != 0) return false;
+    if (outputRuleList(reply, 0, stream) != 0)
+        return false;
     return std::fflush(stream) == 0 && !std::ferror(stream);
 }
 

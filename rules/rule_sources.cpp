@@ -5,9 +5,8 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <new>
-
 #include <fcntl.h>
+#include <new>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -17,16 +16,17 @@ namespace {
 constexpr std::size_t kStdinBlock = 1024;
 
 class FileDescriptor {
-public:
+  public:
     explicit FileDescriptor(int fd) : fd_(fd) {}
     ~FileDescriptor() {
-        if (fd_ >= 0) ::close(fd_);
+        if (fd_ >= 0)
+            ::close(fd_);
     }
     FileDescriptor(const FileDescriptor&) = delete;
     FileDescriptor& operator=(const FileDescriptor&) = delete;
     int get() const { return fd_; }
 
-private:
+  private:
     int fd_;
 };
 
@@ -36,9 +36,11 @@ bool appendUntilEnd(int fd, std::string& data) {
     char block[64 * 1024];
     for (;;) {
         const ssize_t got = ::read(fd, block, sizeof block);
-        if (got == 0) return true;
+        if (got == 0)
+            return true;
         if (got < 0) {
-            if (errno == EINTR) continue;
+            if (errno == EINTR)
+                continue;
             return false;
         }
         data.append(block, static_cast<std::size_t>(got));
@@ -46,15 +48,19 @@ bool appendUntilEnd(int fd, std::string& data) {
 }
 
 std::optional<std::string> readWholeFile(const char* path) {
-    if (!util::isValidUtf8(path)) return std::nullopt;
+    if (!util::isValidUtf8(path))
+        return std::nullopt;
     const FileDescriptor file(::open(path, O_RDONLY | O_CLOEXEC));
-    if (file.get() < 0) return std::nullopt;
+    if (file.get() < 0)
+        return std::nullopt;
     // A directory can be opened, and on some systems read() hands out its
     // raw entries: refuse it before reading.
     struct stat info {};
-    if (::fstat(file.get(), &info) != 0 || S_ISDIR(info.st_mode)) return std::nullopt;
+    if (::fstat(file.get(), &info) != 0 || S_ISDIR(info.st_mode))
+        return std::nullopt;
     std::string data;
-    if (!appendUntilEnd(file.get(), data)) return std::nullopt;
+    if (!appendUntilEnd(file.get(), data))
+        return std::nullopt;
     return data;
 }
 
@@ -65,10 +71,12 @@ std::optional<std::string> readWholeStdin() {
     char block[kStdinBlock];
     for (;;) {
         const std::size_t got = std::fread(block, 1, sizeof block, stdin);
-        if (got == 0) break;
+        if (got == 0)
+            break;
         data.append(block, got);
     }
-    if (std::ferror(stdin)) return std::nullopt;
+    if (std::ferror(stdin))
+        return std::nullopt;
     return data;
 }
 
@@ -93,13 +101,15 @@ std::optional<std::string> load_any_file(const char* path, const char* label) {
     } catch (const std::bad_alloc&) {
         // An input too large for memory is reported like an unreadable one.
     }
-    if (!data) reportLoadFailure(path, label);
+    if (!data)
+        reportLoadFailure(path, label);
     return data;
 }
 
 std::optional<boost::json::array> load_rule_file(const char* path) {
     const auto text = load_any_file(path, "rules");
-    if (!text) return std::nullopt;
+    if (!text)
+        return std::nullopt;
     return rule_parser_run(*text);
 }
 

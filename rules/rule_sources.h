@@ -4,7 +4,6 @@
 #pragma once
 
 #include <boost/json/array.hpp>
-
 #include <optional>
 #include <string>
 

@@ -1,0 +1,51 @@
+#include "rules/prompt.h"
+#include "rules/sources_testing.h"
+
+#include <gtest/gtest.h>
+
+namespace halvo::rules {
+namespace {
+
+TEST(AreYouSure, AsksUntilALowercaseAnswer) {
+    struct Case {
+        const char* input;
+        int answer;
+        int prompts;
+        const char* unread;
+    } cases[] = {
+        {"y", 'y', 1, ""},       {"\n\n\nn\n", 'n', 1, "\n"}, // empty lines are passed over without
+                                                              // a new prompt
+        {"Y\nx\ny", 'y', 3, ""}, {" y", 'y', 2, ""},          {"yes\n", 'y', 1, "es\n"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.input);
+        std::FILE* in = std::tmpfile();
+        std::FILE* out = std::tmpfile();
+        std::fputs(c.input, in);
+        std::rewind(in);
+
+        EXPECT_EQ(areYouSure("Sure? ", in, out), c.answer);
+
+        std::string prompts;
+        for (int i = 0; i < c.prompts; ++i)
+            prompts += "Sure? ";
+        EXPECT_EQ(testing::drain(out), prompts);
+        std::string unread;
+        for (int ch = std::fgetc(in); ch != EOF; ch = std::fgetc(in))
+            unread.push_back(static_cast<char>(ch));
+        EXPECT_EQ(unread, c.unread);
+        std::fclose(in);
+    }
+}
+
+// End of input is a wrong answer like any other, so the question never ends:
+// the child is still asking when its time is up.
+TEST(AreYouSure, EndOfInputRepeatsThePromptWithoutEnd) {
+    const auto run =
+        testing::runInChild([] { return areYouSure("Sure? "); }, "", std::chrono::milliseconds(50));
+    EXPECT_EQ(run.status, -1);
+    EXPECT_EQ(run.out.substr(0, 18), "Sure? Sure? Sure? ");
+}
+
+} // namespace
+} // namespace halvo::rules

@@ -1,0 +1,75 @@
+#include "rules/rule_file_writer.h"
+#include "rules/sources_testing.h"
+
+#include <boost/json/parse.hpp>
+#include <csignal>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+namespace halvo::rules {
+namespace {
+
+using testing::runInChild;
+
+const char* const kRuleList = R"({"rules": [{"action": "share"},
+    {"action": "block", "rdesk": false, "name": "Keyboard", "nameMatch": "is",
+     "vid": 1133, "pid": 49948, "rev": 272, "class": 3, "subclass": 1, "protocol": 2}]})";
+
+int writeCopy(const char* reply, const std::string& pathTemplate) {
+    return rules2file(boost::json::parse(reply).as_object(), pathTemplate) ? 0 : 1;
+}
+
+TEST(Rules2File, WritesAPrivateUnnumberedCopyAndNamesIt) {
+    const auto run =
+        runInChild([] { return rules2file(boost::json::parse(kRuleList).as_object()) ? 0 : 1; });
+    ASSERT_EQ(run.status, 0);
+    EXPECT_EQ(run.err, "");
+    const std::string head = "In case of error the copy of rules is put into \"/tmp/tmp.";
+    ASSERT_EQ(run.out.size(), head.size() + 12 + 3);
+    EXPECT_EQ(run.out.substr(0, head.size()), head);
+    EXPECT_EQ(run.out.substr(head.size() + 12), "\".\n");
+
+    const std::string path = run.out.substr(head.size() - 9, 21);
+    struct stat info {};
+    ASSERT_EQ(::stat(path.c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 07777, 0600u);
+    EXPECT_EQ(testing::readFile(path),
+              "share\nblock !rdesk name is \"Keyboard\" hwid 046d:c31c:0110 class 03:01:02\n");
+    ::unlink(path.c_str());
+}
+
+TEST(Rules2File, FailuresLeaveNoFileBehind) {
+    testing::ScratchDir dir;
+    struct Case {
+        const char* name;
+        std::string pathTemplate;
+        const char* reply;
+        const char* err;
+        rlim_t sizeLimit;
+    } cases[] = {
+        {"no folder for the file", dir / "missing/tmp.XXXXXX", kRuleList,
+         "Cannot create temporary file.\n", RLIM_INFINITY},
+        {"a failure report", dir / "tmp.XXXXXX", R"({"status": "ok", "rules": []})",
+         "Internal error.\nCannot create reopen file.\n", RLIM_INFINITY},
+        // Room for the message but not for the rules: a copy cut short by a
+        // full disk must not pass for the rule set.
+        {"write error", dir / "tmp.XXXXXX", kRuleList, "Cannot create reopen file.\n", 40},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        const auto run = runInChild([&] {
+            std::signal(SIGXFSZ, SIG_IGN);
+            const rlimit limit{c.sizeLimit, c.sizeLimit};
+            ::setrlimit(RLIMIT_FSIZE, &limit);
+            return writeCopy(c.reply, c.pathTemplate);
+        });
+        EXPECT_EQ(run.status, 1);
+        EXPECT_EQ(run.out, "");
+        EXPECT_EQ(run.err, c.err);
+        EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
+    }
+}
+
+} // namespace
+} // namespace halvo::rules

@@ -1,0 +1,88 @@
+#include "rules/rule_sources.h"
+#include "rules/sources_testing.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+namespace halvo::rules {
+namespace {
+
+using testing::runInChild;
+
+// In a child: echoes the loaded bytes on stdout and ends with 0, or with 1.
+int echoLoaded(const char* path, const char* label) {
+    const auto data = load_any_file(path, label);
+    if (data)
+        std::fwrite(data->data(), 1, data->size(), stdout);
+    return data ? 0 : 1;
+}
+
+// Longer than one stdin block, with NUL bytes and bytes above 0x7f.
+std::string binaryText() {
+    std::string text("share\0block\n", 12);
+    for (int i = 0; i < 2500; ++i)
+        text.push_back(static_cast<char>(i % 251));
+    return text;
+}
+
+TEST(LoadAnyFile, FilesLoadWholeOrNotAtAll) {
+    testing::ScratchDir dir;
+    testing::writeFile(dir / "rules", binaryText());
+    testing::writeFile(dir / "empty", "");
+    testing::writeFile(dir / "bad\xff", "share\n");
+    testing::writeFile(dir / "locked", "share\n");
+    ::chmod((dir / "locked").c_str(), 0);
+    const bool rootReadsAll = ::geteuid() == 0;
+    struct Case {
+        std::string path;
+        bool loads;
+        std::string content;
+    } cases[] = {
+        {dir / "rules", true, binaryText()},
+        {dir / "empty", true, ""},
+        {dir / "missing", false, ""},
+        {dir.path(), false, ""},
+        {dir / "bad\xff", false, ""}, // a path that is not UTF-8, even though the file exists
+        {dir / "locked", rootReadsAll, rootReadsAll ? "share\n" : ""},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.path);
+        const auto run = runInChild([&] { return echoLoaded(c.path.c_str(), "test set"); });
+        EXPECT_EQ(run.status, c.loads ? 0 : 1);
+        EXPECT_EQ(run.out, c.content);
+        EXPECT_EQ(run.err, c.loads ? "" : "Error loading test set from " + c.path + ".\n");
+    }
+}
+
+TEST(LoadAnyFile, StdinIsReadToItsEndOrReportedUnreadable) {
+    struct Case {
+        const char* name;
+        std::string input;
+        void (*spoil)();
+        std::string out;
+        const char* err;
+    } cases[] = {
+        {"empty input is empty data", "", [] {}, "", ""},
+        {"several blocks", binaryText(), [] {}, binaryText(), ""},
+        {"closed descriptor", "share\n", [] { ::close(0); }, "",
+         "Error loading rules from stdin.\n"},
+        {"directory", "", [] { ::dup2(::open("/", O_RDONLY | O_DIRECTORY), 0); }, "",
+         "Error loading rules from stdin.\n"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        const auto run = runInChild(
+            [&] {
+                c.spoil();
+                return echoLoaded(nullptr, "rules");
+            },
+            c.input);
+        EXPECT_EQ(run.status, *c.err ? 1 : 0);
+        EXPECT_EQ(run.out, c.out);
+        EXPECT_EQ(run.err, c.err);
+    }
+}
+
+} // namespace
+} // namespace halvo::rules
