@@ -54,7 +54,7 @@ _halvoctl_files()
         _filedir
     else
         compopt -o filenames 2>/dev/null
-        COMPREPLY=($(compgen -f -- "$cur"))
+        mapfile -t COMPREPLY < <(compgen -f -- "$cur")
     fi
 }
 
@@ -63,13 +63,13 @@ _halvoctl_hosts()
     if declare -F _known_hosts_real >/dev/null; then
         _known_hosts_real -- "$cur"
     else
-        COMPREPLY=($(compgen -A hostname -- "$cur"))
+        mapfile -t COMPREPLY < <(compgen -A hostname -- "$cur")
     fi
 }
 
 _halvoctl_words()
 {
-    COMPREPLY=($(compgen -W "$1" -- "$cur"))
+    mapfile -t COMPREPLY < <(compgen -W "$1" -- "$cur")
 }
 
 # Options are read only before the operand, as halvoctl's getopt does: sets

@@ -12,7 +12,7 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 mkdir "$work/bin" "$work/files"
 cp "$here/fake_halvoctl" "$work/bin/halvoctl"
-touch "$work/files/rules.txt" "$work/files/readme"
+touch "$work/files/rules.txt" "$work/files/readme" "$work/files/my rules"
 PATH=$work/bin:$PATH
 cd "$work/files" || exit 1
 
@@ -83,7 +83,8 @@ run_table()
     expect "halvoctl rule test -r 3 -" ""
 
     # File names for rule load and -f, also after bundled letters.
-    expect "halvoctl rule load " "readme rules.txt"
+    expect "halvoctl rule load " "my rules readme rules.txt"
+    expect "halvoctl rule load m" "my rules"
     expect "halvoctl rule load r" "readme rules.txt"
     expect "halvoctl rule load ru" "rules.txt"
     expect "halvoctl rule load rules.txt " ""
