@@ -1,19 +1,17 @@
 #include "listings/connection_list.h"
 
 #include <boost/json/parse.hpp>
-#include <gtest/gtest.h>
-
 #include <cstdio>
 #include <cstdlib>
+#include <gtest/gtest.h>
 #include <string>
-#include <string_view>
 
 namespace {
 
 namespace json = boost::json;
 using halvo::listings::outputConnectionList;
 
-std::string printed(std::string_view replyJson) {
+std::string printed(const std::string& replyJson) {
     char* data = nullptr;
     std::size_t size = 0;
     std::FILE* out = open_memstream(&data, &size);
@@ -24,15 +22,16 @@ std::string printed(std::string_view replyJson) {
     return text;
 }
 
+std::string listOf(const std::string& elements) {
+    return R"({"connections": [)" + elements + "]}";
+}
+
 const std::string header = "Type\tIP/Name\t\tPort/PID\n";
 
 TEST(ConnectionListTest, ReplyWithoutConnectionArrayPrintsNothing) {
     EXPECT_EQ(printed(R"({})"), "");
     EXPECT_EQ(printed(R"({"connections": "none"})"), "");
-}
-
-TEST(ConnectionListTest, EmptyConnectionArrayPrintsTheHeaderOnly) {
-    EXPECT_EQ(printed(R"({"connections": []})"), header);
+    EXPECT_EQ(printed(listOf("")), header);
 }
 
 struct LineCase {
@@ -40,8 +39,8 @@ struct LineCase {
     const char* expectedLine;
 };
 
-// Names shorter than 8 bytes get a second tab; 8 bytes and more get one.
-TEST(ConnectionListTest, LinesArePaddedByNameLength) {
+// Names shorter than 8 bytes get a second tab; numbers are 16-bit values.
+TEST(ConnectionListTest, LinesArePaddedByNameLengthInBytes) {
     const LineCase cases[] = {
         {R"({"type": "net", "addr": "10.0.0.7", "port": 32999})", "net\t10.0.0.7\t32999\n"},
         {R"({"type": "net", "addr": "10.0.07", "port": 32999})", "net\t10.0.07\t\t32999\n"},
@@ -50,30 +49,17 @@ TEST(ConnectionListTest, LinesArePaddedByNameLength) {
          "net\tfe80::1ff:fe23:4567:890a\t443\n"},
         // "é" is two bytes: seven characters, eight bytes.
         {R"({"type": "rdesk", "app": "Viewér1", "pid": 812})", "rdesk\tViewér1\t812\n"},
-        {R"({"type": "rdesk", "app": "Viewer", "pid": 812})", "rdesk\tViewer\t\t812\n"},
-    };
-    for (const LineCase& c : cases) {
-        EXPECT_EQ(printed(std::string(R"({"connections": [)") + c.element + "]}"),
-                  header + c.expectedLine)
-            << c.element;
-    }
-}
-
-TEST(ConnectionListTest, NumbersAreShownAsSixteenBitValues) {
-    const LineCase cases[] = {
+        {R"({"type": "rdesk", "app": "%s%n", "pid": 812, "port": 1})", "rdesk\t%s%n\t\t812\n"},
         {R"({"type": "rdesk", "app": "Viewer", "pid": 70000})", "rdesk\tViewer\t\t4464\n"},
         {R"({"type": "rdesk", "app": "Viewer", "pid": 65535})", "rdesk\tViewer\t\t65535\n"},
-        {R"({"type": "net", "addr": "host", "port": 65536})", "net\thost\t\t0\n"},
         {R"({"type": "net", "addr": "host", "port": -1})", "net\thost\t\t65535\n"},
     };
     for (const LineCase& c : cases) {
-        EXPECT_EQ(printed(std::string(R"({"connections": [)") + c.element + "]}"),
-                  header + c.expectedLine)
-            << c.element;
+        EXPECT_EQ(printed(listOf(c.element)), header + c.expectedLine) << c.element;
     }
 }
 
-TEST(ConnectionListTest, MalformedElementsAreLeftOutAndTheRestPrint) {
+TEST(ConnectionListTest, MalformedElementsAreLeftOutAndTheRestPrintInOrder) {
     const char* const malformed[] = {
         R"({"addr": "10.0.0.7", "port": 1})",
         R"({"type": "Net", "addr": "10.0.0.7", "port": 1})",
@@ -90,24 +76,13 @@ TEST(ConnectionListTest, MalformedElementsAreLeftOutAndTheRestPrint) {
         R"("net")",
         R"(null)",
     };
-    const std::string goodLine = "rdesk\tViewer\t\t812\n";
-    const std::string good = R"({"type": "rdesk", "app": "Viewer", "pid": 812, "port": 1})";
-    for (const char* element : malformed) {
-        EXPECT_EQ(printed(R"({"connections": [)" + std::string(element) + "," + good + "," +
-                          element + "]}"),
-                  header + goodLine)
+    const std::string good = R"({"type": "rdesk", "app": "Viewer", "pid": 812},
+                                {"type": "net", "addr": "192.168.1.20", "port": 32999})";
+    for (const std::string element : malformed) {
+        EXPECT_EQ(printed(listOf(element + "," + good + "," + element)),
+                  header + "rdesk\tViewer\t\t812\nnet\t192.168.1.20\t32999\n")
             << element;
     }
-}
-
-TEST(ConnectionListTest, LinesKeepArrayOrder) {
-    EXPECT_EQ(printed(R"({"connections": [
-                  {"type": "rdesk", "app": "Screen Sharing", "pid": 4021},
-                  {"type": "net", "addr": "192.168.1.20", "port": 32999},
-                  {"type": "net", "addr": "10.0.0.2", "port": 50001}]})"),
-              header + "rdesk\tScreen Sharing\t4021\n"
-                       "net\t192.168.1.20\t32999\n"
-                       "net\t10.0.0.2\t50001\n");
 }
 
 } // namespace

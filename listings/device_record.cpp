@@ -108,10 +108,11 @@ std::optional<DeviceRecord> readDeviceRecord(const json::value& element) {
         addr = textOf(*members.addr);
     }
     return DeviceRecord{
-        util::toU32(*members.id),   util::toU32(*members.vid),       util::toU32(*members.pid),
-        util::toU32(*members.rev),  util::toFlag(*members.builtIn),  textOf(*members.port),
-        textOf(*members.serial),    textOf(*members.name),           textOf(*members.state),
-        addr,
+        util::toU32(*members.id),       util::toU32(*members.vid),
+        util::toU32(*members.pid),      util::toU32(*members.rev),
+        util::toFlag(*members.builtIn), textOf(*members.port),
+        textOf(*members.serial),        textOf(*members.name),
+        textOf(*members.state),         addr,
     };
 }
 

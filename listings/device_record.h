@@ -2,7 +2,6 @@
 #pragma once
 
 #include <boost/json/value.hpp>
-
 #include <cstddef>
 #include <cstdint>
 #include <optional>

@@ -16,7 +16,7 @@
 namespace halvo::listings {
 
 class OutputBuffer {
-public:
+  public:
     explicit OutputBuffer(std::FILE* out) : out_(out) {}
     ~OutputBuffer() { flush(); }
 
@@ -57,7 +57,7 @@ public:
     // buffering: nothing is flushed to the file descriptor here).
     void flush();
 
-private:
+  private:
     // Digits of the longest number the number writers append.
     static constexpr std::size_t numberRoom = 10;
 
