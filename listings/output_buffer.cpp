@@ -1,5 +1,7 @@
 #include "listings/output_buffer.h"
 
+#include <charconv>
+
 namespace halvo::listings {
 
 void OutputBuffer::flush() {
@@ -33,26 +35,30 @@ void OutputBuffer::repeatAcrossBlocks(char c, std::size_t count) {
 }
 
 void OutputBuffer::decimal(std::uint32_t number) {
-    char digits[numberRoom];
-    char* end = digits + sizeof digits;
-    char* first = end;
-    do {
-        *--first = static_cast<char>('0' + number % 10);
-        number /= 10;
-    } while (number != 0);
-    text(std::string_view(first, static_cast<std::size_t>(end - first)));
+    if (room() < maxDigits) {
+        flush();
+    }
+    char* start = block_.data() + used_;
+    used_ += static_cast<std::size_t>(std::to_chars(start, start + maxDigits, number).ptr - start);
 }
 
 void OutputBuffer::hex4(std::uint32_t number) {
-    static constexpr char hexDigits[] = "0123456789abcdef";
-    char digits[numberRoom];
-    char* end = digits + sizeof digits;
-    char* first = end;
-    do {
-        *--first = hexDigits[number & 0xfu];
-        number >>= 4;
-    } while (number != 0 || end - first < 4);
-    text(std::string_view(first, static_cast<std::size_t>(end - first)));
+    if (room() < maxDigits) {
+        flush();
+    }
+    char* start = block_.data() + used_;
+    if (number > 0xffff) {
+        used_ += static_cast<std::size_t>(std::to_chars(start, start + maxDigits, number, 16).ptr -
+                                          start);
+        return;
+    }
+    // USB ids are 16-bit: four digits with their leading zeros.
+    static constexpr char hexDigit[] = "0123456789abcdef";
+    start[0] = hexDigit[(number >> 12) & 0xfu];
+    start[1] = hexDigit[(number >> 8) & 0xfu];
+    start[2] = hexDigit[(number >> 4) & 0xfu];
+    start[3] = hexDigit[number & 0xfu];
+    used_ += 4;
 }
 
 } // namespace halvo::listings

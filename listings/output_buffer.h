@@ -59,7 +59,7 @@ class OutputBuffer {
 
   private:
     // Digits of the longest number the number writers append.
-    static constexpr std::size_t numberRoom = 10;
+    static constexpr std::size_t maxDigits = 10;
 
     std::size_t room() const { return block_.size() - used_; }
     void textAfterFlush(std::string_view bytes);
