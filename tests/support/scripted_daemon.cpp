@@ -145,6 +145,9 @@ void ScriptedDaemon::start() {
 }
 
 void ScriptedDaemon::join() {
+    // The utility has ended: a connection it made is already queued, so
+    // waiting for one that never came can stop.
+    clientGone_ = true;
     if (thread_.joinable()) {
         thread_.join();
     }
@@ -156,7 +159,16 @@ std::vector<ReceivedPacket> ScriptedDaemon::received() const {
 }
 
 void ScriptedDaemon::serve() {
-    if (!waitReadable(listener_, stopping_)) {
+    bool pending = false;
+    while (!pending && !stopping_) {
+        bool gone = clientGone_;
+        pollfd entry{listener_, POLLIN, 0};
+        pending = ::poll(&entry, 1, 50) > 0;
+        if (!pending && gone) {
+            return;
+        }
+    }
+    if (!pending) {
         return;
     }
     int fd = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);

@@ -67,7 +67,8 @@ public:
     // Binds and listens at once (so a client started after this returns
     // finds the port open), then serves one connection in a thread.
     void start();
-    // Waits for the session to end (the peer closed, or the script did).
+    // Waits for the session to end (the peer closed, or the script did);
+    // call it once the utility has ended.
     void join();
 
     std::vector<ReceivedPacket> received() const;
@@ -80,6 +81,7 @@ private:
     int listener_ = -1;
     std::thread thread_;
     std::atomic<bool> stopping_{false};
+    std::atomic<bool> clientGone_{false};
     AcceptScript acceptScript_;
     PacketScript packetScript_;
     std::vector<std::pair<std::uint32_t, std::string>> fixedReplies_;
