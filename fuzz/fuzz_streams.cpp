@@ -1,0 +1,47 @@
+#include "fuzz/fuzz_streams.h"
+
+#include <cstdlib>
+
+namespace halvo::fuzz {
+
+std::FILE* nullStream() {
+    static std::FILE* const stream = std::fopen("/dev/null", "w");
+    if (stream == nullptr) {
+        std::abort();
+    }
+    return stream;
+}
+
+void silenceStderr() {
+    // glibc's `stderr` is an assignable variable; what libFuzzer already
+    // holds (its own copy of the old pointer, and descriptor 2) is untouched.
+    stderr = nullStream();
+}
+
+CapturedStream::CapturedStream() : stream_(open_memstream(&data_, &size_)) {
+    if (stream_ == nullptr) {
+        std::abort();
+    }
+}
+
+CapturedStream::~CapturedStream() {
+    std::fclose(stream_);
+    std::free(data_);
+}
+
+std::string CapturedStream::text() {
+    std::fflush(stream_);
+    return std::string(data_, size_);
+}
+
+void fail(const char* what, const std::string& detail) {
+    // Descriptor 2 is still the terminal (see silenceStderr).
+    std::FILE* terminal = fdopen(2, "w");
+    if (terminal != nullptr) {
+        std::fprintf(terminal, "\n*** %s\n%s\n", what, detail.c_str());
+        std::fflush(terminal);
+    }
+    std::abort();
+}
+
+} // namespace halvo::fuzz

@@ -1,0 +1,344 @@
+// What daemon or user text cannot make the utility do: be read as a format,
+// reach the daemon after a rule set failed to parse, reach a shell through
+// VISUAL, or cost the user an edited rule file.
+#include "tests/support/e2e.h"
+
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <netinet/in.h>
+#include <optional>
+#include <poll.h>
+#include <stdexcept>
+#include <string>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <vector>
+
+namespace halvo::testkit {
+namespace {
+
+namespace fs = std::filesystem;
+
+// Text a printf-style call would read as conversions; %n would write.
+const std::string kFormat = "%s%n%x%p%%";
+const std::string kOk = R"({"status":"ok"})";
+const std::string kInternalError = "Internal error.\n";
+
+// A private folder under /tmp, removed with everything in it.
+class ScratchDir {
+public:
+    ScratchDir() {
+        std::string pattern = (fs::temp_directory_path() / "halvo-security-XXXXXX").string();
+        if (::mkdtemp(pattern.data()) == nullptr) {
+            throw std::runtime_error("cannot make a scratch folder");
+        }
+        path_ = pattern;
+    }
+    ~ScratchDir() {
+        std::error_code ignored;
+        fs::remove_all(path_, ignored);
+    }
+    ScratchDir(const ScratchDir&) = delete;
+    ScratchDir& operator=(const ScratchDir&) = delete;
+
+    std::string operator/(const std::string& name) const { return (path_ / name).string(); }
+
+private:
+    fs::path path_;
+};
+
+void writeText(const std::string& path, const std::string& text,
+               fs::perms mode = fs::perms::owner_read | fs::perms::owner_write) {
+    std::FILE* file = std::fopen(path.c_str(), "wb");
+    ASSERT_NE(file, nullptr) << path;
+    std::fwrite(text.data(), 1, text.size(), file);
+    std::fclose(file);
+    fs::permissions(path, mode);
+}
+
+struct LiteralCase {
+    const char* name;
+    std::vector<std::string> args;
+    std::function<void(ScriptedDaemon&)> script;
+    std::string out;
+    std::string err;
+    int status;
+};
+
+std::string withFormat(std::string text) {
+    for (std::size_t at = text.find('F'); at != std::string::npos;
+         at = text.find('F', at + kFormat.size())) {
+        text.replace(at, 1, kFormat);
+    }
+    return text;
+}
+
+TEST(SecurityTest, DaemonTextIsPrintedAsItStands) {
+    // "F" in a reply or an expected output stands for the format text.
+    // clang-format off
+    const LiteralCase cases[] = {
+        {"device list", {"dev", "list"},
+         [](ScriptedDaemon& d) { d.replyTo(0, withFormat(R"({"devices":[{"id":1,"vid":1,"pid":2,"rev":3,"port":"%n","built-in":false,"name":"F","state":"F","addr":"F","serial":"F"}]})")); },
+         withFormat("ID\tVID: PID: REV\tPort\tDevice name and status\n1\t0001:0002:0003\t%n\tF /F@F, F/\n"), "", 0},
+        {"connection list", {"conn", "list"},
+         [](ScriptedDaemon& d) { d.replyTo(1, withFormat(R"({"connections":[{"type":"net","addr":"F","port":1},{"type":"rdesk","app":"F","pid":2}]})")); },
+         withFormat("Type\tIP/Name\t\tPort/PID\nnet\tF\t1\nrdesk\tF\t2\n"), "", 0},
+        {"rule list", {"rule", "list"},
+         [](ScriptedDaemon& d) {
+             d.replyTo(6, kOk);
+             d.replyTo(7, withFormat(R"({"rules":[{"action":"F","host":["F","F"],"name":"F","nameMatch":"is","serial":"F","port":"F","override-name":"F","override-serial":"F"}]})"));
+         },
+         withFormat("1: F host \"F,F\" name is \"F\" serial \"F\" port F override-name \"F\" override-serial \"F\"\n"), "", 0},
+        {"verdict", {"rule", "test", "-r", "1"},
+         [](ScriptedDaemon& d) { d.replyTo(6, kOk); d.replyTo(10, withFormat(R"({"status":"ok","verdict":"F"})")); },
+         withFormat("F\n"), "", 0},
+        {"status text is never shown", {"conn", "kill", "1"},
+         [](ScriptedDaemon& d) { d.replyTo(2, withFormat(R"({"status":"F"})")); },
+         "", kInternalError, 5},
+    };
+    // clang-format on
+    for (const LiteralCase& c : cases) {
+        ScriptedDaemon daemon;
+        c.script(daemon);
+        Exchange exchange = runAgainst(daemon, c.args);
+        EXPECT_EQ(exchange.run.status, c.status) << c.name;
+        EXPECT_EQ(exchange.run.out, c.out) << c.name;
+        EXPECT_EQ(exchange.run.err, c.err) << c.name;
+    }
+}
+
+TEST(SecurityTest, EventTextIsPrintedAsItStands) {
+    ScriptedDaemon daemon;
+    daemon.onAccept([](PeerConnection& p) {
+        p.send(4, withFormat(R"({"id":1,"name":"F","state":"F","addr":"F"})"));
+        p.send(5, withFormat(R"({"addr":"F","port":2,"state":"F"})"));
+        p.close();
+    });
+    Exchange exchange = runAgainst(daemon, {"monitor"});
+    EXPECT_EQ(exchange.run.status, 5);
+    EXPECT_EQ(exchange.run.err, "\nconnection stopped by peer\n");
+    EXPECT_NE(exchange.run.out.find(withFormat("]: device id:1 \"F\" got F@F\n")), std::string::npos)
+        << exchange.run.out;
+    EXPECT_NE(exchange.run.out.find(withFormat("]: host F:2 is F\n")), std::string::npos)
+        << exchange.run.out;
+}
+
+TEST(SecurityTest, UserTextIsPrintedAndSentAsItStands) {
+    RunResult missing = runHalvoctl({"rule", "load", "/nonexistent/" + kFormat});
+    EXPECT_EQ(missing.status, 5);
+    EXPECT_EQ(missing.err, "Error loading rules from /nonexistent/" + kFormat + ".\n");
+
+    // The program's own name, as the help text shows it.
+    ScratchDir dir;
+    const std::string alias = dir / kFormat;
+    fs::create_symlink(HALVOCTL_PATH, alias);
+    RunResult help = runProgram(alias, {"-h"});
+    std::string expected = helpText();
+    for (std::size_t at = expected.find("halvoctl"); at != std::string::npos;
+         at = expected.find("halvoctl", at + kFormat.size())) {
+        expected.replace(at, std::string("halvoctl").size(), kFormat);
+    }
+    EXPECT_EQ(help.status, 0);
+    EXPECT_EQ(help.out, expected);
+
+    for (const auto& [args, sent] :
+         std::vector<std::pair<std::vector<std::string>, std::string>>{
+             {{"conn", "drop", kFormat}, withFormat(R"(2 {"host":"F"})")},
+             {{"rule", "test", "-h", kFormat, "1"}, withFormat(R"(10 {"id":1,"type":"net","addr":"F"})")},
+         }) {
+        ScriptedDaemon daemon;
+        daemon.replyTo(6, kOk);
+        RunOptions options;
+        options.timeout = std::chrono::milliseconds(500);
+        Exchange exchange = runAgainst(daemon, args, options);
+        EXPECT_EQ(describe(exchange.sent).back(), sent);
+    }
+}
+
+// Listens on the daemon's port without ever accepting, so that a connection
+// attempt stays visible as a pending one.
+class SilentListener {
+public:
+    SilentListener() {
+        fd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        int yes = 1;
+        ::setsockopt(fd_, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(32999);
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        if (::bind(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+            ::listen(fd_, 4) != 0) {
+            throw std::runtime_error("cannot listen on the daemon's port");
+        }
+    }
+    ~SilentListener() { ::close(fd_); }
+    SilentListener(const SilentListener&) = delete;
+    SilentListener& operator=(const SilentListener&) = delete;
+
+    bool connectionPending() const {
+        pollfd entry{fd_, POLLIN, 0};
+        return ::poll(&entry, 1, 0) > 0;
+    }
+
+private:
+    int fd_;
+};
+
+struct UnparsedCase {
+    std::vector<std::string> args;
+    std::optional<std::string> stdinData;
+    std::string err;
+};
+
+TEST(SecurityTest, RuleSetThatFailsToParseNeverReachesTheDaemon) {
+    ScratchDir dir;
+    writeText(dir / "bad", "share\nblock name is \"unterminated\n");
+    writeText(dir / "not-utf8", "share name is \"\xc3\x28\"\n");
+    const UnparsedCase cases[] = {
+        {{"rule", "load", dir / "bad"}, std::nullopt, "Parsing error at rule #2\n"},
+        {{"rule", "load", dir / "not-utf8"}, std::nullopt, "Parsing error at rule #1\n"},
+        {{"rule", "load"}, "share\nshare share\n", "Parsing error at rule #2\n"},
+        {{"rule", "test", "-f", dir / "bad", "-r", "1"}, std::nullopt, "Parsing error at rule #2\n"},
+        {{"rule", "test", "-f", "-", "-h", "h", "1"}, "block quick quick\n", "Parsing error at rule #1\n"},
+    };
+    for (const UnparsedCase& c : cases) {
+        SilentListener daemon;
+        RunOptions options;
+        options.stdinData = c.stdinData;
+        RunResult run = runHalvoctl(c.args, options);
+        EXPECT_EQ(run.status, 5) << testing::PrintToString(c.args);
+        EXPECT_EQ(run.err, c.err) << testing::PrintToString(c.args);
+        EXPECT_FALSE(daemon.connectionPending()) << testing::PrintToString(c.args);
+    }
+}
+
+// A stand-in editor: records the path it was given in <dir>/edited, writes
+// `text` into the file and exits with `status`.
+std::string installEditor(const ScratchDir& dir, const std::string& name, const std::string& text,
+                          int status = 0) {
+    const std::string path = dir / name;
+    writeText(path,
+              "#!/bin/sh\nprintf '%s' \"$1\" > '" + (dir / "edited") + "'\nprintf '%s' '" + text +
+                  "' > \"$1\"\nexit " + std::to_string(status) + "\n",
+              fs::perms::owner_all);
+    return path;
+}
+
+std::vector<std::string> runRuleEdit(ScriptedDaemon& daemon, const std::string& visual,
+                                     const std::string& answers, RunResult& run) {
+    RunOptions options;
+    options.setEnv = {{"VISUAL", visual}};
+    options.stdinData = answers;
+    Exchange exchange = runAgainst(daemon, {"rule", "edit"}, options);
+    run = exchange.run;
+    return describe(exchange.sent);
+}
+
+// Whatever VISUAL holds is one program name, handed to exec as it stands.
+TEST(SecurityTest, EditorNamedByVisualRunsWithoutAShell) {
+    ScratchDir dir;
+    const std::string marker = dir / "marker";
+    const std::string touch = "touch '" + marker + "'";
+    for (const std::string& visual :
+         {"true; " + touch, "true && " + touch, "true | " + touch, "$(" + touch + ")",
+          "`" + touch + "`", touch + " #", "true\n" + touch}) {
+        ScriptedDaemon daemon;
+        daemon.replyTo(6, kOk);
+        daemon.replyTo(7, R"({"rules":[{"action":"share"}]})");
+        RunResult run;
+        const std::vector<std::string> sent = runRuleEdit(daemon, visual, "n", run);
+        EXPECT_EQ(run.status, 5) << visual;
+        EXPECT_EQ(run.err, "Cannot launch editor (2).\n") << visual;
+        EXPECT_EQ(sent, (std::vector<std::string>{"6", "7"})) << visual;
+        EXPECT_FALSE(fs::exists(marker)) << visual;
+        if (fs::exists(dir / "edited")) {
+            fs::remove(dir / "edited");
+        }
+    }
+
+    // A program whose file name is full of shell syntax is simply run.
+    const std::string oddEditor = installEditor(dir, "ed; rm -rf x $(y) `z` | &", "block");
+    ScriptedDaemon daemon;
+    daemon.replyTo(6, kOk);
+    daemon.replyTo(7, R"({"rules":[{"action":"share"}]})");
+    daemon.replyTo(8, kOk);
+    daemon.replyTo(11, kOk);
+    RunResult run;
+    const std::vector<std::string> sent = runRuleEdit(daemon, oddEditor, "", run);
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(sent.at(2), R"(8 {"rules":[{"action":"block"}]})");
+}
+
+struct EditFailureCase {
+    const char* name;
+    std::string userText;
+    int editorStatus;
+    std::string answers;
+    std::function<void(const ReceivedPacket&, PeerConnection&)> onLoad; // the reply to 8 and on
+    std::string err;
+};
+
+void answerLoad(const ReceivedPacket& request, PeerConnection& peer, const std::string& reply8,
+                const std::string& reply11) {
+    if (request.command == 8) {
+        peer.send(8, reply8);
+    } else if (request.command == 11) {
+        peer.send(11, reply11);
+    }
+}
+
+// The user's edits survive every way in which `rule edit` can fail after
+// the editor ran: the edit file stays where the utility said it is, holding
+// what the user wrote.
+TEST(SecurityTest, EditedFileOutlivesEveryFailure) {
+    const std::string edit = "block name is \"mine\" # edited by hand\n";
+    // clang-format off
+    const EditFailureCase cases[] = {
+        {"text that does not parse, not edited again", "share bogus\n", 0, "n", nullptr, "Parsing error at rule #1\n"},
+        {"editor failed after writing, not run again", edit, 1, "n", nullptr, ""},
+        {"daemon refuses the set", edit, 0, "",
+         [](const ReceivedPacket& r, PeerConnection& p) { answerLoad(r, p, R"({"status":"error"})", kOk); }, kInternalError},
+        {"daemon refuses the commit", edit, 0, "",
+         [](const ReceivedPacket& r, PeerConnection& p) { answerLoad(r, p, kOk, R"({"status":"notfound"})"); }, kInternalError},
+        {"daemon closes instead of answering", edit, 0, "",
+         [](const ReceivedPacket&, PeerConnection& p) { p.close(); }, "\nconnection stopped by peer\n"},
+        {"daemon answers with a broken packet", edit, 0, "",
+         [](const ReceivedPacket&, PeerConnection& p) { p.send(8, "[]"); }, "\nbroken connection\n"},
+    };
+    // clang-format on
+    for (const EditFailureCase& c : cases) {
+        ScratchDir dir;
+        const std::string editor = installEditor(dir, "ed", c.userText, c.editorStatus);
+        ScriptedDaemon daemon;
+        daemon.onPacket([&c](const ReceivedPacket& request, PeerConnection& peer) {
+            if (request.command == 6) {
+                peer.send(6, kOk);
+            } else if (request.command == 7) {
+                peer.send(7, R"({"rules":[{"action":"share"}]})");
+            } else if (c.onLoad) {
+                c.onLoad(request, peer);
+            }
+        });
+        RunResult run;
+        runRuleEdit(daemon, editor, c.answers, run);
+        EXPECT_EQ(run.status, 5) << c.name;
+        EXPECT_EQ(run.err, c.err) << c.name;
+
+        const std::string path = readFile(dir / "edited");
+        ASSERT_FALSE(path.empty()) << c.name << ": the editor did not run";
+        EXPECT_NE(run.out.find("In case of error the copy of rules is put into \"" + path + "\"."),
+                  std::string::npos)
+            << c.name;
+        EXPECT_TRUE(fs::exists(path)) << c.name;
+        EXPECT_EQ(readFile(path), c.userText) << c.name;
+        fs::remove(path);
+    }
+}
+
+} // namespace
+} // namespace halvo::testkit
