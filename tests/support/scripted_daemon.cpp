@@ -141,6 +141,9 @@ void ScriptedDaemon::start() {
         ::listen(listener_, 4) != 0) {
         throw std::runtime_error("scripted daemon cannot listen on its port");
     }
+    socklen_t length = sizeof address;
+    ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length);
+    port_ = ntohs(address.sin_port);
     thread_ = std::thread([this] { serve(); });
 }
 

@@ -51,6 +51,7 @@ public:
     using AcceptScript = std::function<void(PeerConnection&)>;
     using PacketScript = std::function<void(const ReceivedPacket&, PeerConnection&)>;
 
+    // Port 0 takes any free port (see port()).
     explicit ScriptedDaemon(std::uint16_t port = 32999);
     ~ScriptedDaemon();
     ScriptedDaemon(const ScriptedDaemon&) = delete;
@@ -72,6 +73,8 @@ public:
     void join();
 
     std::vector<ReceivedPacket> received() const;
+    // The port listened on, once started.
+    std::uint16_t port() const { return port_; }
 
 private:
     void serve();

@@ -1,0 +1,256 @@
+#include "link/halvo_ipc_client.h"
+
+#include "link/packet.h"
+#include "tests/support/scripted_daemon.h"
+
+#include <boost/asio/io_context.hpp>
+#include <boost/json/serialize.hpp>
+#include <gtest/gtest.h>
+
+namespace halvo::link {
+namespace {
+
+namespace json = boost::json;
+using testkit::PeerConnection;
+using testkit::ReceivedPacket;
+using testkit::ScriptedDaemon;
+
+std::string header(std::uint32_t command, std::uint32_t size) {
+    HeaderBytes bytes = encodeHeader({command, size});
+    return std::string(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+}
+
+// The receive state machine, fed pieces as the transport would deliver them.
+class ReceiveStateMachineTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        client = QVHalvoIPCClient::initWithLogger(logger, "127.0.0.1", 9);
+        ASSERT_TRUE(client);
+        client->setOnData([this](std::uint32_t code, const json::object& payload) {
+            delivered.emplace_back(code, json::serialize(payload));
+        });
+    }
+
+    std::uint32_t nextSize() const {
+        auto size = client->nextPacketSize();
+        EXPECT_EQ(size.min, size.max);
+        return size.min;
+    }
+
+    std::vector<std::string> logLines() const {
+        std::vector<std::string> lines;
+        for (const auto& entry : logger->entries()) {
+            lines.push_back(entry.message);
+        }
+        return lines;
+    }
+
+    std::string address() const {
+        char text[32];
+        std::snprintf(text, sizeof text, "<%p>: ", static_cast<void*>(client.get()));
+        return text;
+    }
+
+    std::shared_ptr<CapturingLogger> logger = std::make_shared<CapturingLogger>();
+    std::shared_ptr<QVHalvoIPCClient> client;
+    std::vector<std::pair<std::uint32_t, std::string>> delivered;
+};
+
+TEST_F(ReceiveStateMachineTest, AsksForAHeaderThenExactlyThePayload) {
+    EXPECT_EQ(nextSize(), 8u);
+    ASSERT_TRUE(client->parseProtocolPacket(header(7, 2)));
+    EXPECT_EQ(nextSize(), 2u);
+    ASSERT_TRUE(client->parseProtocolPacket("{}"));
+    EXPECT_EQ(nextSize(), 8u);
+    EXPECT_EQ(delivered, (decltype(delivered){{7, "{}"}}));
+}
+
+struct SizeCase {
+    std::uint32_t size;
+    bool valid;
+};
+
+TEST_F(ReceiveStateMachineTest, PayloadSizeMustBeOneTo100MiB) {
+    const SizeCase cases[] = {{0, false}, {1, true}, {104857600, true}, {104857601, false},
+                              {0xFFFFFFFF, false}};
+    for (const SizeCase& c : cases) {
+        SetUp();
+        EXPECT_EQ(client->parseProtocolPacket(header(0, c.size)), c.valid) << c.size;
+        if (c.valid) {
+            EXPECT_EQ(nextSize(), c.size);
+        } else {
+            EXPECT_EQ(logLines().back(), address() + "Invalid data size=" +
+                                             std::to_string(c.size) + " in IPC packet");
+        }
+    }
+}
+
+TEST_F(ReceiveStateMachineTest, PayloadMustBeAJsonObject) {
+    struct Case {
+        std::string payload;
+        std::string logged; // after the address prefix
+    } cases[] = {
+        {"[1,2]", "cannot parse JSON, got wrong top-level object"},
+        {"\"text\"", "cannot parse JSON, got wrong top-level object"},
+        {"{\"a\":", "cannot parse JSON, "},
+        {"{\"a\":\"\xff\"}", "cannot parse JSON, "},
+        {std::string(600, '[') + std::string(600, ']'), "cannot parse JSON, "},
+    };
+    for (const Case& c : cases) {
+        SetUp();
+        ASSERT_TRUE(client->parseProtocolPacket(header(1, static_cast<std::uint32_t>(c.payload.size()))));
+        EXPECT_FALSE(client->parseProtocolPacket(c.payload)) << c.payload.substr(0, 20);
+        EXPECT_EQ(logLines().back().rfind(address() + c.logged, 0), 0u) << logLines().back();
+        EXPECT_TRUE(delivered.empty());
+    }
+}
+
+TEST_F(ReceiveStateMachineTest, ShortFinalPiecesAreRefusedUnread) {
+    EXPECT_FALSE(client->parseProtocolPacket(header(1, 2).substr(0, 5)));
+    SetUp();
+    ASSERT_TRUE(client->parseProtocolPacket(header(1, 10)));
+    EXPECT_FALSE(client->parseProtocolPacket("{}"));
+    EXPECT_TRUE(delivered.empty());
+}
+
+// The client against a peer over real TCP, on a port of its own.
+class ClientOverTcpTest : public ::testing::Test {
+protected:
+    // Runs the client's loop until a callback stops it.
+    void runClient(std::uint16_t port, std::function<void(QVHalvoIPCClient&)> onConnected) {
+        client = QVHalvoIPCClient::initWithLogger(logger, "127.0.0.1", port);
+        ASSERT_TRUE(client);
+        std::weak_ptr<QVHalvoIPCClient> weak = client;
+        client->setOnConnected([weak, onConnected] {
+            if (auto strong = weak.lock()) {
+                onConnected(*strong);
+            }
+        });
+        client->setOnData([this](std::uint32_t code, const json::object& payload) {
+            delivered.emplace_back(code, json::serialize(payload));
+        });
+        client->setOnError([this] {
+            errors++;
+            client->eventLoop().stop();
+        });
+        client->start();
+        client->runEventLoop();
+        client->stop();
+    }
+
+    std::shared_ptr<CapturingLogger> logger = std::make_shared<CapturingLogger>();
+    std::shared_ptr<QVHalvoIPCClient> client;
+    std::vector<std::pair<std::uint32_t, std::string>> delivered;
+    int errors = 0;
+};
+
+TEST_F(ClientOverTcpTest, RequestsGoOutAsSpecifiedPayloads) {
+    ScriptedDaemon daemon(0);
+    daemon.onPacket([](const ReceivedPacket& packet, PeerConnection& peer) {
+        if (packet.command == 11 && packet.payload.find("commit") != std::string::npos) {
+            peer.close();
+        }
+    });
+    daemon.start();
+    const std::uint16_t port = 4464;
+    json::array rules{json::object{{"action", "share"}}};
+    testing::internal::CaptureStderr();
+    runClient(daemon.port(), [&](QVHalvoIPCClient& c) {
+        c.getDeviceList();
+        c.getConnectionList();
+        c.requestKillConnectionWith("h", &port);
+        c.requestKillConnectionWith("h", nullptr);
+        c.requestKillConnectionWithPID(4294967295u);
+        c.requestDisconnectDevice(3);
+        c.startRuleTransaction();
+        c.getRuleList();
+        EXPECT_TRUE(c.loadRuleList(&rules));
+        EXPECT_TRUE(c.loadRuleList(nullptr));
+        EXPECT_TRUE(c.insertRuleForDevice(3, "share"));
+        EXPECT_TRUE(c.testRuleForDevice(3, "net", "10.0.0.7"));
+        EXPECT_TRUE(c.testRuleForDevice(3, "Net", "10.0.0.7"));
+        EXPECT_TRUE(c.testRuleForDevice(3, "rdesk", nullptr));
+        EXPECT_FALSE(c.testRuleForDevice(3, "net", "\xff"));
+        c.endRuleTransaction(false);
+        c.endRuleTransaction(true);
+    });
+    daemon.join();
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "\nconnection stopped by peer\n");
+    std::vector<std::string> sent;
+    for (const ReceivedPacket& packet : daemon.received()) {
+        sent.push_back(std::to_string(packet.command) + " " + packet.payload);
+    }
+    EXPECT_EQ(sent, (std::vector<std::string>{
+                        "0 ", "1 ", R"(2 {"host":"h","port":4464})", R"(2 {"host":"h"})",
+                        R"(2 {"pid":4294967295})", R"(3 {"id":3})", "6 ", "7 ",
+                        R"(8 {"rules":[{"action":"share"}]})", "8 {}",
+                        R"(9 {"id":3,"action":"share"})",
+                        R"(10 {"id":3,"type":"net","addr":"10.0.0.7"})",
+                        R"(10 {"id":3,"type":"Net"})", R"(10 {"id":3,"type":"rdesk"})",
+                        R"(11 {"action":"rollback"})", R"(11 {"action":"commit"})"}));
+}
+
+TEST_F(ClientOverTcpTest, PacketsAreCutOutOfAnySegmentation) {
+    ScriptedDaemon daemon(0);
+    daemon.onAccept([](PeerConnection& peer) {
+        std::string two = encodePacket(1, R"({"a":1})") + encodePacket(2, R"({"b":2})");
+        peer.sendRaw(two);
+        peer.sendInPieces(encodePacket(3, R"({"c":[1,2,3]})"), 1);
+        peer.close();
+    });
+    daemon.start();
+    testing::internal::CaptureStderr();
+    runClient(daemon.port(), [](QVHalvoIPCClient&) {});
+    daemon.join();
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "\nconnection stopped by peer\n");
+    EXPECT_EQ(delivered, (decltype(delivered){{1, R"({"a":1})"}, {2, R"({"b":2})"},
+                                               {3, R"({"c":[1,2,3]})"}}));
+    EXPECT_EQ(errors, 1);
+}
+
+TEST_F(ClientOverTcpTest, EveryEndOfTheLinkIsReportedOnce) {
+    struct Case {
+        std::function<void(PeerConnection&)> script;
+        std::string reason;
+    } cases[] = {
+        {[](PeerConnection& peer) { peer.close(); }, "connection stopped by peer"},
+        {[](PeerConnection& peer) { peer.sendRaw(header(0, 0)); }, "broken connection"},
+        {[](PeerConnection& peer) {
+             peer.sendRaw(header(0, 10) + "{}");
+             peer.close();
+         },
+         "broken connection"},
+        {[](PeerConnection& peer) {
+             peer.sendRaw(header(0, 10));
+             peer.close();
+         },
+         "connection stopped by peer"},
+    };
+    for (const Case& c : cases) {
+        ScriptedDaemon daemon(0);
+        daemon.onAccept(c.script);
+        daemon.start();
+        errors = 0;
+        testing::internal::CaptureStderr();
+        runClient(daemon.port(), [](QVHalvoIPCClient&) {});
+        daemon.join();
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), "\n" + c.reason + "\n");
+        EXPECT_EQ(errors, 1);
+    }
+}
+
+TEST_F(ClientOverTcpTest, NobodyListeningCannotBeEstablished) {
+    std::uint16_t closedPort = 0;
+    {
+        ScriptedDaemon placeholder(0); // a port that was free a moment ago
+        placeholder.start();
+        closedPort = placeholder.port();
+    }
+    testing::internal::CaptureStderr();
+    runClient(closedPort, [](QVHalvoIPCClient&) { ADD_FAILURE() << "connected"; });
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "\nconnection cannot be established\n");
+    EXPECT_EQ(errors, 1);
+}
+
+} // namespace
+} // namespace halvo::link
