@@ -1,4 +1,5 @@
 #include "listings/device_list.h"
+#include "listings/output_testing.h"
 
 #include <boost/json/parse.hpp>
 #include <boost/json/serialize.hpp>
@@ -13,16 +14,10 @@ namespace {
 
 namespace json = boost::json;
 using halvo::listings::outputDeviceList;
+using halvo::listings::testing::printedBy;
 
 std::string printed(const json::object& reply) {
-    char* data = nullptr;
-    std::size_t size = 0;
-    std::FILE* out = open_memstream(&data, &size);
-    outputDeviceList(reply, out);
-    std::fclose(out);
-    std::string text(data, size);
-    std::free(data);
-    return text;
+    return printedBy([&](std::FILE* out) { outputDeviceList(reply, out); });
 }
 
 // A well-formed device: id 3, a USB 2 root hub, free, not built in, no
@@ -115,7 +110,6 @@ TEST(DeviceListTest, RowsShowNumbersAndOnlyTheStatusPiecesPresent) {
     const RowCase cases[] = {
         {"built in", {{"built-in", true}}, hubColumns + "1-1\tHub /built-in, free/\n"},
         {"built-in as numbers", {{"built-in", -2}}, hubColumns + "1-1\tHub /built-in, free/\n"},
-        {"not built in as 0", {{"built-in", 0}}, hubColumns + "1-1\tHub /free/\n"},
         {"address",
          {{"state", "shared"}, {"addr", "10.0.0.7"}},
          hubColumns + "1-1\tHub /shared@10.0.0.7/\n"},
@@ -134,9 +128,6 @@ TEST(DeviceListTest, RowsShowNumbersAndOnlyTheStatusPiecesPresent) {
         {"wide ids keep every digit",
          {{"id", 4294967295u}, {"vid", 0xffffffffu}, {"rev", 0x12345}},
          "4294967295\tffffffff:0002:12345\t1-1\tHub /free/\n"},
-        {"negatives wrap, fractions truncate",
-         {{"id", -1}, {"pid", 2.9}},
-         "4294967295\t1d6b:0002:0510\t1-1\tHub /free/\n"},
     };
     for (const RowCase& c : cases) {
         EXPECT_EQ(printed(replyOf({device("1-1", c.changes)})), header + c.expectedRow) << c.title;
