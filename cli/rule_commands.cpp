@@ -40,6 +40,15 @@ void requireOk(const json::object& reply) {
     }
 }
 
+void startTransaction(QVHalvoIPCClient& client) {
+    client.startRuleTransaction();
+}
+
+void listRulesOnceOpen(QVHalvoIPCClient& client, const json::object& reply) {
+    requireOk(reply);
+    client.getRuleList();
+}
+
 // The commit that ends `rule load` and `rule edit` (no path ever rolls
 // back: a failure ends the process with the transaction open).
 void commitOnLoaded(QVHalvoIPCClient& client, const json::object& reply) {
@@ -51,13 +60,12 @@ void commitOnLoaded(QVHalvoIPCClient& client, const json::object& reply) {
 
 void installRuleList(Session& session) {
     const std::uint32_t numbered = session.invocation.withoutIndex ? 0 : 1;
-    session.onConnected([](QVHalvoIPCClient& client) { client.startRuleTransaction(); });
+    session.onConnected(startTransaction);
     session.onData(
         [numbered](QVHalvoIPCClient& client, std::uint32_t code, const json::object& reply) {
             switch (static_cast<CommandCode>(code)) {
             case CommandCode::startRuleTransaction:
-                requireOk(reply);
-                client.getRuleList();
+                listRulesOnceOpen(client, reply);
                 return;
             case CommandCode::ruleList:
                 std::exit(rules::outputRuleList(reply, numbered, stdout));
@@ -69,7 +77,7 @@ void installRuleList(Session& session) {
 
 void installRuleLoad(Session& session) {
     std::shared_ptr<RuleSlots> slots = session.slots;
-    session.onConnected([](QVHalvoIPCClient& client) { client.startRuleTransaction(); });
+    session.onConnected(startTransaction);
     session.onData([slots](QVHalvoIPCClient& client, std::uint32_t code, const json::object& reply) {
         switch (static_cast<CommandCode>(code)) {
         case CommandCode::startRuleTransaction:
@@ -114,12 +122,11 @@ void editAndLoad(QVHalvoIPCClient& client, RuleSlots& slots, const json::object&
 
 void installRuleEdit(Session& session) {
     std::shared_ptr<RuleSlots> slots = session.slots;
-    session.onConnected([](QVHalvoIPCClient& client) { client.startRuleTransaction(); });
+    session.onConnected(startTransaction);
     session.onData([slots](QVHalvoIPCClient& client, std::uint32_t code, const json::object& reply) {
         switch (static_cast<CommandCode>(code)) {
         case CommandCode::startRuleTransaction:
-            requireOk(reply);
-            client.getRuleList();
+            listRulesOnceOpen(client, reply);
             return;
         case CommandCode::ruleList:
             editAndLoad(client, *slots, reply); // the list's own status is not looked at
@@ -178,7 +185,7 @@ void installRuleTest(Session& session) {
             printStatusAndExit(exitStatus::failure, kTestSubject);
         }
     };
-    session.onConnected([](QVHalvoIPCClient& client) { client.startRuleTransaction(); });
+    session.onConnected(startTransaction);
     session.onData([slots, sendTest](QVHalvoIPCClient& client, std::uint32_t code,
                                      const json::object& reply) {
         requireTestStatusOk(reply);

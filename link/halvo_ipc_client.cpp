@@ -39,13 +39,10 @@ bool QVHalvoIPCClient::initClient(std::shared_ptr<Logger> logger, const char* ho
 }
 
 void QVHalvoIPCClient::stop() {
-    {
-        std::lock_guard lock(callbackLock);
-        onData_ = nullptr;
-        onConnected_ = nullptr;
-        onSent_ = nullptr;
-        onError_ = nullptr;
-    }
+    onData_.set(nullptr);
+    onConnected_.set(nullptr);
+    onSent_.set(nullptr);
+    onError_.set(nullptr);
     QVTCPConnection::stop();
 }
 
@@ -225,46 +222,6 @@ void QVHalvoIPCClient::endRuleTransaction(bool commit) {
     json::object request;
     request["action"] = commit ? "commit" : "rollback";
     sendJSON(&request, code(CommandCode::endRuleTransaction));
-}
-
-QVHalvoIPCClient::Callback QVHalvoIPCClient::onConnected() const {
-    std::lock_guard lock(callbackLock);
-    return onConnected_;
-}
-
-void QVHalvoIPCClient::setOnConnected(Callback callback) {
-    std::lock_guard lock(callbackLock);
-    onConnected_ = std::move(callback);
-}
-
-QVHalvoIPCClient::DataCallback QVHalvoIPCClient::onData() const {
-    std::lock_guard lock(callbackLock);
-    return onData_;
-}
-
-void QVHalvoIPCClient::setOnData(DataCallback callback) {
-    std::lock_guard lock(callbackLock);
-    onData_ = std::move(callback);
-}
-
-QVHalvoIPCClient::Callback QVHalvoIPCClient::onSent() const {
-    std::lock_guard lock(callbackLock);
-    return onSent_;
-}
-
-void QVHalvoIPCClient::setOnSent(Callback callback) {
-    std::lock_guard lock(callbackLock);
-    onSent_ = std::move(callback);
-}
-
-QVHalvoIPCClient::Callback QVHalvoIPCClient::onError() const {
-    std::lock_guard lock(callbackLock);
-    return onError_;
-}
-
-void QVHalvoIPCClient::setOnError(Callback callback) {
-    std::lock_guard lock(callbackLock);
-    onError_ = std::move(callback);
 }
 
 } // namespace halvo::link

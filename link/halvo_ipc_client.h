@@ -60,14 +60,14 @@ public:
     bool testRuleForDevice(std::uint32_t deviceId, std::string_view type, const char* host);
     void endRuleTransaction(bool commit);
 
-    Callback onConnected() const;
-    void setOnConnected(Callback callback);
-    DataCallback onData() const;
-    void setOnData(DataCallback callback);
-    Callback onSent() const;
-    void setOnSent(Callback callback);
-    Callback onError() const;
-    void setOnError(Callback callback);
+    Callback onConnected() const { return onConnected_.get(); }
+    void setOnConnected(Callback callback) { onConnected_.set(std::move(callback)); }
+    DataCallback onData() const { return onData_.get(); }
+    void setOnData(DataCallback callback) { onData_.set(std::move(callback)); }
+    Callback onSent() const { return onSent_.get(); }
+    void setOnSent(Callback callback) { onSent_.set(std::move(callback)); }
+    Callback onError() const { return onError_.get(); }
+    void setOnError(Callback callback) { onError_.set(std::move(callback)); }
 
 private:
     bool initClient(std::shared_ptr<Logger> logger, const char* host, std::uint16_t port);
@@ -80,11 +80,29 @@ private:
     std::int32_t protoCmd = 19;
     std::uint32_t payloadSize = 0;
 
-    mutable std::mutex callbackLock;
-    Callback onConnected_;
-    DataCallback onData_;
-    Callback onSent_;
-    Callback onError_;
+    // A callback property: the setter stores its own copy, the getter
+    // returns one, each under a lock of its own, so that a callback may be
+    // read on the event loop while the owner replaces it.
+    template <typename Function> class AtomicCallback {
+    public:
+        Function get() const {
+            std::lock_guard lock(mutex_);
+            return function_;
+        }
+        void set(Function function) {
+            std::lock_guard lock(mutex_);
+            function_ = std::move(function);
+        }
+
+    private:
+        mutable std::mutex mutex_;
+        Function function_;
+    };
+
+    AtomicCallback<Callback> onConnected_;
+    AtomicCallback<DataCallback> onData_;
+    AtomicCallback<Callback> onSent_;
+    AtomicCallback<Callback> onError_;
 };
 
 } // namespace halvo::link
