@@ -154,10 +154,11 @@ Outcome RequestHandler::loadRules(ClientId client, const json::object& request) 
     if (rules == nullptr || !rules->is_array()) {
         return badRequest("\"rules\" must be an array");
     }
-    if (auto error = checkRuleSet(rules->get_array())) {
+    auto accepted = acceptRuleSet(rules->get_array());
+    if (auto* error = std::get_if<std::string>(&accepted)) {
         return status(*error);
     }
-    rules_.replace(client, rules->get_array());
+    rules_.replace(client, std::get<json::array>(std::move(accepted)));
     return status(kStatusOk);
 }
 
@@ -181,10 +182,11 @@ Outcome RequestHandler::insertDeviceRule(ClientId client, const json::object& re
     }
     json::array single;
     single.push_back(ruleForDevice(*device, *action));
-    if (auto error = checkRuleSet(single)) {
+    auto accepted = acceptRuleSet(std::move(single));
+    if (auto* error = std::get_if<std::string>(&accepted)) {
         return status(*error);
     }
-    rules_.insertFirst(client, std::move(single[0].get_object()));
+    rules_.insertFirst(client, std::move(std::get<json::array>(accepted)[0].get_object()));
     return status(kStatusOk);
 }
 

@@ -122,21 +122,29 @@ std::optional<std::string> checkRule(const json::object& rule) {
     return std::nullopt;
 }
 
-std::optional<std::string> checkRuleSet(const json::array& rules) {
+json::object canonicalRule(json::object rule) {
+    if (const json::value* takeaway = rule.if_contains("takeaway"); takeaway != nullptr && *takeaway == false) {
+        rule.erase("takeaway");
+    }
+    return rule;
+}
+
+std::variant<json::array, std::string> acceptRuleSet(json::array rules) {
     for (std::size_t index = 0; index < rules.size(); ++index) {
         const std::string where = "invalid rule #" + std::to_string(index + 1) + ": ";
-        const json::object* rule = rules[index].if_object();
+        json::object* rule = rules[index].if_object();
         if (rule == nullptr) {
             return where + "not an object";
         }
         if (auto reason = checkRule(*rule)) {
             return where + *reason;
         }
+        *rule = canonicalRule(std::move(*rule));
         if (!readsBackUnchanged(*rule)) {
             return where + "it does not read back unchanged from rule text";
         }
     }
-    return std::nullopt;
+    return rules;
 }
 
 } // namespace halvo::daemon

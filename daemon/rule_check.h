@@ -7,6 +7,7 @@
 
 #include <optional>
 #include <string>
+#include <variant>
 
 namespace halvo::daemon {
 
@@ -18,9 +19,13 @@ namespace halvo::daemon {
 // Otherwise the first broken invariant, e.g. "\"pid\" without \"vid\"".
 std::optional<std::string> checkRule(const boost::json::object& rule);
 
-// Nothing when every element is a valid record that reads back unchanged
-// from its rule text; otherwise "invalid rule #N: <reason>" for the first
-// that is not.
-std::optional<std::string> checkRuleSet(const boost::json::array& rules);
+// The record as the daemon keeps it: "takeaway": false means the same as no
+// "takeaway", and the rule text has no way to write it, so it is dropped.
+boost::json::object canonicalRule(boost::json::object rule);
+
+// The rules in their kept form when every element is a valid record that
+// reads back unchanged from its rule text; otherwise "invalid rule #N:
+// <reason>" for the first that is not.
+std::variant<boost::json::array, std::string> acceptRuleSet(boost::json::array rules);
 
 } // namespace halvo::daemon

@@ -120,10 +120,11 @@ std::variant<json::array, std::string> loadRulesFile(const std::string& path) {
     if (!rules) {
         return path + ": rules not loaded";
     }
-    if (auto error = checkRuleSet(*rules)) {
+    auto accepted = acceptRuleSet(std::move(*rules));
+    if (auto* error = std::get_if<std::string>(&accepted)) {
         return path + ": " + *error;
     }
-    return std::move(*rules);
+    return std::get<json::array>(std::move(accepted));
 }
 
 std::optional<std::string> saveRulesFile(const std::string& path, const json::array& rules) {
