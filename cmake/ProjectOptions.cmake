@@ -22,6 +22,25 @@ if(NOT HALVO_SANITIZE)
   target_link_options(halvo_static_runtime INTERFACE -static-libstdc++ -static-libgcc)
 endif()
 
+# The control utility lives a few milliseconds per command, most of them in
+# loading: linked wholly statically it starts as fast as a plain C client
+# and maps no shared library pages. Position independent where the
+# toolchain allows, so that it keeps address randomisation; unused sections
+# dropped, so that start-up touches fewer pages. The daemon keeps the
+# shared C library.
+add_library(halvo_static_program INTERFACE)
+if(NOT HALVO_SANITIZE)
+  include(CheckCXXSourceCompiles)
+  set(CMAKE_REQUIRED_LINK_OPTIONS -static-pie)
+  check_cxx_source_compiles("int main() { return 0; }" HALVO_HAVE_STATIC_PIE)
+  unset(CMAKE_REQUIRED_LINK_OPTIONS)
+  if(HALVO_HAVE_STATIC_PIE)
+    target_link_options(halvo_static_program INTERFACE -static-pie -Wl,--gc-sections)
+  else()
+    target_link_options(halvo_static_program INTERFACE -static -Wl,--gc-sections)
+  endif()
+endif()
+
 # halvo_add_module(<name> DEPS <targets...>)
 # Builds the folder's sources (all *.cpp but the *_test.cpp beside them) into
 # a static library that the programs and the test suites link.
