@@ -82,6 +82,11 @@ const OutcomeCase kCases[] = {
      "Internal error.\n", 5, {R"(2 {"pid":77})"}},
 };
 
+// Test listings show the case's name, not its bytes.
+void PrintTo(const OutcomeCase& c, std::ostream* os) {
+    *os << c.name;
+}
+
 class DeviceConnectionOutcomeTest : public ::testing::TestWithParam<OutcomeCase> {};
 
 TEST_P(DeviceConnectionOutcomeTest, EndsAsTheReplySays) {
