@@ -15,7 +15,6 @@
 
 #include <cstdlib>
 #include <fstream>
-#include <regex>
 #include <sstream>
 #include <thread>
 
@@ -52,6 +51,13 @@ std::string readFile(const fs::path& path) {
     std::ostringstream bytes;
     bytes << in.rdbuf();
     return bytes.str();
+}
+
+void addSysfsEntry(const fs::path& folder, const std::map<std::string, std::string>& attributes) {
+    fs::create_directories(folder);
+    for (const auto& [name, value] : attributes) {
+        writeFile(folder / name, value + "\n");
+    }
 }
 
 TestClient::TestClient(std::uint16_t port) {
@@ -182,22 +188,25 @@ bool TestClient::closedByPeer(std::chrono::milliseconds timeout) {
 namespace {
 
 pid_t spawnHalvod(const std::vector<std::string>& arguments, const fs::path& errorFile) {
+    // Everything the child needs is made before the fork: a test process
+    // may have threads, and the child may only make async-signal-safe calls.
     std::vector<std::string> argv{HALVOD_PATH};
     argv.insert(argv.end(), arguments.begin(), arguments.end());
-    pid_t pid = ::fork();
-    if (pid != 0) {
-        return pid;
-    }
-    int err = ::open(errorFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    int null = ::open("/dev/null", O_RDWR);
-    ::dup2(null, 0);
-    ::dup2(null, 1);
-    ::dup2(err, 2);
     std::vector<char*> pointers;
     for (std::string& argument : argv) {
         pointers.push_back(argument.data());
     }
     pointers.push_back(nullptr);
+    const std::string errorPath = errorFile.string();
+    pid_t pid = ::fork();
+    if (pid != 0) {
+        return pid;
+    }
+    int err = ::open(errorPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    int null = ::open("/dev/null", O_RDWR);
+    ::dup2(null, 0);
+    ::dup2(null, 1);
+    ::dup2(err, 2);
     ::execv(pointers[0], pointers.data());
     ::_exit(127);
 }
@@ -218,6 +227,18 @@ bool namesListenAddress(const std::vector<std::string>& arguments) {
     return false;
 }
 
+// The port of the line "halvod: listening on ADDR:PORT".
+std::optional<std::uint16_t> announcedPort(const std::string& output) {
+    const std::string kMarker = "listening on ";
+    std::size_t start = output.find(kMarker);
+    std::size_t end = output.find('\n', start);
+    if (start == std::string::npos || end == std::string::npos) {
+        return std::nullopt;
+    }
+    std::string line = output.substr(start, end - start);
+    return static_cast<std::uint16_t>(std::stoul(line.substr(line.rfind(':') + 1)));
+}
+
 } // namespace
 
 std::unique_ptr<DaemonProcess> DaemonProcess::start(const std::vector<std::string>& arguments) {
@@ -228,13 +249,10 @@ std::unique_ptr<DaemonProcess> DaemonProcess::start(const std::vector<std::strin
         withListen.insert(withListen.begin(), {"--listen", "127.0.0.1:0"});
     }
     daemon->pid_ = spawnHalvod(withListen, *daemon->scratch_ / "stderr");
-    static const std::regex kListening("listening on [0-9.:a-f]+:([0-9]+)");
     auto deadline = std::chrono::steady_clock::now() + 10s;
     while (std::chrono::steady_clock::now() < deadline) {
-        std::smatch match;
-        std::string output = daemon->errorOutput();
-        if (std::regex_search(output, match, kListening)) {
-            daemon->port_ = static_cast<std::uint16_t>(std::stoi(match[1]));
+        if (auto port = announcedPort(daemon->errorOutput())) {
+            daemon->port_ = *port;
             return daemon;
         }
         int status = 0;

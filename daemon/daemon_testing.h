@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <deque>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -38,6 +39,10 @@ private:
 
 void writeFile(const std::filesystem::path& path, std::string_view bytes);
 std::string readFile(const std::filesystem::path& path);
+
+// A sysfs folder as the kernel shows it: one attribute a file, each value
+// ended by a line feed.
+void addSysfsEntry(const std::filesystem::path& folder, const std::map<std::string, std::string>& attributes);
 
 struct Packet {
     std::uint32_t command = 0;

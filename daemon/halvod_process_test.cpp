@@ -143,6 +143,42 @@ TEST(HalvodProcessTest, KillDuringCommitLeavesTheOldOrTheNewRules) {
     EXPECT_EQ(files, 1u);
 }
 
+TEST(HalvodProcessTest, SysfsHotplugAndUnplugReachEveryClient) {
+    TempDir bus;
+    testing::addSysfsEntry(bus / "1-1", {{"idVendor", "046d"}, {"idProduct", "c31c"}, {"product", "Keyboard"},
+                                         {"authorized", "1"}});
+    auto daemon = DaemonProcess::start({"--sysfs", bus.path().string(), "--rescan-ms", "20"});
+    ASSERT_TRUE(daemon);
+    TestClient actor(daemon->port());
+    TestClient watcher(daemon->port());
+    ASSERT_TRUE(watcher.request(CommandCode::deviceList));
+
+    // Gone first, then new: seen in one rescan or in two, the events come in
+    // this order.
+    // The new device is made aside and moved in, so that no rescan sees it
+    // half written.
+    std::filesystem::remove_all(bus / "1-1");
+    TempDir staging;
+    testing::addSysfsEntry(staging / "1-2", {{"idVendor", "0781"}, {"idProduct", "5567"}, {"product", "Stick"}});
+    std::filesystem::rename(staging / "1-2", bus / "1-2");
+    for (TestClient* client : {&actor, &watcher}) {
+        auto gone = client->receive();
+        auto added = client->receive();
+        ASSERT_TRUE(gone && added);
+        EXPECT_EQ(gone->payload, json::parse(R"({"id": 1, "name": "Keyboard", "state": "unplugged"})"));
+        EXPECT_EQ(added->payload, json::parse(R"({"id": 2, "name": "Stick", "state": "plugged"})"));
+    }
+
+    testing::writeFile(bus / "1-2" / "authorized", "1\n");
+    auto reply = actor.request(CommandCode::disconnectDevice, json::parse(R"({"id": 2})").as_object());
+    ASSERT_TRUE(reply);
+    EXPECT_EQ((*reply)["status"], "ok");
+    EXPECT_EQ(readFile(bus / "1-2" / "authorized"), "1\n");
+    auto event = watcher.receive();
+    ASSERT_TRUE(event);
+    EXPECT_EQ(event->payload, json::parse(R"({"id": 2, "name": "Stick", "state": "unplugged"})"));
+}
+
 TEST(HalvodProcessTest, RulesFileThatDoesNotParseStopsTheStartUntouched) {
     TempDir scratch;
     const std::string rulesPath = (scratch / "halvod.rules").string();

@@ -14,7 +14,6 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <map>
 #include <thread>
 
 namespace halvo::daemon {
@@ -25,36 +24,28 @@ namespace json = boost::json;
 using testing::TempDir;
 using testing::writeFile;
 
-using Attributes = std::map<std::string, std::string>;
-
-// A device folder as the kernel writes it: one value and a line feed a file.
-void addEntry(const fs::path& folder, const Attributes& attributes) {
-    fs::create_directories(folder);
-    for (const auto& [name, value] : attributes) {
-        writeFile(folder / name, value + "\n");
-    }
-}
+using testing::addSysfsEntry;
 
 // A bus with a root hub, a keyboard (class per interface), a storage stick
 // with a serial, an external hub, a built-in camera without a product name
 // and a device whose authorisation was withdrawn.
 void addSampleBus(const fs::path& root) {
-    addEntry(root / "usb1", {{"idVendor", "1d6b"}, {"idProduct", "0002"}, {"bDeviceClass", "09"}});
-    addEntry(root / "1-1", {{"idVendor", "046d"}, {"idProduct", "c31c"}, {"bcdDevice", "0110"},
+    addSysfsEntry(root / "usb1", {{"idVendor", "1d6b"}, {"idProduct", "0002"}, {"bDeviceClass", "09"}});
+    addSysfsEntry(root / "1-1", {{"idVendor", "046d"}, {"idProduct", "c31c"}, {"bcdDevice", "0110"},
                             {"bDeviceClass", "00"}, {"product", "USB Keyboard"}, {"manufacturer", "Logitech"},
                             {"removable", "removable"}, {"authorized", "1"}});
-    addEntry(root / "1-1" / "1-1:1.1", {{"bInterfaceClass", "03"}, {"bInterfaceSubClass", "00"}});
-    addEntry(root / "1-1" / "1-1:1.0",
+    addSysfsEntry(root / "1-1" / "1-1:1.1", {{"bInterfaceClass", "03"}, {"bInterfaceSubClass", "00"}});
+    addSysfsEntry(root / "1-1" / "1-1:1.0",
              {{"bInterfaceClass", "03"}, {"bInterfaceSubClass", "01"}, {"bInterfaceProtocol", "01"}});
-    addEntry(root / "1-1:1.0", {{"bInterfaceClass", "03"}});
-    addEntry(root / "1-2.3", {{"idVendor", "0781"}, {"idProduct", "5567"}, {"bcdDevice", "0100"},
+    addSysfsEntry(root / "1-1:1.0", {{"bInterfaceClass", "03"}});
+    addSysfsEntry(root / "1-2.3", {{"idVendor", "0781"}, {"idProduct", "5567"}, {"bcdDevice", "0100"},
                               {"bDeviceClass", "00"}, {"product", "Cruzer Blade"}, {"serial", "4C5300"},
                               {"removable", "unknown"}});
-    addEntry(root / "1-2", {{"idVendor", "05e3"}, {"idProduct", "0610"}, {"bDeviceClass", "09"}});
-    addEntry(root / "1-4", {{"idVendor", "04f2"}, {"idProduct", "b6d9"}, {"bcdDevice", "5626"},
+    addSysfsEntry(root / "1-2", {{"idVendor", "05e3"}, {"idProduct", "0610"}, {"bDeviceClass", "09"}});
+    addSysfsEntry(root / "1-4", {{"idVendor", "04f2"}, {"idProduct", "b6d9"}, {"bcdDevice", "5626"},
                             {"bDeviceClass", "ef"}, {"bDeviceSubClass", "02"}, {"bDeviceProtocol", "01"},
                             {"manufacturer", "Chicony"}, {"removable", "fixed"}});
-    addEntry(root / "2-1", {{"idVendor", "0403"}, {"idProduct", "6001"}, {"authorized", "0"}});
+    addSysfsEntry(root / "2-1", {{"idVendor", "0403"}, {"idProduct", "6001"}, {"authorized", "0"}});
 }
 
 json::array listOf(const std::vector<Device>& devices) {
@@ -82,22 +73,31 @@ TEST(SysfsBackendTest, ReadsDevicesAndLeavesOutHubsAndInterfaces) {
     ])"));
 }
 
-TEST(SysfsBackendTest, HotplugBecomesDeviceEventsAndIdsStay) {
-    TempDir root;
-    addSampleBus(root.path());
-    SysfsBackend backend(root.path());
+// A bus folder watched the way halvod watches it, rescanned on demand.
+struct WatchedBus {
+    explicit WatchedBus(const fs::path& root)
+        : backend(root), watcher(io, backend, table, std::chrono::milliseconds(1000),
+                                 [this](const Event& event) { events.push_back(event); }) {}
+
+    SysfsBackend backend;
     DeviceTable table;
     std::vector<Event> events;
     boost::asio::io_context io;
-    DeviceWatcher watcher(io, backend, table, std::chrono::milliseconds(1000),
-                          [&](const Event& event) { events.push_back(event); });
+    DeviceWatcher watcher;
+};
+
+TEST(SysfsBackendTest, HotplugBecomesDeviceEventsAndIdsStay) {
+    TempDir root;
+    addSampleBus(root.path());
+    WatchedBus bus(root.path());
+    auto& [backend, table, events, io, watcher] = bus;
     watcher.rescan();
     EXPECT_EQ(events.size(), 4u);
     const std::uint32_t stickId = table.devices()[1].id;
 
     events.clear();
     fs::remove_all(root / "1-2.3");
-    addEntry(root / "1-5", {{"idVendor", "1050"}, {"idProduct", "0407"}, {"product", "YubiKey"}});
+    addSysfsEntry(root / "1-5", {{"idVendor", "1050"}, {"idProduct", "0407"}, {"product", "YubiKey"}});
     writeFile(root / "2-1" / "authorized", "1\n");
     watcher.rescan();
     ASSERT_EQ(events.size(), 3u);
@@ -110,7 +110,7 @@ TEST(SysfsBackendTest, HotplugBecomesDeviceEventsAndIdsStay) {
 
     // The same stick plugged in again is a new device with a new id.
     events.clear();
-    addEntry(root / "1-2.3", {{"idVendor", "0781"}, {"idProduct", "5567"}, {"product", "Cruzer Blade"}});
+    addSysfsEntry(root / "1-2.3", {{"idVendor", "0781"}, {"idProduct", "5567"}, {"product", "Cruzer Blade"}});
     watcher.rescan();
     ASSERT_EQ(events.size(), 1u);
     EXPECT_EQ(events[0].payload["id"], 6);
@@ -119,13 +119,8 @@ TEST(SysfsBackendTest, HotplugBecomesDeviceEventsAndIdsStay) {
 TEST(SysfsBackendTest, UnreadableBusChangesNothing) {
     TempDir root;
     addSampleBus(root / "bus");
-    SysfsBackend backend(root / "bus");
-
-    DeviceTable table;
-    std::vector<Event> events;
-    boost::asio::io_context io;
-    DeviceWatcher watcher(io, backend, table, std::chrono::milliseconds(1000),
-                          [&](const Event& event) { events.push_back(event); });
+    WatchedBus bus(root / "bus");
+    auto& [backend, table, events, io, watcher] = bus;
     watcher.rescan();
     ASSERT_EQ(table.devices().size(), 4u);
     events.clear();
@@ -138,7 +133,7 @@ TEST(SysfsBackendTest, UnreadableBusChangesNothing) {
 
 TEST(SysfsBackendTest, UnplugWithdrawsAuthorisationThenGrantsIt) {
     TempDir root;
-    addEntry(root / "1-1", {{"idVendor", "046d"}, {"idProduct", "c31c"}});
+    addSysfsEntry(root / "1-1", {{"idVendor", "046d"}, {"idProduct", "c31c"}});
     // A FIFO instead of the attribute records every write in order.
     ASSERT_EQ(::mkfifo((root / "1-1" / "authorized").c_str(), 0600), 0);
     std::string written;
