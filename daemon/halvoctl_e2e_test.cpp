@@ -11,6 +11,7 @@
 #include <signal.h>
 #include <sys/stat.h>
 
+#include <cstdio>
 #include <future>
 #include <sstream>
 #include <thread>
@@ -62,6 +63,28 @@ std::string withoutTimestamps(const std::string& output) {
         stripped += (line.starts_with("[") && stamp != std::string::npos ? line.substr(stamp + 3) : line) + "\n";
     }
     return stripped;
+}
+
+// Whether a TCP connection to `port` on this machine is established, as the
+// kernel lists them: the test process is alone on the port (a namespace of
+// its own or the shared lock), so it is the one the test started.
+bool connectionEstablished(std::uint16_t port) {
+    std::istringstream table(readFile("/proc/net/tcp"));
+    std::string line;
+    char local[16];
+    std::snprintf(local, sizeof local, ":%04X ", static_cast<unsigned>(port));
+    std::getline(table, line); // the heading
+    while (std::getline(table, line)) {
+        // "sl local_address rem_address st ...": the server side of an
+        // established connection has the port as its local one and state 01.
+        std::istringstream fields(line);
+        std::string slot, localAddress, remoteAddress, state;
+        fields >> slot >> localAddress >> remoteAddress >> state;
+        if ((localAddress + " ").ends_with(local) && state == "01") {
+            return true;
+        }
+    }
+    return false;
 }
 
 struct Expected {
@@ -201,8 +224,11 @@ TEST_F(HalvoctlAgainstHalvod, EditsTheRules) {
 
 TEST_F(HalvoctlAgainstHalvod, MonitorShowsEventsUntilTheDaemonStops) {
     auto monitor = std::async(std::launch::async, [] { return runHalvoctl({"monitor"}); });
-    // The monitor announces nothing when it is connected: give it a moment.
-    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    // The monitor announces nothing when it is connected: look for its link.
+    for (int attempt = 0; attempt < 500 && !connectionEstablished(32999); ++attempt) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    ASSERT_TRUE(connectionEstablished(32999));
     expectRun({"dev", "unplug", "2"}, {"", "", 0});
     expectRun({"conn", "drop", "-p", "50321", "10.0.0.5"}, {"", "", 0});
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
