@@ -31,10 +31,10 @@ template <class Visit> void forEachHost(std::string_view value, Visit visit) {
 
 } // namespace
 
-boost::json::array rule_parse_host2array(std::string_view value) {
+boost::json::array rule_parse_host2array(std::string_view value, boost::json::storage_ptr storage) {
     std::size_t count = 0;
     forEachHost(value, [&count](std::string_view) { ++count; });
-    boost::json::array hosts;
+    boost::json::array hosts(std::move(storage));
     hosts.reserve(count);
     forEachHost(value, [&hosts](std::string_view host) { hosts.emplace_back(host); });
     return hosts;

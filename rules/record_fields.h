@@ -7,42 +7,15 @@
 // lookups, whether a value has the type it needs.
 #pragma once
 
+#include "rules/rule_keys.h"
+
 #include <boost/json/object.hpp>
 #include <boost/json/value.hpp>
 
 #include <array>
 #include <cstddef>
-#include <cstdint>
 
 namespace halvo::rules {
-
-enum class RecordKey : std::uint8_t {
-    Action,
-    Quick,
-    Host,
-    NotHost,
-    Rdesk,
-    Name,
-    NameMatch,
-    NotName,
-    BuiltIn,
-    Vid,
-    Pid,
-    Rev,
-    NotHwid,
-    Serial,
-    NotSerial,
-    Port,
-    NotPort,
-    Class,
-    Subclass,
-    Protocol,
-    NotClass,
-    OverrideName,
-    OverrideSerial,
-    Takeaway,
-    Count
-};
 
 class RecordFields {
   public:
@@ -54,7 +27,7 @@ class RecordFields {
     }
 
   private:
-    std::array<const boost::json::value*, static_cast<std::size_t>(RecordKey::Count)> values_{};
+    std::array<const boost::json::value*, recordKeyCount> values_{};
 };
 
 } // namespace halvo::rules

@@ -1,12 +1,43 @@
 // Byte classes of the rule text.
 #pragma once
 
+#include <array>
+#include <cstdint>
+
 namespace halvo::rules {
 
 // Space, tab, line feed, vertical tab, form feed and carriage return; a byte
 // of 0x80 or above is never whitespace, whatever the locale says.
 constexpr bool isRuleWhitespace(char c) {
     return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+// Bits for the bytes that the scanners stop at; the scanners skip over runs
+// of other bytes with one table look-up per byte.
+enum ByteClass : std::uint8_t {
+    blankByte = 1,     // whitespace as above
+    quoteByte = 2,     // "
+    backslashByte = 4, // backslash
+    lineEndByte = 8,   // line feed or NUL
+    hashByte = 16,     // #
+};
+
+inline constexpr std::array<std::uint8_t, 256> byteClasses = [] {
+    std::array<std::uint8_t, 256> classes{};
+    for (int c = 0; c < 256; ++c) {
+        std::uint8_t bits = 0;
+        bits |= isRuleWhitespace(static_cast<char>(c)) ? blankByte : 0;
+        bits |= c == '"' ? quoteByte : 0;
+        bits |= c == '\\' ? backslashByte : 0;
+        bits |= c == '\n' || c == '\0' ? lineEndByte : 0;
+        bits |= c == '#' ? hashByte : 0;
+        classes[static_cast<std::size_t>(c)] = bits;
+    }
+    return classes;
+}();
+
+constexpr std::uint8_t byteClass(char c) {
+    return byteClasses[static_cast<unsigned char>(c)];
 }
 
 } // namespace halvo::rules

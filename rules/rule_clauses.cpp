@@ -1,10 +1,10 @@
 #include "rules/rule_clauses.h"
 
-#include "rules/host_list.h"
 #include "rules/id_list.h"
+#include "rules/rule_draft.h"
 #include "rules/rule_keys.h"
+#include "rules/word_lookup.h"
 
-#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <string>
@@ -32,68 +32,73 @@ enum class Handling : std::uint8_t {
 struct ClauseInfo {
     std::string_view word;
     Handling handling;
-    std::string_view key = {};
-    std::string_view negationKey = {};
-    std::array<std::string_view, 3> idKeys = {};
+    RecordKey key;                    // what it stores (the first id key for Ids)
+    RecordKey negationKey = RecordKey::Action; // Action: negation stored in the value or refused
 };
 
 constexpr ClauseInfo clauseTable[] = {
-    {"!", Handling::Negation},
-    {"share", Handling::Action, keys::action},
-    {"block", Handling::Action, keys::action},
-    {"quick", Handling::Quick, keys::quick},
-    {"host", Handling::Host, keys::host, keys::notHost},
-    {"rdesk", Handling::Rdesk, keys::rdesk},
-    {"name", Handling::Name, keys::name, keys::notName},
-    {"built-in", Handling::TruthFlag, keys::builtIn},
-    {"hwid", Handling::Ids, {}, keys::notHwid, {keys::vid, keys::pid, keys::rev}},
-    {"serial", Handling::Text, keys::serial, keys::notSerial},
-    {"port", Handling::Text, keys::port, keys::notPort},
-    {"class", Handling::Ids, {}, keys::notClass, {keys::deviceClass, keys::subclass, keys::protocol}},
-    {"override-name", Handling::Override, keys::overrideName},
-    {"override-serial", Handling::Override, keys::overrideSerial},
-    {"takeaway", Handling::TruthFlag, keys::takeaway},
+    {"!", Handling::Negation, RecordKey::Action},
+    {"share", Handling::Action, RecordKey::Action},
+    {"block", Handling::Action, RecordKey::Action},
+    {"quick", Handling::Quick, RecordKey::Quick},
+    {"host", Handling::Host, RecordKey::Host, RecordKey::NotHost},
+    {"rdesk", Handling::Rdesk, RecordKey::Rdesk},
+    {"name", Handling::Name, RecordKey::Name, RecordKey::NotName},
+    {"built-in", Handling::TruthFlag, RecordKey::BuiltIn},
+    {"hwid", Handling::Ids, RecordKey::Vid, RecordKey::NotHwid},
+    {"serial", Handling::Text, RecordKey::Serial, RecordKey::NotSerial},
+    {"port", Handling::Text, RecordKey::Port, RecordKey::NotPort},
+    {"class", Handling::Ids, RecordKey::Class, RecordKey::NotClass},
+    {"override-name", Handling::Override, RecordKey::OverrideName},
+    {"override-serial", Handling::Override, RecordKey::OverrideSerial},
+    {"takeaway", Handling::TruthFlag, RecordKey::Takeaway},
 };
 
 constexpr std::size_t clauseCount = std::size(clauseTable);
-static_assert(clauseCount <= 32, "presence bits must fit an unsigned");
 
-// A record holds at most this many keys, however long its line.
-constexpr std::size_t maxRecordKeys = 24;
+constexpr WordLookup<clauseCount> clauseLookup([] {
+    std::array<std::string_view, clauseCount> words{};
+    for (std::size_t i = 0; i < clauseCount; ++i) {
+        words[i] = clauseTable[i].word;
+    }
+    return words;
+}());
+
+const ClauseInfo* findClause(std::string_view word) {
+    const std::size_t index = clauseLookup.find(word);
+    return index == clauseCount ? nullptr : &clauseTable[index];
+}
+
+// The three keys that the id clause starting at `first` writes, in order:
+// vid, pid, rev or class, subclass, protocol follow one another.
+RecordKey idKey(RecordKey first, std::size_t position) {
+    return static_cast<RecordKey>(static_cast<std::size_t>(first) + position);
+}
+static_assert(static_cast<int>(RecordKey::Rev) - static_cast<int>(RecordKey::Vid) == 2);
+static_assert(static_cast<int>(RecordKey::Protocol) - static_cast<int>(RecordKey::Class) == 2);
 
 constexpr std::string_view modeIs = "is";
 constexpr std::string_view modeContains = "contains";
 
-const ClauseInfo* findClause(std::string_view word) {
-    for (const ClauseInfo& clause : clauseTable) {
-        if (clause.word == word) {
-            return &clause;
-        }
-    }
-    return nullptr;
-}
-
 class RecordBuilder {
   public:
-    RecordBuilder(const TokenList& tokens, RuleFault* fault) : tokens_(tokens), fault_(fault) {}
+    RecordBuilder(const TokenList& tokens, RuleFault* fault, const json::storage_ptr& storage)
+        : tokens_(tokens), fault_(fault), storage_(storage) {}
 
     std::optional<json::object> build() {
         if (tokens_.empty()) {
             return fail(RuleFaultKind::NoWords, 0);
         }
-        // A "!" or a value word stores nothing, so a third more than the
-        // word count covers the four keys of "! hwid a:b:c".
-        record_.reserve(std::min(tokens_.size() + tokens_.size() / 3 + 1, maxRecordKeys));
         for (std::size_t index = 0; index < tokens_.size(); ++index) {
             const bool accepted = awaited_ != nullptr ? takeValue(index) : takeClauseWord(index);
             if (!accepted) {
                 return std::nullopt;
             }
         }
-        if (!actionGiven_) {
+        if (!draft_.has(RecordKey::Action)) {
             return fail(RuleFaultKind::NoAction, 0);
         }
-        return std::move(record_);
+        return draft_.toObject(storage_);
     }
 
   private:
@@ -111,35 +116,33 @@ class RecordBuilder {
             if (negated_) {
                 return failAt(RuleFaultKind::NegatedAction, index, word);
             }
-            if (actionGiven_) {
+            if (draft_.has(clause->key)) {
                 return failAt(RuleFaultKind::SecondAction, index, word);
             }
-            record_.emplace(clause->key, word);
-            actionGiven_ = true;
+            draft_.setText(clause->key, word);
             break;
         case Handling::Quick:
             if (negated_) {
                 return failAt(RuleFaultKind::NegatedQuick, index, word);
             }
-            if (given(*clause)) {
+            if (draft_.has(clause->key)) {
                 return failAt(RuleFaultKind::DuplicateClause, index, word);
             }
-            record_.emplace(clause->key, true);
+            draft_.setFlag(clause->key, true);
             break;
         case Handling::Rdesk:
-            if (hostGiven_) {
+            if (draft_.has(RecordKey::Host)) {
                 return failAt(RuleFaultKind::RdeskAfterHost, index, word);
             }
             [[fallthrough]];
         case Handling::TruthFlag:
-            if (given(*clause)) {
+            if (draft_.has(clause->key)) {
                 return failAt(RuleFaultKind::DuplicateClause, index, word);
             }
-            record_.emplace(clause->key, !negated_);
-            rdeskGiven_ = rdeskGiven_ || clause->handling == Handling::Rdesk;
+            draft_.setFlag(clause->key, !negated_);
             break;
         case Handling::Host:
-            if (rdeskGiven_) {
+            if (draft_.has(RecordKey::Rdesk)) {
                 return failAt(RuleFaultKind::HostAfterRdesk, index, word);
             }
             return await(*clause, index);
@@ -149,7 +152,6 @@ class RecordBuilder {
         case Handling::Override:
             return await(*clause, index);
         }
-        markGiven(*clause);
         negated_ = false;
         return true;
     }
@@ -163,17 +165,16 @@ class RecordBuilder {
         if (clause.handling == Handling::Override && negated_) {
             return failAt(RuleFaultKind::NegatedOverride, awaitedAt_, clause.word);
         }
-        if (clause.handling != Handling::Ids && given(clause)) {
+        if (clause.handling != Handling::Ids && draft_.has(clause.key)) {
             return failAt(RuleFaultKind::DuplicateClause, awaitedAt_, clause.word);
         }
         switch (clause.handling) {
         case Handling::Host:
-            record_.emplace(clause.key, rule_parse_host2array(value));
-            hostGiven_ = true;
+            draft_.setHostList(clause.key, value);
             break;
         case Handling::Name:
-            record_.emplace(clause.key, value);
-            record_.emplace(keys::nameMatch, nameMode_);
+            draft_.setText(clause.key, value);
+            draft_.setText(RecordKey::NameMatch, nameMode_);
             break;
         case Handling::Ids:
             if (!storeIds(clause, index)) {
@@ -181,13 +182,12 @@ class RecordBuilder {
             }
             break;
         default:
-            record_.emplace(clause.key, value);
+            draft_.setText(clause.key, value);
             break;
         }
         if (negated_) {
-            record_.insert_or_assign(clause.negationKey, true);
+            draft_.setFlag(clause.negationKey, true);
         }
-        markGiven(clause);
         awaited_ = nullptr;
         nameMode_ = {};
         negated_ = false;
@@ -217,7 +217,7 @@ class RecordBuilder {
             return failAt(idFault.kind, index, clause.word, idFault.component);
         }
         for (std::size_t i = 0; i < count; ++i) {
-            record_.insert_or_assign(clause.idKeys[i], static_cast<std::int64_t>(numbers[i] & 0xFFFF));
+            draft_.setNumber(idKey(clause.key, i), static_cast<std::int64_t>(numbers[i] & 0xFFFF));
         }
         return true;
     }
@@ -227,12 +227,6 @@ class RecordBuilder {
         awaitedAt_ = index;
         return true;
     }
-
-    std::size_t bitOf(const ClauseInfo& clause) const {
-        return static_cast<std::size_t>(&clause - clauseTable);
-    }
-    bool given(const ClauseInfo& clause) const { return (given_ >> bitOf(clause)) & 1u; }
-    void markGiven(const ClauseInfo& clause) { given_ |= 1u << bitOf(clause); }
 
     std::nullopt_t fail(RuleFaultKind kind, std::size_t lineOffset, std::string_view clause = {},
                         std::string_view subject = {}) {
@@ -249,21 +243,19 @@ class RecordBuilder {
 
     const TokenList& tokens_;
     RuleFault* fault_;
-    json::object record_;
+    const json::storage_ptr& storage_;
+    RuleDraft draft_;
     const ClauseInfo* awaited_ = nullptr; // clause waiting for its value
     std::size_t awaitedAt_ = 0;           // the token index of its word
     std::string_view nameMode_;           // "is" or "contains" once read
-    std::uint32_t given_ = 0;             // one bit per clauseTable entry
     bool negated_ = false;
-    bool actionGiven_ = false;
-    bool hostGiven_ = false;
-    bool rdeskGiven_ = false;
 };
 
 } // namespace
 
-std::optional<json::object> rule_parser_line2dictionary(const TokenList& tokens, RuleFault* fault) {
-    return RecordBuilder(tokens, fault).build();
+std::optional<json::object> rule_parser_line2dictionary(const TokenList& tokens, RuleFault* fault,
+                                                        const json::storage_ptr& storage) {
+    return RecordBuilder(tokens, fault, storage).build();
 }
 
 } // namespace halvo::rules

@@ -21,10 +21,11 @@
 
 namespace halvo::rules {
 
-// The record of `tokens`, or nothing on a grammar error (described in
-// `*fault` when `fault` is not null).  Throws std::bad_alloc when memory
-// runs out.
+// The record of `tokens`, allocated from `storage`, or nothing on a grammar
+// error (described in `*fault` when `fault` is not null).  Throws
+// std::bad_alloc when memory runs out.
 std::optional<boost::json::object> rule_parser_line2dictionary(const TokenList& tokens,
-                                                               RuleFault* fault = nullptr);
+                                                               RuleFault* fault = nullptr,
+                                                               const boost::json::storage_ptr& storage = {});
 
 } // namespace halvo::rules

@@ -1,106 +1,155 @@
 #include "rules/rule_firstpass.h"
 
+#include "rules/byte_scan.h"
 #include "rules/rule_chars.h"
+
+#include <cstdint>
+#include <string>
 
 namespace halvo::rules {
 
-std::string_view LogicalLines::operator[](std::size_t index) const {
-    const std::size_t begin = index == 0 ? 0 : ends_[index - 1];
-    return std::string_view(bytes_).substr(begin, ends_[index] - begin);
-}
-
 namespace {
 
-// The one walk over the text; the sink decides what to keep of the lines.
+// The one walk over the text.  The sink receives the kept bytes as ranges of
+// the text (sink.keep(offset, length), one call per unbroken stretch) and the
+// line ends (sink.endLine(), which may stop the walk by returning false).
 template <class Sink> void walkLogicalLines(std::string_view text, Sink& sink) {
+    if (text.empty()) {
+        return;
+    }
+    const char* const in = text.data();
+    const std::size_t last = text.size() - 1;
     bool inQuote = false;
     bool inComment = false;
-    const std::size_t size = text.size();
-    for (std::size_t at = 0; at < size; ++at) {
-        const char c = text[at];
-        if (c == '\0' || c == '\n') {
-            sink.endLine();
+    // Kept bytes not yet handed to the sink: [keptBegin, keptEnd) of the text.
+    std::size_t keptBegin = 0;
+    std::size_t keptEnd = 0;
+    const auto handOver = [&] {
+        if (keptEnd != keptBegin) {
+            sink.keep(keptBegin, keptEnd - keptBegin);
+            keptBegin = keptEnd;
+        }
+    };
+    const auto keep = [&](std::size_t begin, std::size_t end) {
+        if (keptEnd != begin) {
+            handOver();
+            keptBegin = begin;
+        }
+        keptEnd = end;
+    };
+    const auto endLine = [&] {
+        handOver();
+        return sink.endLine();
+    };
+    const auto lineEmpty = [&] { return keptEnd == keptBegin && sink.lineEmpty(); };
+
+    std::size_t at = 0;
+    while (at <= last) {
+        const std::uint8_t cls = byteClass(in[at]);
+        if ((cls & lineEndByte) != 0) {
             inComment = false;
-            continue;
-        }
-        if (at + 1 == size) {
-            sink.append(c, at);
-            sink.endLine();
-            break;
-        }
-        if (sink.lineEmpty() && isRuleWhitespace(c)) {
-            continue;
-        }
-        if (c == '#' && !inQuote) {
-            inComment = true;
-            continue;
-        }
-        if (inComment) {
-            continue;
-        }
-        if (c == '\\' && text[at + 1] == '\n') {
+            if (!endLine()) {
+                return;
+            }
             ++at;
-            continue;
+        } else if (at == last) {
+            keep(at, at + 1);
+            endLine();
+            return;
+        } else if (inComment || ((cls & blankByte) != 0 && lineEmpty())) {
+            ++at;
+        } else if ((cls & hashByte) != 0 && !inQuote) {
+            inComment = true;
+            ++at;
+        } else if ((cls & backslashByte) != 0 && in[at + 1] == '\n') {
+            at += 2;
+        } else {
+            // This byte is kept, and so is the run after it of bytes that
+            // need no decision (quotes only flip the quote flag), up to the
+            // byte before the last.
+            inQuote = inQuote != ((cls & quoteByte) != 0);
+            std::size_t end = at + 1;
+            while ((end = findLineStop(in, end, last, inQuote)) < last) {
+                if (in[end] == '"') {
+                    inQuote = !inQuote;
+                } else if (in[end] != '\\' || in[end + 1] == '\n') {
+                    break;
+                }
+                ++end;
+            }
+            keep(at, end);
+            at = end;
         }
-        if (c == '"') {
-            inQuote = !inQuote;
-        }
-        sink.append(c, at);
     }
 }
 
-} // namespace
-
-// Fills LogicalLines in place: the output never outgrows the input, so the
-// buffer is sized once and written through a plain index.
-class LogicalLineWriter {
+// Hands each line on as a view of the text while it is one stretch of it,
+// and as a copy once a continuation or a comment has cut a gap into it.
+class LineViewSink {
   public:
-    LogicalLineWriter(LogicalLines& lines, std::size_t textSize) : lines_(lines) {
-        lines_.bytes_.resize(textSize);
-    }
+    LineViewSink(std::string_view text, const std::function<bool(std::string_view)>& onLine)
+        : text_(text), onLine_(onLine) {}
 
-    bool lineEmpty() const { return used_ == lineBegin_; }
-    void append(char c, std::size_t /*sourceOffset*/) { lines_.bytes_[used_++] = c; }
-    void endLine() {
-        if (!lineEmpty()) {
-            lines_.ends_.push_back(used_);
-            lineBegin_ = used_;
+    bool lineEmpty() const { return begin_ == end_ && !copied_; }
+
+    void keep(std::size_t offset, std::size_t length) {
+        if (lineEmpty()) {
+            begin_ = offset;
+            end_ = offset + length;
+        } else if (!copied_ && offset == end_) {
+            end_ += length;
+        } else {
+            if (!copied_) {
+                copy_.assign(text_.substr(begin_, end_ - begin_));
+                copied_ = true;
+            }
+            copy_.append(text_.substr(offset, length));
         }
     }
-    void finish() { lines_.bytes_.resize(used_); }
+
+    bool endLine() {
+        if (lineEmpty()) {
+            return true;
+        }
+        const std::string_view line = copied_ ? std::string_view(copy_) : text_.substr(begin_, end_ - begin_);
+        const bool goOn = onLine_(line);
+        begin_ = end_ = 0;
+        copied_ = false;
+        stopped_ = !goOn;
+        return goOn;
+    }
+
+    bool stopped() const { return stopped_; }
 
   private:
-    LogicalLines& lines_;
-    std::size_t used_ = 0;
-    std::size_t lineBegin_ = 0;
+    std::string_view text_;
+    const std::function<bool(std::string_view)>& onLine_;
+    std::size_t begin_ = 0;
+    std::size_t end_ = 0;
+    std::string copy_; // reused by every joined line
+    bool copied_ = false;
+    bool stopped_ = false;
 };
-
-LogicalLines rule_parser_firstpass(std::string_view text) {
-    LogicalLines lines;
-    LogicalLineWriter writer(lines, text.size());
-    walkLogicalLines(text, writer);
-    writer.finish();
-    return lines;
-}
-
-namespace {
 
 class SourceOffsetRecorder {
   public:
     explicit SourceOffsetRecorder(std::size_t lineIndex) : wanted_(lineIndex) {}
 
     bool lineEmpty() const { return currentLength_ == 0; }
-    void append(char /*c*/, std::size_t sourceOffset) {
-        ++currentLength_;
+    void keep(std::size_t offset, std::size_t length) {
+        currentLength_ += length;
         if (current_ == wanted_) {
-            offsets_.push_back(sourceOffset);
+            for (std::size_t i = 0; i < length; ++i) {
+                offsets_.push_back(offset + i);
+            }
         }
     }
-    void endLine() {
+    bool endLine() {
         if (currentLength_ != 0) {
             ++current_;
             currentLength_ = 0;
         }
+        return current_ <= wanted_;
     }
     std::vector<std::size_t> take() { return std::move(offsets_); }
 
@@ -112,6 +161,13 @@ class SourceOffsetRecorder {
 };
 
 } // namespace
+
+bool rule_parser_firstpass(std::string_view text,
+                           const std::function<bool(std::string_view line)>& onLine) {
+    LineViewSink sink(text, onLine);
+    walkLogicalLines(text, sink);
+    return !sink.stopped();
+}
 
 std::vector<std::size_t> sourceOffsetsOfLine(std::string_view text, std::size_t lineIndex) {
     SourceOffsetRecorder recorder(lineIndex);

@@ -9,35 +9,28 @@
 //   - The final byte of a text that does not end with a line feed is always
 //     kept, even inside a comment: rule files written that way have been
 //     loaded like this all along, so their rule numbers must not move.
+//
+// Most logical lines are a stretch of the text itself and are handed out as
+// views of it; only joined lines are copied.
 #pragma once
 
 #include <cstddef>
-#include <string>
+#include <functional>
 #include <string_view>
 #include <vector>
 
 namespace halvo::rules {
 
-// The logical lines of a text, each non-empty, stored back to back in one
-// buffer so that a large rule set costs two allocations, not one per line.
-class LogicalLines {
-  public:
-    std::size_t size() const { return ends_.size(); }
-    bool empty() const { return ends_.empty(); }
-    std::string_view operator[](std::size_t index) const;
+// Calls `onLine` with each logical line of `text` (never empty), in order,
+// until it returns false.  A line is valid only during its call.  Returns
+// false when `onLine` stopped the pass.  Throws std::bad_alloc when memory
+// runs out.
+bool rule_parser_firstpass(std::string_view text,
+                           const std::function<bool(std::string_view line)>& onLine);
 
-  private:
-    friend class LogicalLineWriter;
-    std::string bytes_;
-    std::vector<std::size_t> ends_;
-};
-
-// The logical lines of `text`; throws std::bad_alloc when memory runs out.
-LogicalLines rule_parser_firstpass(std::string_view text);
-
-// For each byte of logical line `lineIndex`, its offset in `text`: how an
-// error found in a logical line is traced back to the file.  Empty when the
-// text has fewer lines.
+// For each byte of logical line `lineIndex` (0-based), its offset in `text`:
+// how an error found in a logical line is traced back to the file.  Empty
+// when the text has fewer lines.
 std::vector<std::size_t> sourceOffsetsOfLine(std::string_view text, std::size_t lineIndex);
 
 } // namespace halvo::rules

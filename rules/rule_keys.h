@@ -2,33 +2,55 @@
 // printer that reads them back, so that the two cannot drift apart.
 #pragma once
 
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
 #include <string_view>
 
-namespace halvo::rules::keys {
+namespace halvo::rules {
 
-inline constexpr std::string_view action = "action";
-inline constexpr std::string_view quick = "quick";
-inline constexpr std::string_view host = "host";
-inline constexpr std::string_view notHost = "notHost";
-inline constexpr std::string_view rdesk = "rdesk";
-inline constexpr std::string_view name = "name";
-inline constexpr std::string_view nameMatch = "nameMatch";
-inline constexpr std::string_view notName = "notName";
-inline constexpr std::string_view builtIn = "built-in";
-inline constexpr std::string_view vid = "vid";
-inline constexpr std::string_view pid = "pid";
-inline constexpr std::string_view rev = "rev";
-inline constexpr std::string_view notHwid = "notHWID";
-inline constexpr std::string_view serial = "serial";
-inline constexpr std::string_view notSerial = "notSerial";
-inline constexpr std::string_view port = "port";
-inline constexpr std::string_view notPort = "notPort";
-inline constexpr std::string_view deviceClass = "class";
-inline constexpr std::string_view subclass = "subclass";
-inline constexpr std::string_view protocol = "protocol";
-inline constexpr std::string_view notClass = "notClass";
-inline constexpr std::string_view overrideName = "override-name";
-inline constexpr std::string_view overrideSerial = "override-serial";
-inline constexpr std::string_view takeaway = "takeaway";
+enum class RecordKey : std::uint8_t {
+    Action,
+    Quick,
+    Host,
+    NotHost,
+    Rdesk,
+    Name,
+    NameMatch,
+    NotName,
+    BuiltIn,
+    Vid,
+    Pid,
+    Rev,
+    NotHwid,
+    Serial,
+    NotSerial,
+    Port,
+    NotPort,
+    Class,
+    Subclass,
+    Protocol,
+    NotClass,
+    OverrideName,
+    OverrideSerial,
+    Takeaway,
+};
 
-} // namespace halvo::rules::keys
+inline constexpr std::size_t recordKeyCount = static_cast<std::size_t>(RecordKey::Takeaway) + 1;
+
+inline constexpr std::array<std::string_view, recordKeyCount> recordKeyNames = {
+    "action", "quick",   "host",     "notHost",   "rdesk",   "name",          "nameMatch",
+    "notName", "built-in", "vid",     "pid",       "rev",     "notHWID",       "serial",
+    "notSerial", "port",  "notPort",  "class",     "subclass", "protocol",     "notClass",
+    "override-name", "override-serial", "takeaway",
+};
+
+constexpr std::string_view keyName(RecordKey key) {
+    return recordKeyNames[static_cast<std::size_t>(key)];
+}
+
+// The key named `name`, if it is one of a rule record's.
+std::optional<RecordKey> findRecordKey(std::string_view name);
+
+} // namespace halvo::rules

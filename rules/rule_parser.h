@@ -15,6 +15,10 @@ namespace halvo::rules {
 
 // The rule records of `text`, in text order (possibly none); nothing after
 // printing "Parsing error at rule #N\n" (or a memory message) to stderr.
+//
+// The records share one arena, records.storage(), which lives as long as any
+// of them: moving the array keeps it, while storing the array into a JSON
+// container made on another storage copies every record.
 std::optional<boost::json::array> rule_parser_run(std::string_view text);
 
 } // namespace halvo::rules

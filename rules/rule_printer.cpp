@@ -5,6 +5,8 @@
 #include "util/json_fields.h"
 
 #include <array>
+#include <cstddef>
+#include <optional>
 #include <string_view>
 
 namespace halvo::rules {
@@ -18,8 +20,8 @@ using util::isNumber;
 using util::toFlag;
 using util::toU32;
 
-std::string_view asText(const json::value* value) {
-    const json::string& text = value->get_string();
+std::string_view asText(const json::value& value) {
+    const json::string& text = value.get_string();
     return std::string_view(text.data(), text.size());
 }
 
@@ -33,71 +35,81 @@ bool isNumberValue(const json::value* value) {
     return value != nullptr && isNumber(*value);
 }
 
-// The "!" slot before a clause word: set when the negation key is a true flag.
-std::string_view negation(const json::value* negationKey) {
-    return isFlagValue(negationKey) && toFlag(*negationKey) ? "!" : "";
+// The negation slot before a clause word: set when the record's negation key
+// is a flag that is true.
+bool negated(const json::value* negationKey) {
+    return isFlagValue(negationKey) && toFlag(*negationKey);
 }
 
+// Writes one record as a line of rule text, its clauses in the one order
+// that the rule text has always been listed in.
 class RuleWriter {
   public:
     RuleWriter(const RecordFields& fields, TextBuffer& out) : fields_(fields), out_(out) {}
 
     void write() {
-        out_.text(asText(fields_[RecordKey::Action]));
-        // A false "quick" or "takeaway" leaves its blank behind: the
-        // listing has always looked like that, and the parser skips it.
+        out_.text(asText(*field(RecordKey::Action)));
+        // A false "quick" or "takeaway" leaves its blank behind: the listing
+        // has always looked like that, and the parser skips the blank.
         flagWord(RecordKey::Quick, "quick");
         if (!hostList()) {
             polarWord(RecordKey::Rdesk, "rdesk");
         }
-        nameMatch();
+        nameClause();
         polarWord(RecordKey::BuiltIn, "built-in");
-        ids("hwid", {RecordKey::Vid, RecordKey::Pid, RecordKey::Rev}, RecordKey::NotHwid, 0xFFFF, 4);
-        value("serial", RecordKey::Serial, negation(fields_[RecordKey::NotSerial]), true);
-        value("port", RecordKey::Port, negation(fields_[RecordKey::NotPort]), false);
+        ids({RecordKey::Vid, RecordKey::Pid, RecordKey::Rev}, RecordKey::NotHwid, "hwid", 0xFFFF, 4);
+        quotedText(RecordKey::Serial, RecordKey::NotSerial, "serial");
+        if (isText(field(RecordKey::Port))) {
+            clauseWord(negated(field(RecordKey::NotPort)), "port");
+            out_.character(' ');
+            out_.text(asText(*field(RecordKey::Port)));
+        }
         // A device class is one byte, though its subclass and protocol are
         // shown in full.
-        ids("class", {RecordKey::Class, RecordKey::Subclass, RecordKey::Protocol},
-            RecordKey::NotClass, 0xFF, 2);
-        value("override-name", RecordKey::OverrideName, "", true);
-        value("override-serial", RecordKey::OverrideSerial, "", true);
+        ids({RecordKey::Class, RecordKey::Subclass, RecordKey::Protocol}, RecordKey::NotClass,
+            "class", 0xFF, 2);
+        quotedText(RecordKey::OverrideName, std::nullopt, "override-name");
+        quotedText(RecordKey::OverrideSerial, std::nullopt, "override-serial");
         flagWord(RecordKey::Takeaway, "takeaway");
+        out_.character('\n');
     }
 
   private:
+    const json::value* field(RecordKey key) const { return fields_[key]; }
+
     // " word" when the flag is true, " " when it is false.
-    void flagWord(RecordKey key, std::string_view word) {
-        const json::value* flag = fields_[key];
+    template <std::size_t Size> void flagWord(RecordKey key, const char (&word)[Size]) {
+        const json::value* flag = field(key);
         if (isFlagValue(flag)) {
             out_.character(' ');
             if (toFlag(*flag)) {
-                out_.text(word);
+                out_.literal(word);
             }
         }
     }
 
     // " word" when the flag is true, " !word" when it is false.
-    void polarWord(RecordKey key, std::string_view word) {
-        const json::value* flag = fields_[key];
+    template <std::size_t Size> void polarWord(RecordKey key, const char (&word)[Size]) {
+        const json::value* flag = field(key);
         if (isFlagValue(flag)) {
-            clauseWord(toFlag(*flag) ? "" : "!", word);
+            clauseWord(!toFlag(*flag), word);
         }
     }
 
     bool hostList() {
-        const json::value* hosts = fields_[RecordKey::Host];
+        const json::value* hosts = field(RecordKey::Host);
         if (hosts == nullptr || !hosts->is_array()) {
             return false;
         }
-        clauseWord(negation(fields_[RecordKey::NotHost]), "host");
-        out_.text(" \"");
+        clauseWord(negated(field(RecordKey::NotHost)), "host");
+        out_.literal(" \"");
         bool first = true;
         for (const json::value& host : hosts->get_array()) {
             if (host.is_string()) {
                 if (!first) {
                     out_.character(',');
                 }
-                out_.text(asText(&host));
+                out_.text(asText(host));
                 first = false;
             }
         }
@@ -105,61 +117,59 @@ class RuleWriter {
         return true;
     }
 
-    void nameMatch() {
-        const json::value* name = fields_[RecordKey::Name];
-        const json::value* mode = fields_[RecordKey::NameMatch];
+    void nameClause() {
+        const json::value* name = field(RecordKey::Name);
+        const json::value* mode = field(RecordKey::NameMatch);
         if (!isText(name) || !isText(mode)) {
             return;
         }
-        const std::string_view modeText = asText(mode);
+        const std::string_view modeText = asText(*mode);
         if (modeText != "is" && modeText != "contains") {
             return;
         }
-        clauseWord(negation(fields_[RecordKey::NotName]), "name");
+        clauseWord(negated(field(RecordKey::NotName)), "name");
         out_.character(' ');
         out_.text(modeText);
-        quoted(asText(name));
+        quoted(asText(*name));
     }
 
     // vid[:pid[:rev]] and class[:subclass[:protocol]]: each part is shown
     // only when the one before it is.
-    void ids(std::string_view word, const std::array<RecordKey, 3>& parts, RecordKey negationKey,
+    template <std::size_t Size>
+    void ids(const std::array<RecordKey, 3>& parts, RecordKey negationKey, const char (&word)[Size],
              std::uint32_t firstMask, int digits) {
-        if (!isNumberValue(fields_[parts[0]])) {
+        if (!isNumberValue(field(parts[0]))) {
             return;
         }
-        clauseWord(negation(fields_[negationKey]), word);
+        clauseWord(negated(field(negationKey)), word);
         out_.character(' ');
-        out_.hex(toU32(*fields_[parts[0]]) & firstMask, digits);
-        for (std::size_t i = 1; i < parts.size() && isNumberValue(fields_[parts[i]]); ++i) {
+        out_.hex(toU32(*field(parts[0])) & firstMask, digits);
+        for (std::size_t i = 1; i < parts.size() && isNumberValue(field(parts[i])); ++i) {
             out_.character(':');
-            out_.hex(toU32(*fields_[parts[i]]) & 0xFFFF, digits);
+            out_.hex(toU32(*field(parts[i])) & 0xFFFF, digits);
         }
     }
 
-    void value(std::string_view word, RecordKey key, std::string_view negated, bool inQuotes) {
-        const json::value* text = fields_[key];
-        if (!isText(text)) {
-            return;
-        }
-        clauseWord(negated, word);
-        if (inQuotes) {
-            quoted(asText(text));
-        } else {
-            out_.character(' ');
-            out_.text(asText(text));
+    template <std::size_t Size>
+    void quotedText(RecordKey key, std::optional<RecordKey> negationKey, const char (&word)[Size]) {
+        const json::value* text = field(key);
+        if (isText(text)) {
+            clauseWord(negationKey && negated(field(*negationKey)), word);
+            quoted(asText(*text));
         }
     }
 
-    void clauseWord(std::string_view negated, std::string_view word) {
+    template <std::size_t Size> void clauseWord(bool negation, const char (&word)[Size]) {
         out_.character(' ');
-        out_.text(negated);
-        out_.text(word);
+        if (negation) {
+            out_.character('!');
+        }
+        out_.literal(word);
     }
 
     // Nothing is escaped: a quote inside the text ends up unbalanced.
     void quoted(std::string_view text) {
-        out_.text(" \"");
+        out_.literal(" \"");
         out_.text(text);
         out_.character('"');
     }
@@ -194,10 +204,9 @@ int outputRuleList(const json::object& reply, std::uint32_t numbered, std::FILE*
         }
         if (numbered != 0) {
             buffer.decimal(index);
-            buffer.text(": ");
+            buffer.literal(": ");
         }
         RuleWriter(fields, buffer).write();
-        buffer.endLine();
     }
     return 0;
 }

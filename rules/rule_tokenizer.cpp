@@ -1,82 +1,147 @@
 #include "rules/rule_tokenizer.h"
 
+#include "rules/byte_scan.h"
 #include "rules/rule_chars.h"
 #include "util/utf8.h"
 
+#include <cstring>
+
 namespace halvo::rules {
 
-// One pass over one line.  Word bytes are written straight into the list's
-// buffer, which never needs more room than the line itself.
+// One pass over one line.  A word is kept as a stretch of the line for as
+// long as it is one; the scanning state lives in locals so that the byte loop
+// stays in registers.
 class LineTokenizer {
   public:
     LineTokenizer(std::string_view line, TokenList& tokens, RuleFault* fault)
         : line_(line), tokens_(tokens), fault_(fault) {
-        tokens_.spans_.clear();
-        if (tokens_.bytes_.size() < line.size()) {
-            tokens_.bytes_.resize(line.size());
+        tokens_.count_ = 0;
+        // A joined word is never longer than the line, so the buffer does not
+        // move while the line is read and the views into it stay valid.
+        if (tokens_.joined_.size() < line.size()) {
+            tokens_.joined_.resize(line.size());
         }
-        out_ = tokens_.bytes_.data();
     }
 
     bool run() {
+        const char* const in = line_.data();
         const std::size_t size = line_.size();
+        std::size_t wordStart = 0;     // where the word being collected begins in the line
+        std::size_t quoteOpenedAt = 0; // line offset of the quote now open
+        bool inQuote = false;
+        bool escaped = false;
+        bool separator = false;
         for (std::size_t at = 0; at < size; ++at) {
-            char c = line_[at];
-            bool wordBreak = false;
-            if (escaped_) {
-                out_[used_++] = c;
-                escaped_ = false;
-            } else if (c == '\\') {
-                escaped_ = true;
-            } else if (c == '"') {
-                if (!inQuote_) {
-                    quoteOpenedAt_ = at;
+            const std::uint8_t cls = byteClass(in[at]);
+            // Most words are bare: no quotes, no escapes, ended by whitespace
+            // or the end of the line.  Such a word reads the same here, in one
+            // go, as it does byte by byte below.
+            if (!escaped && !inQuote && !separator && wordEmpty() &&
+                (cls & (quoteByte | backslashByte | blankByte)) == 0) {
+                const std::size_t end = findWordStop(in, at + 1, size, false);
+                if (end == size || (byteClass(in[end]) & blankByte) != 0) {
+                    take(at, end);
+                    if (!emitWord(wordStart)) {
+                        return fail(RuleFaultKind::InvalidUtf8, wordStart);
+                    }
+                    at = end;
+                    while (at + 1 < size && isRuleWhitespace(in[at + 1])) {
+                        ++at;
+                    }
+                    wordStart = at + 1;
+                    continue;
                 }
-                inQuote_ = !inQuote_;
-            } else if (!inQuote_ && isRuleWhitespace(c)) {
-                while (at + 1 < size && isRuleWhitespace(line_[at + 1])) {
+            }
+            bool wordBreak = false;
+            if (escaped) {
+                take(at, at + 1);
+                escaped = false;
+            } else if ((cls & backslashByte) != 0) {
+                escaped = true;
+            } else if ((cls & quoteByte) != 0) {
+                quoteOpenedAt = inQuote ? quoteOpenedAt : at;
+                inQuote = !inQuote;
+            } else if ((cls & blankByte) != 0 && !inQuote) {
+                while (at + 1 < size && isRuleWhitespace(in[at + 1])) {
                     ++at;
                 }
-                separator_ = true;
+                separator = true;
                 wordBreak = true;
             } else {
-                out_[used_++] = c;
+                // Take the run of plain bytes that begins here, unless a word
+                // is due after every byte (the empty quotes in the header).
+                const std::size_t end = separator ? at + 1 : findWordStop(in, at + 1, size, inQuote);
+                take(at, end);
+                at = end - 1;
             }
             const bool last = at + 1 == size;
-            if ((separator_ || last) && used_ != wordBegin_) {
+            if ((separator || last) && !wordEmpty()) {
                 // A quote opened on this line and still open at its end,
-                // unless the very last byte is the quote itself.
-                if (inQuote_ && last && c != '"') {
-                    return fail(RuleFaultKind::UnterminatedQuote, quoteOpenedAt_);
+                // unless the very last byte is a quote itself.
+                if (inQuote && last && in[at] != '"') {
+                    return fail(RuleFaultKind::UnterminatedQuote, quoteOpenedAt);
                 }
-                if (!emitWord()) {
-                    return fail(RuleFaultKind::InvalidUtf8, wordStart_);
+                if (!emitWord(wordStart)) {
+                    return fail(RuleFaultKind::InvalidUtf8, wordStart);
                 }
+                separator = false;
                 wordBreak = true;
             }
             if (wordBreak) {
-                wordStart_ = at + 1;
+                wordStart = at + 1;
             }
         }
         return true;
     }
 
   private:
-    bool emitWord() {
-        std::size_t begin = wordBegin_;
-        std::size_t restOffset = wordStart_;
-        if (out_[begin] == '!' && used_ - begin >= 2) {
-            tokens_.spans_.push_back({begin, 1, wordStart_});
-            ++begin;
-            restOffset += line_[wordStart_] == '!' ? 1 : 0;
+    bool wordEmpty() const { return !joining_ && pieceBegin_ == pieceEnd_; }
+
+    // Adds line bytes [begin, end) to the word.
+    void take(std::size_t begin, std::size_t end) {
+        if (joining_) {
+            join(begin, end);
+        } else if (pieceBegin_ == pieceEnd_) {
+            pieceBegin_ = begin;
+            pieceEnd_ = end;
+        } else if (begin == pieceEnd_) {
+            pieceEnd_ = end;
+        } else {
+            joining_ = true;
+            joinBegin_ = joinEnd_;
+            join(pieceBegin_, pieceEnd_);
+            join(begin, end);
         }
-        if (!util::isValidUtf8(std::string_view(out_ + begin, used_ - begin))) {
+    }
+
+    void join(std::size_t begin, std::size_t end) {
+        std::memcpy(tokens_.joined_.data() + joinEnd_, line_.data() + begin, end - begin);
+        joinEnd_ += end - begin;
+    }
+
+    bool emitWord(std::size_t wordStart) {
+        std::string_view word = joining_ ? std::string_view(tokens_.joined_).substr(joinBegin_, joinEnd_ - joinBegin_)
+                                         : line_.substr(pieceBegin_, pieceEnd_ - pieceBegin_);
+        joining_ = false;
+        pieceBegin_ = pieceEnd_ = 0;
+        std::size_t lineOffset = wordStart;
+        if (word.size() >= 2 && word[0] == '!') {
+            add(word.substr(0, 1), wordStart);
+            word.remove_prefix(1);
+            lineOffset += line_[wordStart] == '!' ? 1 : 0;
+        }
+        if (!isAscii(word) && !util::isValidUtf8(word)) {
             return false;
         }
-        tokens_.spans_.push_back({begin, used_ - begin, restOffset});
-        wordBegin_ = used_;
-        separator_ = false;
+        add(word, lineOffset);
         return true;
+    }
+
+    void add(std::string_view word, std::size_t lineOffset) {
+        if (tokens_.count_ == tokens_.words_.size()) {
+            tokens_.words_.resize(tokens_.words_.size() * 2 + 16);
+        }
+        tokens_.words_[tokens_.count_++] = {word, lineOffset};
     }
 
     bool fail(RuleFaultKind kind, std::size_t lineOffset) {
@@ -89,14 +154,13 @@ class LineTokenizer {
     std::string_view line_;
     TokenList& tokens_;
     RuleFault* fault_;
-    char* out_ = nullptr;
-    std::size_t used_ = 0;          // bytes written to the list's buffer
-    std::size_t wordBegin_ = 0;     // where the word being collected begins there
-    std::size_t wordStart_ = 0;     // where that word begins in the line
-    std::size_t quoteOpenedAt_ = 0; // line offset of the quote now open
-    bool inQuote_ = false;
-    bool escaped_ = false;
-    bool separator_ = false;
+    // The word so far: a stretch [pieceBegin_, pieceEnd_) of the line, or,
+    // once it is not one any more, [joinBegin_, joinEnd_) of the list's buffer.
+    std::size_t pieceBegin_ = 0;
+    std::size_t pieceEnd_ = 0;
+    std::size_t joinBegin_ = 0;
+    std::size_t joinEnd_ = 0;
+    bool joining_ = false;
 };
 
 bool rule_parser_line(std::string_view line, TokenList& tokens, RuleFault* fault) {

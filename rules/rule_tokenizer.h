@@ -21,29 +21,28 @@
 
 namespace halvo::rules {
 
-// The words of one line.  The list owns their bytes; it is meant to be reused
-// from line to line so that a rule set is tokenised without an allocation
-// per word.
+// The words of one line.  Most words are views of the line itself; the few
+// that quotes or escapes have cut into pieces are put together in a buffer
+// of the list's own.  A list is meant to be reused from line to line, so that
+// a rule set is tokenised without an allocation per word.  Its words are
+// valid while the line they came from is alive and the list is unchanged.
 class TokenList {
   public:
-    std::size_t size() const { return spans_.size(); }
-    bool empty() const { return spans_.empty(); }
-    std::string_view operator[](std::size_t index) const {
-        const Span& span = spans_[index];
-        return std::string_view(bytes_).substr(span.begin, span.size);
-    }
+    std::size_t size() const { return count_; }
+    bool empty() const { return count_ == 0; }
+    std::string_view operator[](std::size_t index) const { return words_[index].text; }
     // Where the word begins in its logical line (for error reports).
-    std::size_t lineOffset(std::size_t index) const { return spans_[index].lineOffset; }
+    std::size_t lineOffset(std::size_t index) const { return words_[index].lineOffset; }
 
   private:
     friend class LineTokenizer;
-    struct Span {
-        std::size_t begin;
-        std::size_t size;
+    struct Word {
+        std::string_view text;
         std::size_t lineOffset;
     };
-    std::string bytes_;
-    std::vector<Span> spans_;
+    std::string joined_;      // room for the words that are not views of the line
+    std::vector<Word> words_; // the first count_ are this line's
+    std::size_t count_ = 0;
 };
 
 // Replaces `tokens` with the words of `line`.  Returns false on a quote left

@@ -4,17 +4,10 @@
 
 namespace halvo::rules {
 
-namespace {
-
-constexpr std::size_t blockSize = 64 * 1024;
-
-} // namespace
-
-TextBuffer::TextBuffer(std::FILE* out) : out_(out) {
-    bytes_.reserve(blockSize + 1024);
-}
+TextBuffer::TextBuffer(std::FILE* out) : out_(out), block_(new char[blockSize]) {}
 
 void TextBuffer::hex(std::uint32_t number, int minDigits) {
+    ensureReserve();
     char digits[8];
     int count = 0;
     do {
@@ -25,28 +18,29 @@ void TextBuffer::hex(std::uint32_t number, int minDigits) {
         digits[count++] = '0';
     }
     while (count > 0) {
-        bytes_.push_back(digits[--count]);
+        block_[used_++] = digits[--count];
     }
 }
 
 void TextBuffer::decimal(unsigned long number) {
-    char digits[24];
-    const std::to_chars_result result = std::to_chars(digits, digits + sizeof digits, number);
-    bytes_.append(digits, result.ptr);
+    ensureReserve();
+    char* const at = block_.get() + used_;
+    used_ += static_cast<std::size_t>(std::to_chars(at, at + reserve, number).ptr - at);
 }
 
-void TextBuffer::endLine() {
-    bytes_.push_back('\n');
-    if (bytes_.size() >= blockSize) {
+void TextBuffer::makeRoom(std::size_t bytes) {
+    if (bytes > room()) {
         flush();
     }
 }
 
+void TextBuffer::write(std::string_view bytes) {
+    std::fwrite(bytes.data(), 1, bytes.size(), out_);
+}
+
 void TextBuffer::flush() {
-    if (!bytes_.empty()) {
-        std::fwrite(bytes_.data(), 1, bytes_.size(), out_);
-        bytes_.clear();
-    }
+    write(std::string_view(block_.get(), used_));
+    used_ = 0;
 }
 
 } // namespace halvo::rules

@@ -1,0 +1,104 @@
+#include "rules/byte_scan.h"
+
+#include "rules/rule_chars.h"
+
+#include <bit>
+#include <cstdint>
+#include <cstring>
+
+namespace halvo::rules {
+
+namespace {
+
+constexpr std::uint64_t ones = 0x0101010101010101ULL;
+constexpr std::uint64_t highs = 0x8080808080808080ULL;
+
+// High bit set in every byte of `word` that is below `limit` (limit <= 128).
+// A byte just above a marked one may be marked too (the subtraction borrows),
+// but no byte below the limit is ever missed.
+constexpr std::uint64_t bytesBelow(std::uint64_t word, std::uint8_t limit) {
+    return (word - ones * limit) & ~word & highs;
+}
+
+// High bit set in every byte of `word` equal to `c`, with the same caveat.
+constexpr std::uint64_t bytesEqual(std::uint64_t word, char c) {
+    return bytesBelow(word ^ (ones * static_cast<std::uint8_t>(c)), 1);
+}
+
+// Walks [from, to) eight bytes at a time: `candidates` marks at least every
+// byte that may stop the scan, and `stops` decides for each marked byte.
+template <class Candidates, class Stops>
+std::size_t scan(const char* text, std::size_t from, std::size_t to, Candidates candidates,
+                 Stops stops) {
+    std::size_t at = from;
+    if constexpr (std::endian::native == std::endian::little) {
+        for (; at + 8 <= to; at += 8) {
+            std::uint64_t word;
+            std::memcpy(&word, text + at, sizeof word);
+            for (std::uint64_t marks = candidates(word); marks != 0; marks &= marks - 1) {
+                const std::size_t index = at + static_cast<std::size_t>(std::countr_zero(marks)) / 8;
+                if (stops(text[index])) {
+                    return index;
+                }
+            }
+        }
+    }
+    while (at < to && !stops(text[at])) {
+        ++at;
+    }
+    return at;
+}
+
+} // namespace
+
+std::size_t findLineStop(const char* text, std::size_t from, std::size_t to, bool inQuote) {
+    const std::uint8_t stopBits =
+        lineEndByte | quoteByte | backslashByte | (inQuote ? 0 : hashByte);
+    return scan(
+        text, from, to,
+        [inQuote](std::uint64_t word) {
+            // Line feed and NUL are both below 0x0b.
+            std::uint64_t marks = bytesBelow(word, 0x0b) | bytesEqual(word, '"') | bytesEqual(word, '\\');
+            return inQuote ? marks : marks | bytesEqual(word, '#');
+        },
+        [stopBits](char c) { return (byteClass(c) & stopBits) != 0; });
+}
+
+std::size_t findWordStop(const char* text, std::size_t from, std::size_t to, bool inQuote) {
+    const std::uint8_t stopBits = quoteByte | backslashByte | (inQuote ? 0 : blankByte);
+    return scan(
+        text, from, to,
+        [inQuote](std::uint64_t word) {
+            // All whitespace is at or below the space.
+            const std::uint64_t marks = bytesEqual(word, '"') | bytesEqual(word, '\\');
+            return inQuote ? marks : marks | bytesBelow(word, ' ' + 1);
+        },
+        [stopBits](char c) { return (byteClass(c) & stopBits) != 0; });
+}
+
+bool isAscii(std::string_view bytes) {
+    const char* const data = bytes.data();
+    const std::size_t size = bytes.size();
+    const auto load = [data](std::size_t at, std::size_t width) {
+        std::uint64_t word = 0;
+        std::memcpy(&word, data + at, width);
+        return word;
+    };
+    // Short words are read as two overlapping loads rather than byte by byte.
+    std::uint64_t seen = 0;
+    if (size >= 8) {
+        for (std::size_t at = 0; at + 8 <= size; at += 8) {
+            seen |= load(at, 8);
+        }
+        seen |= load(size - 8, 8);
+    } else if (size >= 4) {
+        seen = load(0, 4) | load(size - 4, 4);
+    } else {
+        for (std::size_t at = 0; at < size; ++at) {
+            seen |= static_cast<unsigned char>(data[at]);
+        }
+    }
+    return (seen & highs) == 0;
+}
+
+} // namespace halvo::rules

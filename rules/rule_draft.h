@@ -1,0 +1,60 @@
+// A rule record while its line is being read: the keys in the order they were
+// first set, with values that still point into the line's words.
+//
+// Nothing is allocated until the line has been read in full and turns out to
+// be a rule; then the record is made in one go, with exactly the room it
+// needs.
+#pragma once
+
+#include "rules/rule_keys.h"
+
+#include <boost/json/object.hpp>
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+namespace halvo::rules {
+
+class RuleDraft {
+  public:
+    bool has(RecordKey key) const { return slotOf_[index(key)] != 0; }
+
+    // Setting a key that is already there replaces its value in place.
+    void setText(RecordKey key, std::string_view text) { set(key, Kind::Text, text, 0); }
+    // The host list is split when the record is made.
+    void setHostList(RecordKey key, std::string_view list) { set(key, Kind::HostList, list, 0); }
+    void setFlag(RecordKey key, bool flag) { set(key, Kind::Flag, {}, flag ? 1 : 0); }
+    void setNumber(RecordKey key, std::int64_t number) { set(key, Kind::Number, {}, number); }
+
+    // The record, allocated from `storage`; the words the draft points into
+    // must still be alive.  Throws std::bad_alloc when memory runs out.
+    boost::json::object toObject(const boost::json::storage_ptr& storage) const;
+
+  private:
+    enum class Kind : std::uint8_t { Text, HostList, Flag, Number };
+    // Trivial, so that a draft costs nothing to set up for every line.
+    struct Entry {
+        RecordKey key;
+        Kind kind;
+        const char* text;
+        std::size_t textSize;
+        std::int64_t number;
+    };
+
+    static std::size_t index(RecordKey key) { return static_cast<std::size_t>(key); }
+    void set(RecordKey key, Kind kind, std::string_view text, std::int64_t number) {
+        std::uint8_t& slot = slotOf_[index(key)];
+        if (slot == 0) {
+            slot = static_cast<std::uint8_t>(++size_);
+        }
+        entries_[slot - 1] = Entry{key, kind, text.data(), text.size(), number};
+    }
+
+    std::array<Entry, recordKeyCount> entries_; // the first size_ are in use
+    std::array<std::uint8_t, recordKeyCount> slotOf_{}; // entry index + 1; 0: absent
+    std::size_t size_ = 0;
+};
+
+} // namespace halvo::rules
