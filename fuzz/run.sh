@@ -6,7 +6,9 @@
 # build-dir defaults to build-fuzz in the source tree. Each target starts
 # from a fresh copy of its seed corpus (fuzz/corpus/<name>/; the rule text
 # target also takes the golden rule files of tests/data/rules) in
-# <build-dir>/corpus-work/<name>/, which keeps what the run found.
+# <build-dir>/corpus-work/<name>/, which keeps what the run found; with
+# FUZZ_KEEP_CORPUS=1 a run goes on from what earlier runs left there (the
+# way to spread hours of fuzzing over several runs).
 # Crashing inputs are saved in <build-dir>/fuzz-artifacts/<name>/; reproduce
 # one with <build-dir>/fuzz/halvo_fuzz_<name> <file>. Exits non-zero when any
 # target found a crash, a leak or a time-out.
@@ -40,7 +42,9 @@ failed=
 for name in $targets; do
     work="$build_dir/corpus-work/$name"
     artifacts="$build_dir/fuzz-artifacts/$name"
-    rm -rf "$work"
+    if [ "${FUZZ_KEEP_CORPUS:-0}" != 1 ]; then
+        rm -rf "$work"
+    fi
     mkdir -p "$work" "$artifacts"
     cp "$source_dir/fuzz/corpus/$name/"* "$work/"
     if [ "$name" = rule_text ]; then

@@ -255,7 +255,7 @@ TEST(HostileDaemonTest, SilentDaemonLeavesTheUtilityWaiting) {
         ScriptedDaemon daemon;
         answerFirstRequest(daemon, answer);
         RunOptions options;
-        options.timeout = 500ms;
+        options.timeout = 1000ms;
         Exchange exchange = runAgainst(daemon, {"dev", "list"}, options);
         EXPECT_TRUE(exchange.run.timedOut);
         EXPECT_EQ(exchange.run.err, "");

@@ -153,7 +153,7 @@ TEST(SecurityTest, UserTextIsPrintedAndSentAsItStands) {
         ScriptedDaemon daemon;
         daemon.replyTo(6, kOk);
         RunOptions options;
-        options.timeout = std::chrono::milliseconds(500);
+        options.timeout = std::chrono::milliseconds(1000);
         Exchange exchange = runAgainst(daemon, args, options);
         EXPECT_EQ(describe(exchange.sent).back(), sent);
     }
@@ -325,9 +325,11 @@ TEST(SecurityTest, EditedFileOutlivesEveryFailure) {
             }
         });
         RunResult run;
-        runRuleEdit(daemon, editor, c.answers, run);
+        const std::vector<std::string> sent = runRuleEdit(daemon, editor, c.answers, run);
         EXPECT_EQ(run.status, 5) << c.name;
         EXPECT_EQ(run.err, c.err) << c.name;
+        // Without a rule set from the editor, nothing is loaded.
+        EXPECT_EQ(sent.size() > 2, c.onLoad != nullptr) << c.name;
 
         const std::string path = readFile(dir / "edited");
         ASSERT_FALSE(path.empty()) << c.name << ": the editor did not run";
