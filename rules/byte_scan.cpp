@@ -26,7 +26,8 @@ constexpr std::uint64_t bytesEqual(std::uint64_t word, char c) {
 }
 
 // Walks [from, to) eight bytes at a time: `candidates` marks at least every
-// byte that may stop the scan, and `stops` decides for each marked byte.
+// byte that may stop the scan, and `stops(offset)` decides for each marked
+// byte, in order.
 template <class Candidates, class Stops>
 std::size_t scan(const char* text, std::size_t from, std::size_t to, Candidates candidates,
                  Stops stops) {
@@ -37,13 +38,13 @@ std::size_t scan(const char* text, std::size_t from, std::size_t to, Candidates 
             std::memcpy(&word, text + at, sizeof word);
             for (std::uint64_t marks = candidates(word); marks != 0; marks &= marks - 1) {
                 const std::size_t index = at + static_cast<std::size_t>(std::countr_zero(marks)) / 8;
-                if (stops(text[index])) {
+                if (stops(index)) {
                     return index;
                 }
             }
         }
     }
-    while (at < to && !stops(text[at])) {
+    while (at < to && !stops(at)) {
         ++at;
     }
     return at;
@@ -51,17 +52,30 @@ std::size_t scan(const char* text, std::size_t from, std::size_t to, Candidates 
 
 } // namespace
 
-std::size_t findLineStop(const char* text, std::size_t from, std::size_t to, bool inQuote) {
-    const std::uint8_t stopBits =
-        lineEndByte | quoteByte | backslashByte | (inQuote ? 0 : hashByte);
+std::size_t findLineBreak(const char* text, std::size_t from, std::size_t to, bool& inQuote) {
     return scan(
         text, from, to,
-        [inQuote](std::uint64_t word) {
+        [](std::uint64_t word) {
             // Line feed and NUL are both below 0x0b.
-            std::uint64_t marks = bytesBelow(word, 0x0b) | bytesEqual(word, '"') | bytesEqual(word, '\\');
-            return inQuote ? marks : marks | bytesEqual(word, '#');
+            return bytesBelow(word, 0x0b) | bytesEqual(word, '"') | bytesEqual(word, '\\') |
+                   bytesEqual(word, '#');
         },
-        [stopBits](char c) { return (byteClass(c) & stopBits) != 0; });
+        [text, &inQuote](std::size_t at) {
+            switch (text[at]) {
+            case '"':
+                inQuote = !inQuote;
+                return false;
+            case '\n':
+            case '\0':
+                return true;
+            case '#':
+                return !inQuote;
+            case '\\':
+                return text[at + 1] == '\n';
+            default:
+                return false;
+            }
+        });
 }
 
 std::size_t findWordStop(const char* text, std::size_t from, std::size_t to, bool inQuote) {
@@ -73,7 +87,7 @@ std::size_t findWordStop(const char* text, std::size_t from, std::size_t to, boo
             const std::uint64_t marks = bytesEqual(word, '"') | bytesEqual(word, '\\');
             return inQuote ? marks : marks | bytesBelow(word, ' ' + 1);
         },
-        [stopBits](char c) { return (byteClass(c) & stopBits) != 0; });
+        [text, stopBits](std::size_t at) { return (byteClass(text[at]) & stopBits) != 0; });
 }
 
 bool isAscii(std::string_view bytes) {

@@ -12,9 +12,10 @@
 
 namespace halvo::rules {
 
-// The first offset in [from, to) of a line feed, NUL, double quote or
-// backslash, or of a "#" when `inQuote` is false; `to` if there is none.
-std::size_t findLineStop(const char* text, std::size_t from, std::size_t to, bool inQuote);
+// The first offset in [from, to) of a line feed, a NUL, a "#" outside double
+// quotes or a backslash followed by a line feed (which may lie at `to`);
+// `to` if there is none.  The double quotes on the way flip `inQuote`.
+std::size_t findLineBreak(const char* text, std::size_t from, std::size_t to, bool& inQuote);
 
 // The first offset in [from, to) of a double quote or backslash, or of
 // whitespace when `inQuote` is false; `to` if there is none.

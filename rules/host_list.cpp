@@ -2,8 +2,6 @@
 
 #include "rules/rule_chars.h"
 
-#include <cstddef>
-
 namespace halvo::rules {
 
 namespace {
@@ -12,8 +10,10 @@ bool isHostSeparator(char c) {
     return c == ',' || isRuleWhitespace(c);
 }
 
-// Calls visit(piece) for each maximal run of non-separator bytes.
-template <class Visit> void forEachHost(std::string_view value, Visit visit) {
+} // namespace
+
+std::size_t pushHostList(std::string_view value, boost::json::value_stack& stack) {
+    std::size_t count = 0;
     std::size_t at = 0;
     while (at < value.size()) {
         while (at < value.size() && isHostSeparator(value[at])) {
@@ -24,20 +24,18 @@ template <class Visit> void forEachHost(std::string_view value, Visit visit) {
             ++at;
         }
         if (at > begin) {
-            visit(value.substr(begin, at - begin));
+            stack.push_string(value.substr(begin, at - begin));
+            ++count;
         }
     }
+    return count;
 }
 
-} // namespace
-
 boost::json::array rule_parse_host2array(std::string_view value, boost::json::storage_ptr storage) {
-    std::size_t count = 0;
-    forEachHost(value, [&count](std::string_view) { ++count; });
-    boost::json::array hosts(std::move(storage));
-    hosts.reserve(count);
-    forEachHost(value, [&hosts](std::string_view host) { hosts.emplace_back(host); });
-    return hosts;
+    boost::json::value_stack stack;
+    stack.reset(std::move(storage));
+    stack.push_array(pushHostList(value, stack));
+    return std::move(stack.release().get_array());
 }
 
 } // namespace halvo::rules

@@ -1,7 +1,6 @@
 #include "rules/rule_clauses.h"
 
 #include "rules/id_list.h"
-#include "rules/rule_draft.h"
 #include "rules/rule_keys.h"
 #include "rules/word_lookup.h"
 
@@ -11,8 +10,6 @@
 #include <string_view>
 
 namespace halvo::rules {
-
-namespace json = boost::json;
 
 namespace {
 
@@ -82,23 +79,25 @@ constexpr std::string_view modeContains = "contains";
 
 class RecordBuilder {
   public:
-    RecordBuilder(const TokenList& tokens, RuleFault* fault, const json::storage_ptr& storage)
-        : tokens_(tokens), fault_(fault), storage_(storage) {}
+    RecordBuilder(const TokenList& tokens, RuleDictionary& record, RuleFault* fault)
+        : tokens_(tokens), fault_(fault), record_(record) {
+        record_.clear();
+    }
 
-    std::optional<json::object> build() {
+    bool build() {
         if (tokens_.empty()) {
             return fail(RuleFaultKind::NoWords, 0);
         }
         for (std::size_t index = 0; index < tokens_.size(); ++index) {
             const bool accepted = awaited_ != nullptr ? takeValue(index) : takeClauseWord(index);
             if (!accepted) {
-                return std::nullopt;
+                return false;
             }
         }
-        if (!draft_.has(RecordKey::Action)) {
+        if (!record_.has(RecordKey::Action)) {
             return fail(RuleFaultKind::NoAction, 0);
         }
-        return draft_.toObject(storage_);
+        return true;
     }
 
   private:
@@ -116,33 +115,33 @@ class RecordBuilder {
             if (negated_) {
                 return failAt(RuleFaultKind::NegatedAction, index, word);
             }
-            if (draft_.has(clause->key)) {
+            if (record_.has(clause->key)) {
                 return failAt(RuleFaultKind::SecondAction, index, word);
             }
-            draft_.setText(clause->key, word);
+            record_.setText(clause->key, word);
             break;
         case Handling::Quick:
             if (negated_) {
                 return failAt(RuleFaultKind::NegatedQuick, index, word);
             }
-            if (draft_.has(clause->key)) {
+            if (record_.has(clause->key)) {
                 return failAt(RuleFaultKind::DuplicateClause, index, word);
             }
-            draft_.setFlag(clause->key, true);
+            record_.setFlag(clause->key, true);
             break;
         case Handling::Rdesk:
-            if (draft_.has(RecordKey::Host)) {
+            if (record_.has(RecordKey::Host)) {
                 return failAt(RuleFaultKind::RdeskAfterHost, index, word);
             }
             [[fallthrough]];
         case Handling::TruthFlag:
-            if (draft_.has(clause->key)) {
+            if (record_.has(clause->key)) {
                 return failAt(RuleFaultKind::DuplicateClause, index, word);
             }
-            draft_.setFlag(clause->key, !negated_);
+            record_.setFlag(clause->key, !negated_);
             break;
         case Handling::Host:
-            if (draft_.has(RecordKey::Rdesk)) {
+            if (record_.has(RecordKey::Rdesk)) {
                 return failAt(RuleFaultKind::HostAfterRdesk, index, word);
             }
             return await(*clause, index);
@@ -165,16 +164,16 @@ class RecordBuilder {
         if (clause.handling == Handling::Override && negated_) {
             return failAt(RuleFaultKind::NegatedOverride, awaitedAt_, clause.word);
         }
-        if (clause.handling != Handling::Ids && draft_.has(clause.key)) {
+        if (clause.handling != Handling::Ids && record_.has(clause.key)) {
             return failAt(RuleFaultKind::DuplicateClause, awaitedAt_, clause.word);
         }
         switch (clause.handling) {
         case Handling::Host:
-            draft_.setHostList(clause.key, value);
+            record_.setHostList(clause.key, value);
             break;
         case Handling::Name:
-            draft_.setText(clause.key, value);
-            draft_.setText(RecordKey::NameMatch, nameMode_);
+            record_.setText(clause.key, value);
+            record_.setText(RecordKey::NameMatch, nameMode_);
             break;
         case Handling::Ids:
             if (!storeIds(clause, index)) {
@@ -182,11 +181,11 @@ class RecordBuilder {
             }
             break;
         default:
-            draft_.setText(clause.key, value);
+            record_.setText(clause.key, value);
             break;
         }
         if (negated_) {
-            draft_.setFlag(clause.negationKey, true);
+            record_.setFlag(clause.negationKey, true);
         }
         awaited_ = nullptr;
         nameMode_ = {};
@@ -217,7 +216,7 @@ class RecordBuilder {
             return failAt(idFault.kind, index, clause.word, idFault.component);
         }
         for (std::size_t i = 0; i < count; ++i) {
-            draft_.setNumber(idKey(clause.key, i), static_cast<std::int64_t>(numbers[i] & 0xFFFF));
+            record_.setNumber(idKey(clause.key, i), static_cast<std::int64_t>(numbers[i] & 0xFFFF));
         }
         return true;
     }
@@ -228,23 +227,21 @@ class RecordBuilder {
         return true;
     }
 
-    std::nullopt_t fail(RuleFaultKind kind, std::size_t lineOffset, std::string_view clause = {},
-                        std::string_view subject = {}) {
+    bool fail(RuleFaultKind kind, std::size_t lineOffset, std::string_view clause = {},
+              std::string_view subject = {}) {
         if (fault_ != nullptr) {
             *fault_ = RuleFault{kind, lineOffset, std::string(clause), std::string(subject)};
         }
-        return std::nullopt;
+        return false;
     }
     bool failAt(RuleFaultKind kind, std::size_t tokenIndex, std::string_view clause,
                 std::string_view subject = {}) {
-        fail(kind, tokens_.lineOffset(tokenIndex), clause, subject);
-        return false;
+        return fail(kind, tokens_.lineOffset(tokenIndex), clause, subject);
     }
 
     const TokenList& tokens_;
     RuleFault* fault_;
-    const json::storage_ptr& storage_;
-    RuleDraft draft_;
+    RuleDictionary& record_;
     const ClauseInfo* awaited_ = nullptr; // clause waiting for its value
     std::size_t awaitedAt_ = 0;           // the token index of its word
     std::string_view nameMode_;           // "is" or "contains" once read
@@ -253,9 +250,8 @@ class RecordBuilder {
 
 } // namespace
 
-std::optional<json::object> rule_parser_line2dictionary(const TokenList& tokens, RuleFault* fault,
-                                                        const json::storage_ptr& storage) {
-    return RecordBuilder(tokens, fault, storage).build();
+bool rule_parser_line2dictionary(const TokenList& tokens, RuleDictionary& record, RuleFault* fault) {
+    return RecordBuilder(tokens, record, fault).build();
 }
 
 } // namespace halvo::rules

@@ -12,20 +12,16 @@
 // other clause may appear once.  "host" and "rdesk" exclude each other.
 #pragma once
 
+#include "rules/rule_dictionary.h"
 #include "rules/rule_fault.h"
 #include "rules/rule_tokenizer.h"
 
-#include <boost/json/object.hpp>
-
-#include <optional>
-
 namespace halvo::rules {
 
-// The record of `tokens`, allocated from `storage`, or nothing on a grammar
-// error (described in `*fault` when `fault` is not null).  Throws
-// std::bad_alloc when memory runs out.
-std::optional<boost::json::object> rule_parser_line2dictionary(const TokenList& tokens,
-                                                               RuleFault* fault = nullptr,
-                                                               const boost::json::storage_ptr& storage = {});
+// Reads the record of `tokens` into `record` (which points into them
+// afterwards).  Returns false on a grammar error, described in `*fault` when
+// `fault` is not null.
+bool rule_parser_line2dictionary(const TokenList& tokens, RuleDictionary& record,
+                                 RuleFault* fault = nullptr);
 
 } // namespace halvo::rules

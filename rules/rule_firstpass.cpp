@@ -64,19 +64,10 @@ template <class Sink> void walkLogicalLines(std::string_view text, Sink& sink) {
         } else if ((cls & backslashByte) != 0 && in[at + 1] == '\n') {
             at += 2;
         } else {
-            // This byte is kept, and so is the run after it of bytes that
-            // need no decision (quotes only flip the quote flag), up to the
-            // byte before the last.
+            // This byte is kept, and so is the run after it up to the next
+            // byte that needs a decision, or up to the byte before the last.
             inQuote = inQuote != ((cls & quoteByte) != 0);
-            std::size_t end = at + 1;
-            while ((end = findLineStop(in, end, last, inQuote)) < last) {
-                if (in[end] == '"') {
-                    inQuote = !inQuote;
-                } else if (in[end] != '\\' || in[end + 1] == '\n') {
-                    break;
-                }
-                ++end;
-            }
+            const std::size_t end = findLineBreak(in, at + 1, last, inQuote);
             keep(at, end);
             at = end;
         }

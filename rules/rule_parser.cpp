@@ -30,21 +30,21 @@ struct RuleSetFailure {
 // number, and the rule checker, which wants to know why: `diagnose` decides
 // whether the stages describe their failures.
 std::optional<json::array> parseRuleSet(std::string_view text, RuleSetFailure& failure, bool diagnose) {
-    json::array records(makeRecordArena());
+    // The records pile up on the stack and become the array at the end, as
+    // a JSON parser builds a document.
+    json::value_stack records;
+    records.reset(makeRecordArena());
     RuleFault* const fault = diagnose ? &failure.fault : nullptr;
-    TokenList tokens; // reused by every line
+    TokenList tokens;      // reused by every line
+    RuleDictionary record; // likewise
     bool inRule = false;
     const auto readRule = [&](std::string_view line) {
         ++failure.ruleNumber;
         inRule = true;
-        if (!rule_parser_line(line, tokens, fault)) {
+        if (!rule_parser_line(line, tokens, fault) || !rule_parser_line2dictionary(tokens, record, fault)) {
             return false;
         }
-        std::optional<json::object> record = rule_parser_line2dictionary(tokens, fault, records.storage());
-        if (!record) {
-            return false;
-        }
-        records.emplace_back(std::move(*record));
+        record.pushTo(records);
         inRule = false;
         return true;
     };
@@ -61,7 +61,8 @@ std::optional<json::array> parseRuleSet(std::string_view text, RuleSetFailure& f
         failure.stage = FailedStage::Rule;
         return std::nullopt;
     }
-    return records;
+    records.push_array(failure.ruleNumber); // every line read was a rule
+    return std::move(records.release().get_array());
 }
 
 } // namespace

@@ -1,14 +1,14 @@
-// A rule record while its line is being read: the keys in the order they were
-// first set, with values that still point into the line's words.
+// One rule record as the clause interpreter builds it: keys in the order they
+// were first set, with values that still point into the line's words.
 //
-// Nothing is allocated until the line has been read in full and turns out to
-// be a rule; then the record is made in one go, with exactly the room it
-// needs.
+// Nothing is allocated while a line is read; the record becomes JSON only
+// once the whole line has turned out to be a rule.
 #pragma once
 
 #include "rules/rule_keys.h"
 
 #include <boost/json/object.hpp>
+#include <boost/json/value_stack.hpp>
 
 #include <array>
 #include <cstddef>
@@ -17,24 +17,30 @@
 
 namespace halvo::rules {
 
-class RuleDraft {
+class RuleDictionary {
   public:
+    void clear() {
+        slotOf_ = {};
+        size_ = 0;
+    }
     bool has(RecordKey key) const { return slotOf_[index(key)] != 0; }
 
     // Setting a key that is already there replaces its value in place.
     void setText(RecordKey key, std::string_view text) { set(key, Kind::Text, text, 0); }
-    // The host list is split when the record is made.
+    // The host list is split when the record becomes JSON.
     void setHostList(RecordKey key, std::string_view list) { set(key, Kind::HostList, list, 0); }
     void setFlag(RecordKey key, bool flag) { set(key, Kind::Flag, {}, flag ? 1 : 0); }
     void setNumber(RecordKey key, std::int64_t number) { set(key, Kind::Number, {}, number); }
 
-    // The record, allocated from `storage`; the words the draft points into
-    // must still be alive.  Throws std::bad_alloc when memory runs out.
-    boost::json::object toObject(const boost::json::storage_ptr& storage) const;
+    // Pushes the record onto `stack` as one JSON object; the words it points
+    // into must still be alive.  Throws std::bad_alloc when memory runs out.
+    void pushTo(boost::json::value_stack& stack) const;
+    // The record as a JSON object allocated from `storage`.
+    boost::json::object toObject(const boost::json::storage_ptr& storage = {}) const;
 
   private:
     enum class Kind : std::uint8_t { Text, HostList, Flag, Number };
-    // Trivial, so that a draft costs nothing to set up for every line.
+    // Trivial, so that a dictionary costs nothing to set up.
     struct Entry {
         RecordKey key;
         Kind kind;
