@@ -16,5 +16,5 @@ if [ -x scripts/sanitize-tests.sh ]; then
   bash scripts/sanitize-tests.sh
 fi
 if [ -x fuzz/run.sh ]; then
-  bash fuzz/run.sh "${HALVO_FUZZ_SECONDS:-10}"
+  bash fuzz/run.sh "${HALVO_FUZZ_SECONDS:-20}"
 fi
