@@ -1,6 +1,5 @@
 #include "rules/byte_scan.h"
 
-#include "rules/rule_chars.h"
 
 #include <bit>
 #include <cstdint>
@@ -76,43 +75,6 @@ std::size_t findLineBreak(const char* text, std::size_t from, std::size_t to, bo
                 return false;
             }
         });
-}
-
-std::size_t findWordStop(const char* text, std::size_t from, std::size_t to, bool inQuote) {
-    const std::uint8_t stopBits = quoteByte | backslashByte | (inQuote ? 0 : blankByte);
-    return scan(
-        text, from, to,
-        [inQuote](std::uint64_t word) {
-            // All whitespace is at or below the space.
-            const std::uint64_t marks = bytesEqual(word, '"') | bytesEqual(word, '\\');
-            return inQuote ? marks : marks | bytesBelow(word, ' ' + 1);
-        },
-        [text, stopBits](std::size_t at) { return (byteClass(text[at]) & stopBits) != 0; });
-}
-
-bool isAscii(std::string_view bytes) {
-    const char* const data = bytes.data();
-    const std::size_t size = bytes.size();
-    const auto load = [data](std::size_t at, std::size_t width) {
-        std::uint64_t word = 0;
-        std::memcpy(&word, data + at, width);
-        return word;
-    };
-    // Short words are read as two overlapping loads rather than byte by byte.
-    std::uint64_t seen = 0;
-    if (size >= 8) {
-        for (std::size_t at = 0; at + 8 <= size; at += 8) {
-            seen |= load(at, 8);
-        }
-        seen |= load(size - 8, 8);
-    } else if (size >= 4) {
-        seen = load(0, 4) | load(size - 4, 4);
-    } else {
-        for (std::size_t at = 0; at < size; ++at) {
-            seen |= static_cast<unsigned char>(data[at]);
-        }
-    }
-    return (seen & highs) == 0;
 }
 
 } // namespace halvo::rules

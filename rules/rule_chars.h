@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 
 namespace halvo::rules {
@@ -20,6 +21,7 @@ enum ByteClass : std::uint8_t {
     backslashByte = 4, // backslash
     lineEndByte = 8,   // line feed or NUL
     hashByte = 16,     // #
+    highByte = 32,     // 0x80 and above: part of a multi-byte UTF-8 sequence
 };
 
 inline constexpr std::array<std::uint8_t, 256> byteClasses = [] {
@@ -31,6 +33,7 @@ inline constexpr std::array<std::uint8_t, 256> byteClasses = [] {
         bits |= c == '\\' ? backslashByte : 0;
         bits |= c == '\n' || c == '\0' ? lineEndByte : 0;
         bits |= c == '#' ? hashByte : 0;
+        bits |= c >= 0x80 ? highByte : 0;
         classes[static_cast<std::size_t>(c)] = bits;
     }
     return classes;
@@ -38,6 +41,21 @@ inline constexpr std::array<std::uint8_t, 256> byteClasses = [] {
 
 constexpr std::uint8_t byteClass(char c) {
     return byteClasses[static_cast<unsigned char>(c)];
+}
+
+// The first offset in [from, to) of a byte whose class has any of the `stops`
+// bits, or `to`; the classes of the bytes passed over are ORed into `seen`.
+inline std::size_t skipBytes(const char* text, std::size_t from, std::size_t to, std::uint8_t stops,
+                             std::uint8_t& seen) {
+    std::size_t at = from;
+    for (; at < to; ++at) {
+        const std::uint8_t bits = byteClass(text[at]);
+        if ((bits & stops) != 0) {
+            break;
+        }
+        seen |= bits;
+    }
+    return at;
 }
 
 } // namespace halvo::rules

@@ -1,6 +1,5 @@
 #include "rules/rule_tokenizer.h"
 
-#include "rules/byte_scan.h"
 #include "rules/rule_chars.h"
 #include "util/utf8.h"
 
@@ -16,6 +15,7 @@ class LineTokenizer {
     LineTokenizer(std::string_view line, TokenList& tokens, RuleFault* fault)
         : line_(line), tokens_(tokens), fault_(fault) {
         tokens_.count_ = 0;
+        room_ = tokens_.words_.size();
         // A joined word is never longer than the line, so the buffer does not
         // move while the line is read and the views into it stay valid.
         if (tokens_.joined_.size() < line.size()) {
@@ -26,6 +26,7 @@ class LineTokenizer {
     bool run() {
         const char* const in = line_.data();
         const std::size_t size = line_.size();
+        constexpr std::uint8_t wordStops = quoteByte | backslashByte | blankByte;
         std::size_t wordStart = 0;     // where the word being collected begins in the line
         std::size_t quoteOpenedAt = 0; // line offset of the quote now open
         bool inQuote = false;
@@ -36,11 +37,11 @@ class LineTokenizer {
             // Most words are bare: no quotes, no escapes, ended by whitespace
             // or the end of the line.  Such a word reads the same here, in one
             // go, as it does byte by byte below.
-            if (!escaped && !inQuote && !separator && wordEmpty() &&
-                (cls & (quoteByte | backslashByte | blankByte)) == 0) {
-                const std::size_t end = findWordStop(in, at + 1, size, false);
+            if (!escaped && !inQuote && !separator && wordEmpty() && (cls & wordStops) == 0) {
+                std::uint8_t seen = cls;
+                const std::size_t end = skipBytes(in, at + 1, size, wordStops, seen);
                 if (end == size || (byteClass(in[end]) & blankByte) != 0) {
-                    take(at, end);
+                    take(at, end, seen);
                     if (!emitWord(wordStart)) {
                         return fail(RuleFaultKind::InvalidUtf8, wordStart);
                     }
@@ -54,7 +55,7 @@ class LineTokenizer {
             }
             bool wordBreak = false;
             if (escaped) {
-                take(at, at + 1);
+                take(at, at + 1, cls);
                 escaped = false;
             } else if ((cls & backslashByte) != 0) {
                 escaped = true;
@@ -70,8 +71,10 @@ class LineTokenizer {
             } else {
                 // Take the run of plain bytes that begins here, unless a word
                 // is due after every byte (the empty quotes in the header).
-                const std::size_t end = separator ? at + 1 : findWordStop(in, at + 1, size, inQuote);
-                take(at, end);
+                std::uint8_t seen = cls;
+                const std::uint8_t stops = inQuote ? quoteByte | backslashByte : wordStops;
+                const std::size_t end = separator ? at + 1 : skipBytes(in, at + 1, size, stops, seen);
+                take(at, end, seen);
                 at = end - 1;
             }
             const bool last = at + 1 == size;
@@ -97,8 +100,9 @@ class LineTokenizer {
   private:
     bool wordEmpty() const { return !joining_ && pieceBegin_ == pieceEnd_; }
 
-    // Adds line bytes [begin, end) to the word.
-    void take(std::size_t begin, std::size_t end) {
+    // Adds line bytes [begin, end), of byte classes `seen`, to the word.
+    void take(std::size_t begin, std::size_t end, std::uint8_t seen) {
+        wordSeen_ |= seen;
         if (joining_) {
             join(begin, end);
         } else if (pieceBegin_ == pieceEnd_) {
@@ -122,15 +126,17 @@ class LineTokenizer {
     bool emitWord(std::size_t wordStart) {
         std::string_view word = joining_ ? std::string_view(tokens_.joined_).substr(joinBegin_, joinEnd_ - joinBegin_)
                                          : line_.substr(pieceBegin_, pieceEnd_ - pieceBegin_);
+        const bool ascii = (wordSeen_ & highByte) == 0;
         joining_ = false;
         pieceBegin_ = pieceEnd_ = 0;
+        wordSeen_ = 0;
         std::size_t lineOffset = wordStart;
         if (word.size() >= 2 && word[0] == '!') {
             add(word.substr(0, 1), wordStart);
             word.remove_prefix(1);
             lineOffset += line_[wordStart] == '!' ? 1 : 0;
         }
-        if (!isAscii(word) && !util::isValidUtf8(word)) {
+        if (!ascii && !util::isValidUtf8(word)) {
             return false;
         }
         add(word, lineOffset);
@@ -138,8 +144,9 @@ class LineTokenizer {
     }
 
     void add(std::string_view word, std::size_t lineOffset) {
-        if (tokens_.count_ == tokens_.words_.size()) {
-            tokens_.words_.resize(tokens_.words_.size() * 2 + 16);
+        if (tokens_.count_ == room_) {
+            tokens_.words_.resize(room_ * 2 + 16);
+            room_ = tokens_.words_.size();
         }
         tokens_.words_[tokens_.count_++] = {word, lineOffset};
     }
@@ -161,6 +168,8 @@ class LineTokenizer {
     std::size_t joinBegin_ = 0;
     std::size_t joinEnd_ = 0;
     bool joining_ = false;
+    std::uint8_t wordSeen_ = 0; // the byte classes of the word so far
+    std::size_t room_;          // the size of the list's word array
 };
 
 bool rule_parser_line(std::string_view line, TokenList& tokens, RuleFault* fault) {
