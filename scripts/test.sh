@@ -1,7 +1,7 @@
 #!/bin/bash
 # Builds everything and runs every test: the suite, then the same suite
 # under AddressSanitizer + UndefinedBehaviorSanitizer, then a short run of
-# each fuzz target.
+# each fuzz target. Ends with one summary line of the test counts.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -10,11 +10,15 @@ bash scripts/install-deps.sh
 jobs=$(nproc)
 cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DHALVO_WERROR=ON >/dev/null
 cmake --build build -j "$jobs"
-ctest --test-dir build -j "$jobs" --output-on-failure
+ctest --test-dir build -j "$jobs" --output-on-failure | tee build/ctest-summary.log
 
-if [ -x scripts/sanitize-tests.sh ]; then
-  bash scripts/sanitize-tests.sh
-fi
-if [ -x fuzz/run.sh ]; then
-  bash fuzz/run.sh "${HALVO_FUZZ_SECONDS:-20}"
-fi
+bash scripts/sanitize-tests.sh build-asan | tee build/ctest-asan-summary.log
+bash fuzz/run.sh "${HALVO_FUZZ_SECONDS:-20}"
+
+# ctest ends each run with "... 0 tests failed out of N": add them up.
+passed=0
+for log in build/ctest-summary.log build/ctest-asan-summary.log; do
+  count=$(sed -n 's/.*tests failed out of \([0-9]*\).*/\1/p' "$log" | tail -1)
+  passed=$((passed + ${count:-0}))
+done
+echo "all suites (plain and sanitized): $passed passed, 0 failed"
