@@ -37,15 +37,22 @@ class LineTokenizer {
             // Most words are bare: no quotes, no escapes, ended by whitespace
             // or the end of the line.  Such a word reads the same here, in one
             // go, as it does byte by byte below.
-            if (!escaped && !inQuote && !separator && wordEmpty() && (cls & wordStops) == 0) {
-                std::uint8_t seen = cls;
-                const std::size_t end = skipBytes(in, at + 1, size, wordStops, seen);
-                if (end == size || (byteClass(in[end]) & blankByte) != 0) {
-                    take(at, end, seen);
+            // So are quoted values: one pair of quotes around the whole word.
+            if (!escaped && !inQuote && !separator && wordEmpty()) {
+                const bool quoted = (cls & quoteByte) != 0;
+                const std::size_t begin = quoted ? at + 1 : at;
+                std::uint8_t seen = quoted ? 0 : cls;
+                const std::size_t end =
+                    quoted ? skipBytes(in, begin, size, quoteByte | backslashByte, seen)
+                           : skipBytes(in, at + 1, size, wordStops, seen);
+                const std::size_t after = quoted && end < size && in[end] == '"' ? end + 1 : end;
+                const bool whole = quoted ? after > end && end > begin : (cls & wordStops) == 0;
+                if (whole && (after == size || (byteClass(in[after]) & blankByte) != 0)) {
+                    take(begin, end, seen);
                     if (!emitWord(wordStart)) {
                         return fail(RuleFaultKind::InvalidUtf8, wordStart);
                     }
-                    at = end;
+                    at = after;
                     while (at + 1 < size && isRuleWhitespace(in[at + 1])) {
                         ++at;
                     }

@@ -1,8 +1,11 @@
 #include "rules/rule_tokenizer.h"
 
+#include "util/utf8.h"
+
 #include <gtest/gtest.h>
 
 #include <optional>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -81,6 +84,81 @@ TEST(RuleTokenizerTest, ListIsReusedAcrossLines) {
     ASSERT_EQ(tokens.size(), 2u);
     EXPECT_EQ(tokens[0], "b");
     EXPECT_EQ(tokens[1], "c");
+}
+
+} // namespace
+
+namespace {
+
+// The tokenizer as the rule text has always been read, byte by byte, without
+// the fast paths: the optimised one must split every line the same way.
+std::optional<Words> referenceTokenize(std::string_view line) {
+    const auto isBlank = [](char c) { return c == ' ' || (c >= '\t' && c <= '\r'); };
+    Words words;
+    std::string word;
+    bool inQuote = false;
+    bool escaped = false;
+    bool separator = false;
+    for (std::size_t at = 0; at < line.size(); ++at) {
+        char c = line[at];
+        if (escaped) {
+            word += c;
+            escaped = false;
+        } else if (c == '\\') {
+            escaped = true;
+        } else if (c == '"') {
+            inQuote = !inQuote;
+        } else if (isBlank(c) && !inQuote) {
+            while (at + 1 < line.size() && isBlank(line[at + 1])) {
+                c = line[++at];
+            }
+            separator = true;
+        } else {
+            word += c;
+        }
+        const bool last = at + 1 == line.size();
+        if ((separator || last) && !word.empty()) {
+            if (inQuote && last && c != '"') {
+                return std::nullopt;
+            }
+            if (word.size() >= 2 && word[0] == '!') {
+                words.emplace_back("!");
+                word.erase(0, 1);
+            }
+            if (!halvo::util::isValidUtf8(word)) {
+                return std::nullopt;
+            }
+            words.push_back(word);
+            word.clear();
+            separator = false;
+        }
+    }
+    return words;
+}
+
+TEST(RuleTokenizerTest, MatchesTheByteByByteReading) {
+    static const std::string_view pieces[] = {
+        "a", "bc", "!", " ", "  ", "\t", "\"", "\\", "\xc3\xa9", "\xc3", "\xa9", "#", ",", "\r",
+    };
+    std::mt19937 random(1234);
+    std::uniform_int_distribution<std::size_t> pick(0, std::size(pieces) - 1);
+    std::uniform_int_distribution<int> length(1, 12);
+    TokenList tokens; // reused, as the parser does
+    for (int round = 0; round < 50000; ++round) {
+        std::string line;
+        for (int count = length(random); count > 0; --count) {
+            line += pieces[pick(random)];
+        }
+        const std::optional<Words> expected = referenceTokenize(line);
+        std::optional<Words> actual;
+        if (rule_parser_line(line, tokens)) {
+            actual.emplace();
+            for (std::size_t i = 0; i < tokens.size(); ++i) {
+                actual->emplace_back(tokens[i]);
+            }
+        }
+        ASSERT_EQ(actual, expected) << '[' << line << ']';
+    }
 }
 
 } // namespace
