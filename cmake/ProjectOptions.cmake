@@ -27,9 +27,11 @@ endif()
 # and maps no shared library pages. Position independent where the
 # toolchain allows, so that it keeps address randomisation; unused sections
 # dropped, so that start-up touches fewer pages. The daemon keeps the
-# shared C library.
+# shared C library. Memory checkers that replace the allocator at load time
+# (valgrind) need the dynamic link: HALVO_STATIC_PROGRAM=OFF.
+option(HALVO_STATIC_PROGRAM "Link halvoctl wholly statically" ON)
 add_library(halvo_static_program INTERFACE)
-if(NOT HALVO_SANITIZE)
+if(NOT HALVO_SANITIZE AND HALVO_STATIC_PROGRAM)
   include(CheckCXXSourceCompiles)
   set(CMAKE_REQUIRED_LINK_OPTIONS -static-pie)
   check_cxx_source_compiles("int main() { return 0; }" HALVO_HAVE_STATIC_PIE)
