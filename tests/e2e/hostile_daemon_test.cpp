@@ -27,6 +27,13 @@ const std::string kInternalError = "Internal error.\n";
 const std::string kDeviceHeader = "ID\tVID: PID: REV\tPort\tDevice name and status\n";
 const std::string kConnectionHeader = "Type\tIP/Name\t\tPort/PID\n";
 
+// Huge replies take seconds under a sanitizer or on a busy machine.
+RunOptions hugeReplyBound() {
+    RunOptions options;
+    options.timeout = 40s;
+    return options;
+}
+
 std::string packet(std::uint32_t command, std::string_view json) {
     return link::encodePacket(command, json);
 }
@@ -122,7 +129,7 @@ TEST(HostileDaemonTest, PayloadOfExactlyTheLimitIsAccepted) {
     ASSERT_EQ(reply.size(), kMaxPayload);
     ScriptedDaemon daemon;
     answerFirstRequest(daemon, [&reply](PeerConnection& p) { p.send(0, reply); });
-    Exchange exchange = runAgainst(daemon, {"dev", "list"});
+    Exchange exchange = runAgainst(daemon, {"dev", "list"}, hugeReplyBound());
     EXPECT_EQ(exchange.run.status, 0);
     EXPECT_EQ(exchange.run.err, "");
     EXPECT_EQ(exchange.run.out, kDeviceHeader);
@@ -140,7 +147,7 @@ TEST(HostileDaemonTest, HugeReplySentSlowlyIsReadWhole) {
     answerFirstRequest(daemon, [&reply](PeerConnection& p) {
         p.sendInPieces(packet(0, reply), 1024 * 1024, 20ms);
     });
-    Exchange exchange = runAgainst(daemon, {"dev", "list"});
+    Exchange exchange = runAgainst(daemon, {"dev", "list"}, hugeReplyBound());
     EXPECT_EQ(exchange.run.status, 0);
     EXPECT_EQ(exchange.run.err, "");
     EXPECT_EQ(exchange.run.out, kDeviceHeader + "1\t0001:0002:0003\tp\tn /s/\n");
@@ -154,7 +161,7 @@ TEST(HostileDaemonTest, FiftyMebibyteStringsPassThrough) {
         name + R"(","state":"s","serial":""}],"pad":")" + pad + "\"}";
     ScriptedDaemon daemon;
     answerFirstRequest(daemon, [&reply](PeerConnection& p) { p.send(0, reply); });
-    Exchange exchange = runAgainst(daemon, {"dev", "list"});
+    Exchange exchange = runAgainst(daemon, {"dev", "list"}, hugeReplyBound());
     EXPECT_EQ(exchange.run.status, 0);
     EXPECT_EQ(exchange.run.err, "");
     // Compared as a whole, not printed: a mismatch of 50 MiB helps no one.
