@@ -95,7 +95,10 @@ class RecordBuilder {
             }
         }
         if (!record_.has(RecordKey::Action)) {
-            return fail(RuleFaultKind::NoAction, 0);
+            return failWithoutAction();
+        }
+        if (fault_ != nullptr) {
+            noteIgnoredEnd();
         }
         return true;
     }
@@ -110,6 +113,7 @@ class RecordBuilder {
         switch (clause->handling) {
         case Handling::Negation:
             negated_ = !negated_;
+            negationAt_ = index;
             return true;
         case Handling::Action:
             if (negated_) {
@@ -158,6 +162,13 @@ class RecordBuilder {
     bool takeValue(std::size_t index) {
         const ClauseInfo& clause = *awaited_;
         const std::string_view value = tokens_[index];
+        if (fault_ != nullptr && actionAsValueAt_ == noToken) {
+            const ClauseInfo* valueAsClause = findClause(value);
+            if (valueAsClause != nullptr && valueAsClause->handling == Handling::Action) {
+                actionAsValueAt_ = index;
+                actionTakenBy_ = clause.word;
+            }
+        }
         if (clause.handling == Handling::Name && nameMode_.empty()) {
             return takeNameMode(index);
         }
@@ -221,6 +232,29 @@ class RecordBuilder {
         return true;
     }
 
+    // Explains a line without an action by the likeliest slip: an action
+    // word read as a clause's value, or a clause left without its value.
+    bool failWithoutAction() {
+        if (actionAsValueAt_ != noToken) {
+            return failAt(RuleFaultKind::NoAction, actionAsValueAt_, actionTakenBy_,
+                          tokens_[actionAsValueAt_]);
+        }
+        if (awaited_ != nullptr) {
+            return failAt(RuleFaultKind::NoAction, awaitedAt_, awaited_->word);
+        }
+        return fail(RuleFaultKind::NoAction, 0);
+    }
+
+    void noteIgnoredEnd() {
+        if (awaited_ != nullptr) {
+            failAt(RuleFaultKind::DroppedClause, awaitedAt_, awaited_->word);
+        } else if (negated_) {
+            failAt(RuleFaultKind::DroppedNegation, negationAt_, "!");
+        } else {
+            *fault_ = RuleFault{};
+        }
+    }
+
     bool await(const ClauseInfo& clause, std::size_t index) {
         awaited_ = &clause;
         awaitedAt_ = index;
@@ -242,8 +276,14 @@ class RecordBuilder {
     const TokenList& tokens_;
     RuleFault* fault_;
     RuleDictionary& record_;
+    static constexpr std::size_t noToken = ~std::size_t{0};
+
     const ClauseInfo* awaited_ = nullptr; // clause waiting for its value
     std::size_t awaitedAt_ = 0;           // the token index of its word
+    std::size_t negationAt_ = 0;          // the token index of the last "!"
+    // Only when diagnosing: the first "share" or "block" taken as a value.
+    std::size_t actionAsValueAt_ = noToken;
+    std::string_view actionTakenBy_;
     std::string_view nameMode_;           // "is" or "contains" once read
     bool negated_ = false;
 };

@@ -20,7 +20,9 @@ namespace halvo::rules {
 
 // Reads the record of `tokens` into `record` (which points into them
 // afterwards).  Returns false on a grammar error, described in `*fault` when
-// `fault` is not null.
+// `fault` is not null.  When `fault` is not null and the rule is accepted,
+// `fault->kind` tells whether its end was ignored (a notice kind) or not
+// (None).
 bool rule_parser_line2dictionary(const TokenList& tokens, RuleDictionary& record,
                                  RuleFault* fault = nullptr);
 

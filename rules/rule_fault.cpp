@@ -14,6 +14,8 @@ std::string describeRuleFault(const RuleFault& fault) {
     const std::string clause = quoted(fault.clause);
     const std::string subject = quoted(fault.subject);
     switch (fault.kind) {
+    case RuleFaultKind::None:
+        return "no error";
     case RuleFaultKind::NoWords:
         return "rule has no words: empty quotes yield nothing";
     case RuleFaultKind::UnterminatedQuote:
@@ -27,6 +29,13 @@ std::string describeRuleFault(const RuleFault& fault) {
     case RuleFaultKind::SecondAction:
         return "second action " + clause + ": a rule has exactly one of \"share\" or \"block\"";
     case RuleFaultKind::NoAction:
+        if (!fault.subject.empty()) {
+            return "no action: " + subject + " was read as the value of " + clause;
+        }
+        if (!fault.clause.empty()) {
+            return "no action: a rule needs \"share\" or \"block\" (and " + clause +
+                   " at the end is missing its value)";
+        }
         return "no action: a rule needs \"share\" or \"block\"";
     case RuleFaultKind::NegatedQuick:
     case RuleFaultKind::NegatedOverride:
@@ -43,6 +52,10 @@ std::string describeRuleFault(const RuleFault& fault) {
         return "bad " + fault.clause + " component " + subject + ": not a hexadecimal number";
     case RuleFaultKind::TooManyIdComponents:
         return fault.clause + " value " + subject + " has more than three components";
+    case RuleFaultKind::DroppedClause:
+        return "missing value: " + clause + " at the end of the rule has no value and is ignored";
+    case RuleFaultKind::DroppedNegation:
+        return "\"!\" at the end of the rule negates nothing and is ignored";
     }
     return "malformed rule";
 }

@@ -1,4 +1,5 @@
-// Why a rule failed to parse, and where in its logical line.
+// Why a rule failed to parse, and where in its logical line; or, for an
+// accepted rule, what the parser ignored at its end.
 //
 // The parser stages fill one in only when the caller asks for it (a null
 // pointer means "just fail"), so the plain loading path never pays for the
@@ -13,6 +14,7 @@
 namespace halvo::rules {
 
 enum class RuleFaultKind : std::uint8_t {
+    None,
     NoWords,             // the line holds nothing but empty quotes or escapes
     UnterminatedQuote,   // a double quote is still open at the end of the line
     InvalidUtf8,         // a word is not valid UTF-8
@@ -28,10 +30,18 @@ enum class RuleFaultKind : std::uint8_t {
     BadNameMode,         // "name" followed by neither "is" nor "contains"
     BadIdComponent,      // a hwid or class component that is not hexadecimal
     TooManyIdComponents, // more than three ":"-separated components
+    // Not errors: what the end of an accepted line leaves unread.
+    DroppedClause,   // a clause word whose value never came ("share host")
+    DroppedNegation, // a "!" with no clause word after it
 };
 
+// True for the kinds that do not stop a rule from loading.
+constexpr bool isNotice(RuleFaultKind kind) {
+    return kind == RuleFaultKind::DroppedClause || kind == RuleFaultKind::DroppedNegation;
+}
+
 struct RuleFault {
-    RuleFaultKind kind = RuleFaultKind::NoWords;
+    RuleFaultKind kind = RuleFaultKind::None;
     // Byte offset in the logical line of the word (or quote) to point at.
     std::size_t lineOffset = 0;
     // The clause word concerned ("host", "hwid", ...), when there is one.

@@ -122,33 +122,40 @@ class LineViewSink {
     bool stopped_ = false;
 };
 
-class SourceOffsetRecorder {
+// Maps points of logical lines to text offsets while the walk hands out the
+// lines' stretches.
+class TextOffsetRecorder {
   public:
-    explicit SourceOffsetRecorder(std::size_t lineIndex) : wanted_(lineIndex) {}
+    TextOffsetRecorder(const std::vector<LinePoint>& points, std::size_t textSize)
+        : points_(points), offsets_(points.size(), textSize) {}
 
-    bool lineEmpty() const { return currentLength_ == 0; }
+    bool lineEmpty() const { return lineLength_ == 0; }
     void keep(std::size_t offset, std::size_t length) {
-        currentLength_ += length;
-        if (current_ == wanted_) {
-            for (std::size_t i = 0; i < length; ++i) {
-                offsets_.push_back(offset + i);
-            }
+        for (; next_ < points_.size() && points_[next_].lineIndex == lineIndex_ &&
+               points_[next_].lineOffset < lineLength_ + length;
+             ++next_) {
+            offsets_[next_] = offset + (points_[next_].lineOffset - lineLength_);
         }
+        lineLength_ += length;
     }
     bool endLine() {
-        if (currentLength_ != 0) {
-            ++current_;
-            currentLength_ = 0;
+        if (lineLength_ != 0) {
+            while (next_ < points_.size() && points_[next_].lineIndex == lineIndex_) {
+                ++next_; // past the end of its line
+            }
+            ++lineIndex_;
+            lineLength_ = 0;
         }
-        return current_ <= wanted_;
+        return next_ < points_.size();
     }
     std::vector<std::size_t> take() { return std::move(offsets_); }
 
   private:
-    std::size_t wanted_;
-    std::size_t current_ = 0;
-    std::size_t currentLength_ = 0;
+    const std::vector<LinePoint>& points_;
     std::vector<std::size_t> offsets_;
+    std::size_t next_ = 0; // the first point not yet placed
+    std::size_t lineIndex_ = 0;
+    std::size_t lineLength_ = 0;
 };
 
 } // namespace
@@ -160,9 +167,11 @@ bool rule_parser_firstpass(std::string_view text,
     return !sink.stopped();
 }
 
-std::vector<std::size_t> sourceOffsetsOfLine(std::string_view text, std::size_t lineIndex) {
-    SourceOffsetRecorder recorder(lineIndex);
-    walkLogicalLines(text, recorder);
+std::vector<std::size_t> textOffsetsOf(std::string_view text, const std::vector<LinePoint>& points) {
+    TextOffsetRecorder recorder(points, text.size());
+    if (!points.empty()) {
+        walkLogicalLines(text, recorder);
+    }
     return recorder.take();
 }
 

@@ -28,9 +28,16 @@ namespace halvo::rules {
 bool rule_parser_firstpass(std::string_view text,
                            const std::function<bool(std::string_view line)>& onLine);
 
-// For each byte of logical line `lineIndex` (0-based), its offset in `text`:
-// how an error found in a logical line is traced back to the file.  Empty
-// when the text has fewer lines.
-std::vector<std::size_t> sourceOffsetsOfLine(std::string_view text, std::size_t lineIndex);
+// A byte of a logical line: the line's index among the logical lines of the
+// text (from 0) and the byte's offset in the line.
+struct LinePoint {
+    std::size_t lineIndex;
+    std::size_t lineOffset;
+};
+
+// The offset in `text` of each of `points`, which must be in text order (by
+// line, then by offset): how a word found in a logical line is traced back
+// to the file.  A point past the end of its line maps to text.size().
+std::vector<std::size_t> textOffsetsOf(std::string_view text, const std::vector<LinePoint>& points);
 
 } // namespace halvo::rules

@@ -8,8 +8,9 @@
 
 namespace {
 
+using halvo::rules::LinePoint;
 using halvo::rules::rule_parser_firstpass;
-using halvo::rules::sourceOffsetsOfLine;
+using halvo::rules::textOffsetsOf;
 using Lines = std::vector<std::string>;
 
 Lines firstPass(std::string_view text) {
@@ -73,12 +74,20 @@ TEST(RuleFirstPassTest, MatchesTheByteByByteReading) {
         const Lines lines = firstPass(text);
         ASSERT_EQ(lines, referenceFirstPass(text)) << testing::PrintToString(text);
         // Every byte of a line traces back to the same byte of the text.
+        std::vector<LinePoint> points;
+        std::string bytes;
         for (std::size_t index = 0; index < lines.size(); ++index) {
-            const std::vector<std::size_t> offsets = sourceOffsetsOfLine(text, index);
-            ASSERT_EQ(offsets.size(), lines[index].size());
-            for (std::size_t i = 0; i < offsets.size(); ++i) {
-                ASSERT_EQ(text[offsets[i]], lines[index][i]);
+            for (std::size_t i = 0; i < lines[index].size(); ++i) {
+                points.push_back({index, i});
             }
+            bytes += lines[index];
+        }
+        const std::vector<std::size_t> offsets = textOffsetsOf(text, points);
+        ASSERT_EQ(offsets.size(), bytes.size());
+        for (std::size_t i = 0; i < offsets.size(); ++i) {
+            ASSERT_LT(offsets[i], text.size());
+            ASSERT_EQ(text[offsets[i]], bytes[i]);
+            ASSERT_TRUE(i == 0 || offsets[i] > offsets[i - 1]);
         }
     }
 }

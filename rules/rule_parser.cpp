@@ -5,6 +5,7 @@
 #include "rules/rule_fault.h"
 #include "rules/rule_firstpass.h"
 #include "rules/rule_tokenizer.h"
+#include "rules/text_position.h"
 
 #include <cstdio>
 #include <new>
@@ -26,23 +27,36 @@ struct RuleSetFailure {
     RuleFault fault;            // filled in only when diagnosing
 };
 
+// A notice about an accepted rule, found while diagnosing.
+struct RuleNotice {
+    std::size_t ruleNumber;
+    RuleFault fault;
+};
+
 // The one parser behind both the loading path, which only needs the rule
-// number, and the rule checker, which wants to know why: `diagnose` decides
-// whether the stages describe their failures.
-std::optional<json::array> parseRuleSet(std::string_view text, RuleSetFailure& failure, bool diagnose) {
+// number, and the rule checker, which wants to know why: with `notices` the
+// stages describe their failures and what they ignored.
+std::optional<json::array> parseRuleSet(std::string_view text, RuleSetFailure& failure,
+                                        std::vector<RuleNotice>* notices) {
     // The records pile up on the stack and become the array at the end, as
     // a JSON parser builds a document.
     json::value_stack records;
     records.reset(makeRecordArena());
-    RuleFault* const fault = diagnose ? &failure.fault : nullptr;
+    RuleFault* const fault = notices != nullptr ? &failure.fault : nullptr;
     TokenList tokens;      // reused by every line
     RuleDictionary record; // likewise
     bool inRule = false;
     const auto readRule = [&](std::string_view line) {
         ++failure.ruleNumber;
         inRule = true;
+        if (fault != nullptr) {
+            *fault = RuleFault{};
+        }
         if (!rule_parser_line(line, tokens, fault) || !rule_parser_line2dictionary(tokens, record, fault)) {
             return false;
+        }
+        if (fault != nullptr && isNotice(fault->kind)) {
+            notices->push_back({failure.ruleNumber, *fault});
         }
         record.pushTo(records);
         inRule = false;
@@ -65,11 +79,41 @@ std::optional<json::array> parseRuleSet(std::string_view text, RuleSetFailure& f
     return std::move(records.release().get_array());
 }
 
+RuleTextDiagnostic outOfMemory(std::size_t ruleNumber) {
+    return RuleTextDiagnostic{ruleNumber, 0, 0, 0, "out of memory"};
+}
+
+// Places the notices and the error (which comes after them in the text) in
+// the text, all in one walk.
+void locate(std::string_view text, const std::vector<RuleNotice>& notices,
+            const std::optional<RuleNotice>& error, RuleTextReport& report) {
+    std::vector<LinePoint> points;
+    points.reserve(notices.size() + 1);
+    for (const RuleNotice& notice : notices) {
+        points.push_back({notice.ruleNumber - 1, notice.fault.lineOffset});
+    }
+    if (error) {
+        points.push_back({error->ruleNumber - 1, error->fault.lineOffset});
+    }
+    const std::vector<std::size_t> offsets = textOffsetsOf(text, points);
+    const std::vector<TextPosition> positions = textPositionsOf(text, offsets);
+    const auto diagnostic = [&](const RuleNotice& found, std::size_t index) {
+        return RuleTextDiagnostic{found.ruleNumber, offsets[index], positions[index].line,
+                                  positions[index].column, describeRuleFault(found.fault)};
+    };
+    for (std::size_t index = 0; index < notices.size(); ++index) {
+        report.notices.push_back(diagnostic(notices[index], index));
+    }
+    if (error) {
+        report.error = diagnostic(*error, notices.size());
+    }
+}
+
 } // namespace
 
 std::optional<json::array> rule_parser_run(std::string_view text) {
     RuleSetFailure failure;
-    std::optional<json::array> records = parseRuleSet(text, failure, false);
+    std::optional<json::array> records = parseRuleSet(text, failure, nullptr);
     if (records) {
         return records;
     }
@@ -83,6 +127,30 @@ std::optional<json::array> rule_parser_run(std::string_view text) {
         break;
     }
     return std::nullopt;
+}
+
+RuleTextReport parseRuleTextDetailed(std::string_view text) {
+    RuleTextReport report;
+    try {
+        RuleSetFailure failure;
+        std::vector<RuleNotice> notices;
+        report.records = parseRuleSet(text, failure, &notices);
+        std::optional<RuleNotice> error;
+        if (!report.records) {
+            // Memory that ran out leaves no fault behind.
+            if (failure.stage == FailedStage::FirstPass || failure.fault.kind == RuleFaultKind::None) {
+                report.error = outOfMemory(failure.ruleNumber);
+                return report;
+            }
+            error = RuleNotice{failure.ruleNumber, failure.fault};
+        }
+        locate(text, notices, error, report);
+    } catch (const std::bad_alloc&) {
+        report.records.reset();
+        report.notices.clear();
+        report.error = outOfMemory(0);
+    }
+    return report;
 }
 
 } // namespace halvo::rules

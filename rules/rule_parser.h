@@ -8,8 +8,11 @@
 
 #include <boost/json/array.hpp>
 
+#include <cstddef>
 #include <optional>
+#include <string>
 #include <string_view>
+#include <vector>
 
 namespace halvo::rules {
 
@@ -20,5 +23,26 @@ namespace halvo::rules {
 // of them: moving the array keeps it, while storing the array into a JSON
 // container made on another storage copies every record.
 std::optional<boost::json::array> rule_parser_run(std::string_view text);
+
+// One finding of the rule checker: where in the text, and why.
+struct RuleTextDiagnostic {
+    std::size_t ruleNumber = 0; // as in "Parsing error at rule #N"; 0: no rule
+    std::size_t offset = 0;     // byte offset of the word concerned in the text
+    std::size_t line = 0;       // from 1, counted by line feeds; 0: nowhere
+    std::size_t column = 0;     // from 1, in bytes
+    std::string message;        // e.g. `unknown clause word "Share"`
+};
+
+struct RuleTextReport {
+    std::optional<boost::json::array> records; // the rule set, when the text is valid
+    std::optional<RuleTextDiagnostic> error;   // the first error otherwise
+    // What accepted rules leave unread at their end (a clause without its
+    // value, a "!" before nothing): no error, but likely a slip.
+    std::vector<RuleTextDiagnostic> notices;
+};
+
+// The parser of rule_parser_run, telling where and why instead of printing:
+// it accepts and rejects exactly the same texts, with the same rule numbers.
+RuleTextReport parseRuleTextDetailed(std::string_view text);
 
 } // namespace halvo::rules

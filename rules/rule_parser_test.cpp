@@ -6,6 +6,7 @@
 //                      printer cannot keep a value (default: NAME.json);
 //   bad/NAME.rules     rule text that fails,
 //   bad/NAME.err       the exact message on stderr.
+// The rule checker's parser must agree with the loader's on every case.
 #include "rules/rule_parser.h"
 
 #include "rules/rule_testing.h"
@@ -23,7 +24,9 @@ namespace {
 
 namespace fs = std::filesystem;
 namespace json = boost::json;
+using halvo::rules::parseRuleTextDetailed;
 using halvo::rules::rule_parser_run;
+using halvo::rules::RuleTextReport;
 using halvo::rules::testing::printRules;
 using halvo::rules::testing::readFile;
 
@@ -67,6 +70,10 @@ TEST_P(GoodRuleText, ParsesPrintsAndReadsBack) {
     EXPECT_EQ(parsed.err, "");
     ASSERT_TRUE(parsed.records.has_value());
     EXPECT_EQ(*parsed.records, expected) << json::serialize(*parsed.records);
+    // The rule checker's parser accepts the same text with the same records.
+    const RuleTextReport checked = parseRuleTextDetailed(readFile(stem.string() + ".rules"));
+    ASSERT_TRUE(checked.records.has_value()) << checked.error->message;
+    EXPECT_EQ(*checked.records, expected);
 
     const std::string printed = printRules(*parsed.records);
     EXPECT_EQ(printed, readFile(stem.string() + ".print"));
@@ -88,6 +95,10 @@ TEST_P(BadRuleText, FailsWithTheRuleNumber) {
     const ParseRun parsed = parseCapturing(readFile(stem.string() + ".rules"));
     EXPECT_FALSE(parsed.records.has_value());
     EXPECT_EQ(parsed.err, readFile(stem.string() + ".err"));
+    // The rule checker's parser fails at the same rule.
+    const RuleTextReport checked = parseRuleTextDetailed(readFile(stem.string() + ".rules"));
+    ASSERT_FALSE(checked.records.has_value());
+    EXPECT_EQ("Parsing error at rule #" + std::to_string(checked.error->ruleNumber) + "\n", parsed.err);
 }
 
 INSTANTIATE_TEST_SUITE_P(Corpus, BadRuleText, testing::ValuesIn(caseNames("bad")),

@@ -1,0 +1,159 @@
+#include "tools/rulecheck/rule_check.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+namespace {
+
+using halvo::rulecheck::checkRuleText;
+using halvo::rulecheck::runRuleCheck;
+
+struct Outcome {
+    int status = -1;
+    std::string out;
+    std::string err;
+};
+
+// Collects what `body(out, err)` writes on the two streams.
+template <class Body> Outcome capture(Body body) {
+    char* outData = nullptr;
+    char* errData = nullptr;
+    std::size_t outSize = 0;
+    std::size_t errSize = 0;
+    std::FILE* out = open_memstream(&outData, &outSize);
+    std::FILE* err = open_memstream(&errData, &errSize);
+    Outcome run;
+    run.status = body(out, err);
+    std::fclose(out);
+    std::fclose(err);
+    run.out.assign(outData, outSize);
+    run.err.assign(errData, errSize);
+    std::free(outData);
+    std::free(errData);
+    return run;
+}
+
+Outcome check(std::string_view text) {
+    return capture([text](std::FILE* out, std::FILE* err) { return checkRuleText("r.rules", text, out, err); });
+}
+
+struct ErrorCase {
+    const char* text;
+    const char* report; // everything on stderr
+};
+
+// Each error shows where (physical line and byte column of the word at
+// fault, counted in the file as written), which rule, and why.
+TEST(RuleCheckTest, ErrorsPointAtTheWordAndSayWhy) {
+    const ErrorCase cases[] = {
+        {"share\n  Share quick\n",
+         "r.rules:2:3: rule #2: unknown clause word \"Share\"\n  Share quick\n  ^\n"},
+        {"share host a block\n",
+         "r.rules:1:14: rule #1: second action \"block\": a rule has exactly one of \"share\" or "
+         "\"block\"\nshare host a block\n             ^\n"},
+        {"!share\n", "r.rules:1:2: rule #1: negated action: \"share\" cannot be negated with \"!\"\n"
+                     "!share\n ^\n"},
+        {"block !quick\n",
+         "r.rules:1:8: rule #1: \"quick\" cannot be negated with \"!\"\nblock !quick\n       ^\n"},
+        {"share !override-name x\n", "r.rules:1:8: rule #1: \"override-name\" cannot be negated with "
+                                     "\"!\"\nshare !override-name x\n       ^\n"},
+        {"host a\n", "r.rules:1:1: rule #1: no action: a rule needs \"share\" or \"block\"\nhost a\n^\n"},
+        {"quick host\n", "r.rules:1:7: rule #1: no action: a rule needs \"share\" or \"block\" (and "
+                         "\"host\" at the end is missing its value)\nquick host\n      ^\n"},
+        {"host share\n",
+         "r.rules:1:6: rule #1: no action: \"share\" was read as the value of \"host\"\nhost share\n     ^\n"},
+        {"share hwid 12:x1\n", "r.rules:1:12: rule #1: bad hwid component \"x1\": not a hexadecimal "
+                               "number\nshare hwid 12:x1\n           ^\n"},
+        {"share class 1:2:3:4\n", "r.rules:1:13: rule #1: class value \"1:2:3:4\" has more than three "
+                                  "components\nshare class 1:2:3:4\n            ^\n"},
+        {"share name is \"a b\n", "r.rules:1:15: rule #1: unterminated quote: the double quote opened "
+                                  "here is not closed on this line\nshare name is \"a b\n              ^\n"},
+        {"share serial ab\xc3\n",
+         "r.rules:1:14: rule #1: invalid UTF-8 in this word\nshare serial ab\xc3\n             ^\n"},
+        {"rdesk share host a\n", "r.rules:1:13: rule #1: \"host\" after \"rdesk\": a rule names either "
+                                 "hosts or remote desktop\nrdesk share host a\n            ^\n"},
+        {"share host a !rdesk\n", "r.rules:1:15: rule #1: \"rdesk\" after \"host\": a rule names either "
+                                  "hosts or remote desktop\nshare host a !rdesk\n              ^\n"},
+        {"share host a host b\n", "r.rules:1:14: rule #1: duplicate clause \"host\": it may appear only "
+                                  "once in a rule\nshare host a host b\n             ^\n"},
+        {"share name equals x\n", "r.rules:1:12: rule #1: \"name\" must be followed by \"is\" or "
+                                  "\"contains\", not \"equals\"\nshare name equals x\n           ^\n"},
+        {"share\n\"\"\n",
+         "r.rules:2:1: rule #2: rule has no words: empty quotes yield nothing\n\"\"\n^\n"},
+    };
+    for (const ErrorCase& c : cases) {
+        const Outcome run = check(c.text);
+        EXPECT_EQ(run.status, 1) << c.text;
+        EXPECT_EQ(run.err, c.report) << c.text;
+        EXPECT_EQ(run.out, "") << c.text;
+    }
+}
+
+// Rule numbers count rules, lines count the file: continuations, comments
+// and blank lines tell them apart.
+TEST(RuleCheckTest, PositionsCountPhysicalLinesAndBytes) {
+    const ErrorCase cases[] = {
+        {"# header\n\nshare \\\n   hwid 1 Share\r\n",
+         "r.rules:4:11: rule #1: unknown clause word \"Share\"\n   hwid 1 Share\n          ^\n"},
+        // Tabs are kept so that the caret lines up; a multi-byte character
+        // takes one place.
+        {"share\tname is \"\xc3\xa9t\xc3\xa9\" Share\n",
+         "r.rules:1:23: rule #1: unknown clause word \"Share\"\nshare\tname is \"\xc3\xa9t\xc3\xa9\" "
+         "Share\n     \t              ^\n"},
+        // The last byte of a file without a final line feed is read even in
+        // a comment.
+        {"share\n# comment",
+         "r.rules:2:9: rule #2: unknown clause word \"t\"\n# comment\n        ^\n"},
+    };
+    for (const ErrorCase& c : cases) {
+        const Outcome run = check(c.text);
+        EXPECT_EQ(run.status, 1) << c.text;
+        EXPECT_EQ(run.err, c.report) << c.text;
+    }
+    // A NUL ends a rule but not a line of the file.
+    const std::string withNul("share\0Share\n", 12);
+    const Outcome run = check(withNul);
+    EXPECT_EQ(run.err, "r.rules:1:7: rule #2: unknown clause word \"Share\"\n" + withNul.substr(0, 11) +
+                           "\n      ^\n");
+}
+
+TEST(RuleCheckTest, ValidRulesComeBackCanonical) {
+    const Outcome run = check("block  !rdesk   name \"is\" Keyboard # a comment\n"
+                          "\n"
+                          "share hwid 46D:C31C class 3\n");
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.out, "block !rdesk name is \"Keyboard\"\nshare hwid 046d:c31c class 03\n");
+    EXPECT_EQ(run.err, "");
+    EXPECT_EQ(check("").out, "");
+}
+
+TEST(RuleCheckTest, IgnoredEndsOfRulesAreWarnedAbout) {
+    const Outcome run = check("share host\nblock\nshare name is\n");
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.out, "share\nblock\nshare\n");
+    EXPECT_EQ(run.err,
+              "r.rules:1:7: warning: rule #1: missing value: \"host\" at the end of the rule has no "
+              "value and is ignored\nshare host\n      ^\n"
+              "r.rules:3:7: warning: rule #3: missing value: \"name\" at the end of the rule has no "
+              "value and is ignored\nshare name is\n      ^\n");
+    EXPECT_EQ(check("block !\n").err, "r.rules:1:7: warning: rule #1: \"!\" at the end of the rule "
+                                      "negates nothing and is ignored\nblock !\n      ^\n");
+}
+
+TEST(RuleCheckTest, UnreadableFilesAndBadCommandLines) {
+    const char* missing[] = {"halvo-rulecheck", "/nonexistent/rules"};
+    testing::internal::CaptureStderr();
+    const Outcome unreadable = capture([&](std::FILE* out, std::FILE* err) { return runRuleCheck(2, missing, out, err); });
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Error loading rules from /nonexistent/rules.\n");
+    EXPECT_EQ(unreadable.status, 2);
+
+    const char* none[] = {"halvo-rulecheck"};
+    const Outcome usage = capture([&](std::FILE* out, std::FILE* err) { return runRuleCheck(1, none, out, err); });
+    EXPECT_EQ(usage.status, 2);
+    EXPECT_EQ(usage.err, "usage: halvo-rulecheck FILE|-\n");
+}
+
+} // namespace
