@@ -1,6 +1,5 @@
 #include "rules/byte_scan.h"
 
-
 #include <bit>
 #include <cstdint>
 #include <cstring>
@@ -36,7 +35,8 @@ std::size_t scan(const char* text, std::size_t from, std::size_t to, Candidates 
             std::uint64_t word;
             std::memcpy(&word, text + at, sizeof word);
             for (std::uint64_t marks = candidates(word); marks != 0; marks &= marks - 1) {
-                const std::size_t index = at + static_cast<std::size_t>(std::countr_zero(marks)) / 8;
+                const std::size_t index =
+                    at + static_cast<std::size_t>(std::countr_zero(marks)) / 8;
                 if (stops(index)) {
                     return index;
                 }

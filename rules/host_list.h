@@ -16,6 +16,7 @@ namespace halvo::rules {
 std::size_t pushHostList(std::string_view value, boost::json::value_stack& stack);
 
 // The same pieces as an array allocated from `storage`.
-boost::json::array rule_parse_host2array(std::string_view value, boost::json::storage_ptr storage = {});
+boost::json::array rule_parse_host2array(std::string_view value,
+                                         boost::json::storage_ptr storage = {});
 
 } // namespace halvo::rules

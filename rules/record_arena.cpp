@@ -97,7 +97,8 @@ void* RecordArena::do_allocate(std::size_t size, std::size_t alignment) {
     return result;
 }
 
-void RecordArena::do_deallocate(void* /*pointer*/, std::size_t /*size*/, std::size_t /*alignment*/) {
+void RecordArena::do_deallocate(void* /*pointer*/, std::size_t /*size*/,
+                                std::size_t /*alignment*/) {
     // Everything goes when the arena goes.
 }
 

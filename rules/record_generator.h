@@ -51,7 +51,8 @@ class RecordGenerator {
         negate(RecordKey::NotSerial, RecordKey::Serial);
         textClause(RecordKey::Port, " \t#");
         negate(RecordKey::NotPort, RecordKey::Port);
-        ids({RecordKey::Class, RecordKey::Subclass, RecordKey::Protocol}, 0xFF, RecordKey::NotClass);
+        ids({RecordKey::Class, RecordKey::Subclass, RecordKey::Protocol}, 0xFF,
+            RecordKey::NotClass);
         textClause(RecordKey::OverrideName, "");
         textClause(RecordKey::OverrideSerial, "");
         if (chance(4)) {
@@ -71,8 +72,27 @@ class RecordGenerator {
     // Printable ASCII, blanks, "#", "!" and multi-byte UTF-8, minus `banned`.
     std::string text(std::string_view banned) {
         static constexpr std::string_view pieces[] = {
-            "a", "Z", "0", "9", "-", "_", ".", ":", "/", "#", ",", " ", "!", "=", "@",
-            "share", "host", "is", "\xc3\xa9", "\xe6\x97\xa5", "\xf0\x9f\x94\x91",
+            "a",
+            "Z",
+            "0",
+            "9",
+            "-",
+            "_",
+            ".",
+            ":",
+            "/",
+            "#",
+            ",",
+            " ",
+            "!",
+            "=",
+            "@",
+            "share",
+            "host",
+            "is",
+            "\xc3\xa9",
+            "\xe6\x97\xa5",
+            "\xf0\x9f\x94\x91",
         };
         std::string result;
         for (int count = pick(1, 8); count > 0; --count) {

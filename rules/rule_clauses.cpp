@@ -29,7 +29,7 @@ enum class Handling : std::uint8_t {
 struct ClauseInfo {
     std::string_view word;
     Handling handling;
-    RecordKey key;                    // what it stores (the first id key for Ids)
+    RecordKey key;                             // what it stores (the first id key for Ids)
     RecordKey negationKey = RecordKey::Action; // Action: negation stored in the value or refused
 };
 
@@ -221,8 +221,8 @@ class RecordBuilder {
     bool storeIds(const ClauseInfo& clause, std::size_t index) {
         std::array<std::uint64_t, 3> numbers{};
         IdListFault idFault;
-        const std::size_t count =
-            rule_parser_triple2values(tokens_[index], numbers, fault_ != nullptr ? &idFault : nullptr);
+        const std::size_t count = rule_parser_triple2values(tokens_[index], numbers,
+                                                            fault_ != nullptr ? &idFault : nullptr);
         if (count == 0) {
             return failAt(idFault.kind, index, clause.word, idFault.component);
         }
@@ -284,13 +284,14 @@ class RecordBuilder {
     // Only when diagnosing: the first "share" or "block" taken as a value.
     std::size_t actionAsValueAt_ = noToken;
     std::string_view actionTakenBy_;
-    std::string_view nameMode_;           // "is" or "contains" once read
+    std::string_view nameMode_; // "is" or "contains" once read
     bool negated_ = false;
 };
 
 } // namespace
 
-bool rule_parser_line2dictionary(const TokenList& tokens, RuleDictionary& record, RuleFault* fault) {
+bool rule_parser_line2dictionary(const TokenList& tokens, RuleDictionary& record,
+                                 RuleFault* fault) {
     return RecordBuilder(tokens, record, fault).build();
 }
 

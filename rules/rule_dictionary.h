@@ -58,7 +58,7 @@ class RuleDictionary {
         entries_[slot - 1] = Entry{key, kind, text.data(), text.size(), number};
     }
 
-    std::array<Entry, recordKeyCount> entries_; // the first size_ are in use
+    std::array<Entry, recordKeyCount> entries_;         // the first size_ are in use
     std::array<std::uint8_t, recordKeyCount> slotOf_{}; // entry index + 1; 0: absent
     std::size_t size_ = 0;
 };

@@ -102,7 +102,8 @@ class LineViewSink {
         if (lineEmpty()) {
             return true;
         }
-        const std::string_view line = copied_ ? std::string_view(copy_) : text_.substr(begin_, end_ - begin_);
+        const std::string_view line =
+            copied_ ? std::string_view(copy_) : text_.substr(begin_, end_ - begin_);
         const bool goOn = onLine_(line);
         begin_ = end_ = 0;
         copied_ = false;
@@ -167,7 +168,8 @@ bool rule_parser_firstpass(std::string_view text,
     return !sink.stopped();
 }
 
-std::vector<std::size_t> textOffsetsOf(std::string_view text, const std::vector<LinePoint>& points) {
+std::vector<std::size_t> textOffsetsOf(std::string_view text,
+                                       const std::vector<LinePoint>& points) {
     TextOffsetRecorder recorder(points, text.size());
     if (!points.empty()) {
         walkLogicalLines(text, recorder);

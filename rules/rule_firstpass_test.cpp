@@ -60,8 +60,8 @@ Lines referenceFirstPass(std::string_view text) {
 
 TEST(RuleFirstPassTest, MatchesTheByteByByteReading) {
     static const std::string_view pieces[] = {
-        "share", "x", " ", "\t", "\n", std::string_view("\0", 1), "#", "\"", "\\", "\\\n", "\r\n",
-        "\xc3\xa9", "aaaaaaaaaaaaaaaaaaaa",
+        "share", "x",  " ",    "\t",   "\n",       std::string_view("\0", 1), "#",
+        "\"",    "\\", "\\\n", "\r\n", "\xc3\xa9", "aaaaaaaaaaaaaaaaaaaa",
     };
     std::mt19937 random(4321);
     std::uniform_int_distribution<std::size_t> pick(0, std::size(pieces) - 1);
@@ -94,7 +94,8 @@ TEST(RuleFirstPassTest, MatchesTheByteByByteReading) {
 
 TEST(RuleFirstPassTest, StopsWhenTheReaderSaysSo) {
     int calls = 0;
-    EXPECT_FALSE(rule_parser_firstpass("a\nb\nc\n", [&calls](std::string_view) { return ++calls < 2; }));
+    EXPECT_FALSE(
+        rule_parser_firstpass("a\nb\nc\n", [&calls](std::string_view) { return ++calls < 2; }));
     EXPECT_EQ(calls, 2);
 }
 

@@ -40,10 +40,30 @@ enum class RecordKey : std::uint8_t {
 inline constexpr std::size_t recordKeyCount = static_cast<std::size_t>(RecordKey::Takeaway) + 1;
 
 inline constexpr std::array<std::string_view, recordKeyCount> recordKeyNames = {
-    "action", "quick",   "host",     "notHost",   "rdesk",   "name",          "nameMatch",
-    "notName", "built-in", "vid",     "pid",       "rev",     "notHWID",       "serial",
-    "notSerial", "port",  "notPort",  "class",     "subclass", "protocol",     "notClass",
-    "override-name", "override-serial", "takeaway",
+    "action",
+    "quick",
+    "host",
+    "notHost",
+    "rdesk",
+    "name",
+    "nameMatch",
+    "notName",
+    "built-in",
+    "vid",
+    "pid",
+    "rev",
+    "notHWID",
+    "serial",
+    "notSerial",
+    "port",
+    "notPort",
+    "class",
+    "subclass",
+    "protocol",
+    "notClass",
+    "override-name",
+    "override-serial",
+    "takeaway",
 };
 
 constexpr std::string_view keyName(RecordKey key) {

@@ -52,7 +52,8 @@ std::optional<json::array> parseRuleSet(std::string_view text, RuleSetFailure& f
         if (fault != nullptr) {
             *fault = RuleFault{};
         }
-        if (!rule_parser_line(line, tokens, fault) || !rule_parser_line2dictionary(tokens, record, fault)) {
+        if (!rule_parser_line(line, tokens, fault) ||
+            !rule_parser_line2dictionary(tokens, record, fault)) {
             return false;
         }
         if (fault != nullptr && isNotice(fault->kind)) {
@@ -138,7 +139,8 @@ RuleTextReport parseRuleTextDetailed(std::string_view text) {
         std::optional<RuleNotice> error;
         if (!report.records) {
             // Memory that ran out leaves no fault behind.
-            if (failure.stage == FailedStage::FirstPass || failure.fault.kind == RuleFaultKind::None) {
+            if (failure.stage == FailedStage::FirstPass ||
+                failure.fault.kind == RuleFaultKind::None) {
                 report.error = outOfMemory(failure.ruleNumber);
                 return report;
             }

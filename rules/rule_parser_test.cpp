@@ -98,7 +98,8 @@ TEST_P(BadRuleText, FailsWithTheRuleNumber) {
     // The rule checker's parser fails at the same rule.
     const RuleTextReport checked = parseRuleTextDetailed(readFile(stem.string() + ".rules"));
     ASSERT_FALSE(checked.records.has_value());
-    EXPECT_EQ("Parsing error at rule #" + std::to_string(checked.error->ruleNumber) + "\n", parsed.err);
+    EXPECT_EQ("Parsing error at rule #" + std::to_string(checked.error->ruleNumber) + "\n",
+              parsed.err);
 }
 
 INSTANTIATE_TEST_SUITE_P(Corpus, BadRuleText, testing::ValuesIn(caseNames("bad")),

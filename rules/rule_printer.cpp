@@ -57,7 +57,8 @@ class RuleWriter {
         }
         nameClause();
         polarWord(RecordKey::BuiltIn, "built-in");
-        ids({RecordKey::Vid, RecordKey::Pid, RecordKey::Rev}, RecordKey::NotHwid, "hwid", 0xFFFF, 4);
+        ids({RecordKey::Vid, RecordKey::Pid, RecordKey::Rev}, RecordKey::NotHwid, "hwid", 0xFFFF,
+            4);
         quotedText(RecordKey::Serial, RecordKey::NotSerial, "serial");
         if (isText(field(RecordKey::Port))) {
             clauseWord(negated(field(RecordKey::NotPort)), "port");

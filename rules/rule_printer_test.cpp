@@ -84,13 +84,15 @@ TEST(RulePrinterTest, IdsAreHexGroupsEachNeedingTheOneBefore) {
         {R"({"action": "share", "vid": 4660})", "share hwid 1234"},
         {R"({"action": "share", "vid": 4660, "rev": 1})", "share hwid 1234"},
         {R"({"action": "share", "pid": 1, "rev": 1})", "share"},
-        {R"({"action": "share", "vid": 74565, "pid": -1, "rev": 2.9})", "share hwid 2345:ffff:0002"},
+        {R"({"action": "share", "vid": 74565, "pid": -1, "rev": 2.9})",
+         "share hwid 2345:ffff:0002"},
         {R"({"action": "share", "vid": "12"})", "share"},
         {R"({"action": "share", "vid": true})", "share"},
         {R"({"action": "share", "class": 511, "subclass": 4660, "protocol": 65537})",
          "share class ff:1234:01"},
         {R"({"action": "share", "class": 3, "protocol": 2})", "share class 03"},
-        {R"({"action": "share", "class": 3, "notClass": true, "notHWID": true})", "share !class 03"},
+        {R"({"action": "share", "class": 3, "notClass": true, "notHWID": true})",
+         "share !class 03"},
     };
     expectLines(std::begin(cases), std::end(cases));
 }
@@ -106,10 +108,10 @@ TEST(RulePrinterTest, StringsArePrintedAsTheyAre) {
 }
 
 TEST(RulePrinterTest, SkippedElementsUseUpTheirNumber) {
-    const auto result = printReply(
-        reply(R"({"rules": [{"action": "share"}, 7, {"rdesk": true}, {"action": 1},
+    const auto result =
+        printReply(reply(R"({"rules": [{"action": "share"}, 7, {"rdesk": true}, {"action": 1},
                             {"action": "block"}]})"),
-        1);
+                   1);
     EXPECT_EQ(result.out, "1: share\n5: block\n");
     EXPECT_EQ(result.status, 0);
 }

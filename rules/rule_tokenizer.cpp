@@ -80,7 +80,8 @@ class LineTokenizer {
                 // is due after every byte (the empty quotes in the header).
                 std::uint8_t seen = cls;
                 const std::uint8_t stops = inQuote ? quoteByte | backslashByte : wordStops;
-                const std::size_t end = separator ? at + 1 : skipBytes(in, at + 1, size, stops, seen);
+                const std::size_t end =
+                    separator ? at + 1 : skipBytes(in, at + 1, size, stops, seen);
                 take(at, end, seen);
                 at = end - 1;
             }
@@ -131,8 +132,9 @@ class LineTokenizer {
     }
 
     bool emitWord(std::size_t wordStart) {
-        std::string_view word = joining_ ? std::string_view(tokens_.joined_).substr(joinBegin_, joinEnd_ - joinBegin_)
-                                         : line_.substr(pieceBegin_, pieceEnd_ - pieceBegin_);
+        std::string_view word =
+            joining_ ? std::string_view(tokens_.joined_).substr(joinBegin_, joinEnd_ - joinBegin_)
+                     : line_.substr(pieceBegin_, pieceEnd_ - pieceBegin_);
         const bool ascii = (wordSeen_ & highByte) == 0;
         joining_ = false;
         pieceBegin_ = pieceEnd_ = 0;

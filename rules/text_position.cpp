@@ -4,7 +4,8 @@
 
 namespace halvo::rules {
 
-std::vector<TextPosition> textPositionsOf(std::string_view text, const std::vector<std::size_t>& offsets) {
+std::vector<TextPosition> textPositionsOf(std::string_view text,
+                                          const std::vector<std::size_t>& offsets) {
     std::vector<TextPosition> positions;
     positions.reserve(offsets.size());
     std::size_t line = 1;

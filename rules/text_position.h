@@ -13,7 +13,8 @@ struct TextPosition {
 };
 
 // The position of each of `offsets` (ascending) in `text`, in one walk.
-std::vector<TextPosition> textPositionsOf(std::string_view text, const std::vector<std::size_t>& offsets);
+std::vector<TextPosition> textPositionsOf(std::string_view text,
+                                          const std::vector<std::size_t>& offsets);
 
 // The line that holds byte `offset` of `text`, without its line feed.
 std::string_view lineAt(std::string_view text, std::size_t offset);

@@ -14,7 +14,8 @@ namespace halvo::rules {
 
 template <std::size_t Count> class WordLookup {
   public:
-    consteval explicit WordLookup(const std::array<std::string_view, Count>& words) : words_(words) {
+    consteval explicit WordLookup(const std::array<std::string_view, Count>& words)
+        : words_(words) {
         for (std::uint32_t seed = 1;; ++seed) {
             if (fill(seed)) {
                 seed_ = seed;
@@ -64,9 +65,12 @@ template <std::size_t Count> class WordLookup {
     static_assert(Count < slotCount / 2, "keep the table sparse");
 
     static constexpr std::size_t hash(std::string_view word, std::uint32_t seed) {
-        const auto byte = [&](std::size_t at) { return static_cast<std::uint32_t>(static_cast<unsigned char>(word[at])); };
+        const auto byte = [&](std::size_t at) {
+            return static_cast<std::uint32_t>(static_cast<unsigned char>(word[at]));
+        };
         const std::uint32_t mixed = static_cast<std::uint32_t>(word.size()) * 0x9E3779B1u ^
-                                    byte(0) * (seed | 1u) ^ byte(word.size() / 2) * (seed * 0x85EBCA6Bu | 1u) ^
+                                    byte(0) * (seed | 1u) ^
+                                    byte(word.size() / 2) * (seed * 0x85EBCA6Bu | 1u) ^
                                     byte(word.size() - 1) * (seed * 0xC2B2AE35u | 1u);
         return (mixed ^ mixed >> 15) % slotCount;
     }

@@ -79,7 +79,8 @@ int runRuleCheck(int argc, const char* const* argv, std::FILE* out, std::FILE* e
     }
     const std::string_view operand = argv[1];
     const bool fromStdin = operand == "-";
-    const std::optional<std::string> text = rules::load_any_file(fromStdin ? nullptr : argv[1], "rules");
+    const std::optional<std::string> text =
+        rules::load_any_file(fromStdin ? nullptr : argv[1], "rules");
     if (!text) {
         return unreadable;
     }

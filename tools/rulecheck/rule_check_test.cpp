@@ -37,7 +37,9 @@ template <class Body> Outcome capture(Body body) {
 }
 
 Outcome check(std::string_view text) {
-    return capture([text](std::FILE* out, std::FILE* err) { return checkRuleText("r.rules", text, out, err); });
+    return capture([text](std::FILE* out, std::FILE* err) {
+        return checkRuleText("r.rules", text, out, err);
+    });
 }
 
 struct ErrorCase {
@@ -54,33 +56,44 @@ TEST(RuleCheckTest, ErrorsPointAtTheWordAndSayWhy) {
         {"share host a block\n",
          "r.rules:1:14: rule #1: second action \"block\": a rule has exactly one of \"share\" or "
          "\"block\"\nshare host a block\n             ^\n"},
-        {"!share\n", "r.rules:1:2: rule #1: negated action: \"share\" cannot be negated with \"!\"\n"
-                     "!share\n ^\n"},
+        {"!share\n",
+         "r.rules:1:2: rule #1: negated action: \"share\" cannot be negated with \"!\"\n"
+         "!share\n ^\n"},
         {"block !quick\n",
          "r.rules:1:8: rule #1: \"quick\" cannot be negated with \"!\"\nblock !quick\n       ^\n"},
-        {"share !override-name x\n", "r.rules:1:8: rule #1: \"override-name\" cannot be negated with "
-                                     "\"!\"\nshare !override-name x\n       ^\n"},
-        {"host a\n", "r.rules:1:1: rule #1: no action: a rule needs \"share\" or \"block\"\nhost a\n^\n"},
-        {"quick host\n", "r.rules:1:7: rule #1: no action: a rule needs \"share\" or \"block\" (and "
-                         "\"host\" at the end is missing its value)\nquick host\n      ^\n"},
-        {"host share\n",
-         "r.rules:1:6: rule #1: no action: \"share\" was read as the value of \"host\"\nhost share\n     ^\n"},
-        {"share hwid 12:x1\n", "r.rules:1:12: rule #1: bad hwid component \"x1\": not a hexadecimal "
-                               "number\nshare hwid 12:x1\n           ^\n"},
-        {"share class 1:2:3:4\n", "r.rules:1:13: rule #1: class value \"1:2:3:4\" has more than three "
-                                  "components\nshare class 1:2:3:4\n            ^\n"},
-        {"share name is \"a b\n", "r.rules:1:15: rule #1: unterminated quote: the double quote opened "
-                                  "here is not closed on this line\nshare name is \"a b\n              ^\n"},
-        {"share serial ab\xc3\n",
-         "r.rules:1:14: rule #1: invalid UTF-8 in this word\nshare serial ab\xc3\n             ^\n"},
-        {"rdesk share host a\n", "r.rules:1:13: rule #1: \"host\" after \"rdesk\": a rule names either "
-                                 "hosts or remote desktop\nrdesk share host a\n            ^\n"},
-        {"share host a !rdesk\n", "r.rules:1:15: rule #1: \"rdesk\" after \"host\": a rule names either "
-                                  "hosts or remote desktop\nshare host a !rdesk\n              ^\n"},
-        {"share host a host b\n", "r.rules:1:14: rule #1: duplicate clause \"host\": it may appear only "
-                                  "once in a rule\nshare host a host b\n             ^\n"},
-        {"share name equals x\n", "r.rules:1:12: rule #1: \"name\" must be followed by \"is\" or "
-                                  "\"contains\", not \"equals\"\nshare name equals x\n           ^\n"},
+        {"share !override-name x\n",
+         "r.rules:1:8: rule #1: \"override-name\" cannot be negated with "
+         "\"!\"\nshare !override-name x\n       ^\n"},
+        {"host a\n",
+         "r.rules:1:1: rule #1: no action: a rule needs \"share\" or \"block\"\nhost a\n^\n"},
+        {"quick host\n",
+         "r.rules:1:7: rule #1: no action: a rule needs \"share\" or \"block\" (and "
+         "\"host\" at the end is missing its value)\nquick host\n      ^\n"},
+        {"host share\n", "r.rules:1:6: rule #1: no action: \"share\" was read as the value of "
+                         "\"host\"\nhost share\n     ^\n"},
+        {"share hwid 12:x1\n",
+         "r.rules:1:12: rule #1: bad hwid component \"x1\": not a hexadecimal "
+         "number\nshare hwid 12:x1\n           ^\n"},
+        {"share class 1:2:3:4\n",
+         "r.rules:1:13: rule #1: class value \"1:2:3:4\" has more than three "
+         "components\nshare class 1:2:3:4\n            ^\n"},
+        {"share name is \"a b\n",
+         "r.rules:1:15: rule #1: unterminated quote: the double quote opened "
+         "here is not closed on this line\nshare name is \"a b\n              ^\n"},
+        {"share serial ab\xc3\n", "r.rules:1:14: rule #1: invalid UTF-8 in this word\nshare serial "
+                                  "ab\xc3\n             ^\n"},
+        {"rdesk share host a\n",
+         "r.rules:1:13: rule #1: \"host\" after \"rdesk\": a rule names either "
+         "hosts or remote desktop\nrdesk share host a\n            ^\n"},
+        {"share host a !rdesk\n",
+         "r.rules:1:15: rule #1: \"rdesk\" after \"host\": a rule names either "
+         "hosts or remote desktop\nshare host a !rdesk\n              ^\n"},
+        {"share host a host b\n",
+         "r.rules:1:14: rule #1: duplicate clause \"host\": it may appear only "
+         "once in a rule\nshare host a host b\n             ^\n"},
+        {"share name equals x\n",
+         "r.rules:1:12: rule #1: \"name\" must be followed by \"is\" or "
+         "\"contains\", not \"equals\"\nshare name equals x\n           ^\n"},
         {"share\n\"\"\n",
          "r.rules:2:1: rule #2: rule has no words: empty quotes yield nothing\n\"\"\n^\n"},
     };
@@ -101,7 +114,8 @@ TEST(RuleCheckTest, PositionsCountPhysicalLinesAndBytes) {
         // Tabs are kept so that the caret lines up; a multi-byte character
         // takes one place.
         {"share\tname is \"\xc3\xa9t\xc3\xa9\" Share\n",
-         "r.rules:1:23: rule #1: unknown clause word \"Share\"\nshare\tname is \"\xc3\xa9t\xc3\xa9\" "
+         "r.rules:1:23: rule #1: unknown clause word \"Share\"\nshare\tname is "
+         "\"\xc3\xa9t\xc3\xa9\" "
          "Share\n     \t              ^\n"},
         // The last byte of a file without a final line feed is read even in
         // a comment.
@@ -116,14 +130,14 @@ TEST(RuleCheckTest, PositionsCountPhysicalLinesAndBytes) {
     // A NUL ends a rule but not a line of the file.
     const std::string withNul("share\0Share\n", 12);
     const Outcome run = check(withNul);
-    EXPECT_EQ(run.err, "r.rules:1:7: rule #2: unknown clause word \"Share\"\n" + withNul.substr(0, 11) +
-                           "\n      ^\n");
+    EXPECT_EQ(run.err, "r.rules:1:7: rule #2: unknown clause word \"Share\"\n" +
+                           withNul.substr(0, 11) + "\n      ^\n");
 }
 
 TEST(RuleCheckTest, ValidRulesComeBackCanonical) {
     const Outcome run = check("block  !rdesk   name \"is\" Keyboard # a comment\n"
-                          "\n"
-                          "share hwid 46D:C31C class 3\n");
+                              "\n"
+                              "share hwid 46D:C31C class 3\n");
     EXPECT_EQ(run.status, 0);
     EXPECT_EQ(run.out, "block !rdesk name is \"Keyboard\"\nshare hwid 046d:c31c class 03\n");
     EXPECT_EQ(run.err, "");
@@ -134,11 +148,12 @@ TEST(RuleCheckTest, IgnoredEndsOfRulesAreWarnedAbout) {
     const Outcome run = check("share host\nblock\nshare name is\n");
     EXPECT_EQ(run.status, 0);
     EXPECT_EQ(run.out, "share\nblock\nshare\n");
-    EXPECT_EQ(run.err,
-              "r.rules:1:7: warning: rule #1: missing value: \"host\" at the end of the rule has no "
-              "value and is ignored\nshare host\n      ^\n"
-              "r.rules:3:7: warning: rule #3: missing value: \"name\" at the end of the rule has no "
-              "value and is ignored\nshare name is\n      ^\n");
+    EXPECT_EQ(
+        run.err,
+        "r.rules:1:7: warning: rule #1: missing value: \"host\" at the end of the rule has no "
+        "value and is ignored\nshare host\n      ^\n"
+        "r.rules:3:7: warning: rule #3: missing value: \"name\" at the end of the rule has no "
+        "value and is ignored\nshare name is\n      ^\n");
     EXPECT_EQ(check("block !\n").err, "r.rules:1:7: warning: rule #1: \"!\" at the end of the rule "
                                       "negates nothing and is ignored\nblock !\n      ^\n");
 }
@@ -146,12 +161,15 @@ TEST(RuleCheckTest, IgnoredEndsOfRulesAreWarnedAbout) {
 TEST(RuleCheckTest, UnreadableFilesAndBadCommandLines) {
     const char* missing[] = {"halvo-rulecheck", "/nonexistent/rules"};
     testing::internal::CaptureStderr();
-    const Outcome unreadable = capture([&](std::FILE* out, std::FILE* err) { return runRuleCheck(2, missing, out, err); });
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Error loading rules from /nonexistent/rules.\n");
+    const Outcome unreadable =
+        capture([&](std::FILE* out, std::FILE* err) { return runRuleCheck(2, missing, out, err); });
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "Error loading rules from /nonexistent/rules.\n");
     EXPECT_EQ(unreadable.status, 2);
 
     const char* none[] = {"halvo-rulecheck"};
-    const Outcome usage = capture([&](std::FILE* out, std::FILE* err) { return runRuleCheck(1, none, out, err); });
+    const Outcome usage =
+        capture([&](std::FILE* out, std::FILE* err) { return runRuleCheck(1, none, out, err); });
     EXPECT_EQ(usage.status, 2);
     EXPECT_EQ(usage.err, "usage: halvo-rulecheck FILE|-\n");
 }
