@@ -86,7 +86,7 @@ class RecordBuilder {
 
     bool build() {
         if (tokens_.empty()) {
-            return fail(RuleFaultKind::NoWords, 0);
+            return report(RuleFaultKind::NoWords, 0);
         }
         for (std::size_t index = 0; index < tokens_.size(); ++index) {
             const bool accepted = awaited_ != nullptr ? takeValue(index) : takeClauseWord(index);
@@ -108,7 +108,7 @@ class RecordBuilder {
         const std::string_view word = tokens_[index];
         const ClauseInfo* clause = findClause(word);
         if (clause == nullptr) {
-            return failAt(RuleFaultKind::UnknownWord, index, {}, word);
+            return reportAt(RuleFaultKind::UnknownWord, index, {}, word);
         }
         switch (clause->handling) {
         case Handling::Negation:
@@ -117,36 +117,36 @@ class RecordBuilder {
             return true;
         case Handling::Action:
             if (negated_) {
-                return failAt(RuleFaultKind::NegatedAction, index, word);
+                return reportAt(RuleFaultKind::NegatedAction, index, word);
             }
             if (record_.has(clause->key)) {
-                return failAt(RuleFaultKind::SecondAction, index, word);
+                return reportAt(RuleFaultKind::SecondAction, index, word);
             }
             record_.setText(clause->key, word);
             break;
         case Handling::Quick:
             if (negated_) {
-                return failAt(RuleFaultKind::NegatedQuick, index, word);
+                return reportAt(RuleFaultKind::NegatedQuick, index, word);
             }
             if (record_.has(clause->key)) {
-                return failAt(RuleFaultKind::DuplicateClause, index, word);
+                return reportAt(RuleFaultKind::DuplicateClause, index, word);
             }
             record_.setFlag(clause->key, true);
             break;
         case Handling::Rdesk:
             if (record_.has(RecordKey::Host)) {
-                return failAt(RuleFaultKind::RdeskAfterHost, index, word);
+                return reportAt(RuleFaultKind::RdeskAfterHost, index, word);
             }
             [[fallthrough]];
         case Handling::TruthFlag:
             if (record_.has(clause->key)) {
-                return failAt(RuleFaultKind::DuplicateClause, index, word);
+                return reportAt(RuleFaultKind::DuplicateClause, index, word);
             }
             record_.setFlag(clause->key, !negated_);
             break;
         case Handling::Host:
             if (record_.has(RecordKey::Rdesk)) {
-                return failAt(RuleFaultKind::HostAfterRdesk, index, word);
+                return reportAt(RuleFaultKind::HostAfterRdesk, index, word);
             }
             return await(*clause, index);
         case Handling::Name:
@@ -173,10 +173,10 @@ class RecordBuilder {
             return takeNameMode(index);
         }
         if (clause.handling == Handling::Override && negated_) {
-            return failAt(RuleFaultKind::NegatedOverride, awaitedAt_, clause.word);
+            return reportAt(RuleFaultKind::NegatedOverride, awaitedAt_, clause.word);
         }
         if (clause.handling != Handling::Ids && record_.has(clause.key)) {
-            return failAt(RuleFaultKind::DuplicateClause, awaitedAt_, clause.word);
+            return reportAt(RuleFaultKind::DuplicateClause, awaitedAt_, clause.word);
         }
         switch (clause.handling) {
         case Handling::Host:
@@ -211,7 +211,7 @@ class RecordBuilder {
         } else if (mode == modeContains) {
             nameMode_ = modeContains;
         } else {
-            return failAt(RuleFaultKind::BadNameMode, index, awaited_->word, mode);
+            return reportAt(RuleFaultKind::BadNameMode, index, awaited_->word, mode);
         }
         return true;
     }
@@ -224,7 +224,7 @@ class RecordBuilder {
         const std::size_t count = rule_parser_triple2values(tokens_[index], numbers,
                                                             fault_ != nullptr ? &idFault : nullptr);
         if (count == 0) {
-            return failAt(idFault.kind, index, clause.word, idFault.component);
+            return reportAt(idFault.kind, index, clause.word, idFault.component);
         }
         for (std::size_t i = 0; i < count; ++i) {
             record_.setNumber(idKey(clause.key, i), static_cast<std::int64_t>(numbers[i] & 0xFFFF));
@@ -236,20 +236,20 @@ class RecordBuilder {
     // word read as a clause's value, or a clause left without its value.
     bool failWithoutAction() {
         if (actionAsValueAt_ != noToken) {
-            return failAt(RuleFaultKind::NoAction, actionAsValueAt_, actionTakenBy_,
-                          tokens_[actionAsValueAt_]);
+            return reportAt(RuleFaultKind::NoAction, actionAsValueAt_, actionTakenBy_,
+                            tokens_[actionAsValueAt_]);
         }
         if (awaited_ != nullptr) {
-            return failAt(RuleFaultKind::NoAction, awaitedAt_, awaited_->word);
+            return reportAt(RuleFaultKind::NoAction, awaitedAt_, awaited_->word);
         }
-        return fail(RuleFaultKind::NoAction, 0);
+        return report(RuleFaultKind::NoAction, 0);
     }
 
     void noteIgnoredEnd() {
         if (awaited_ != nullptr) {
-            failAt(RuleFaultKind::DroppedClause, awaitedAt_, awaited_->word);
+            reportAt(RuleFaultKind::DroppedClause, awaitedAt_, awaited_->word);
         } else if (negated_) {
-            failAt(RuleFaultKind::DroppedNegation, negationAt_, "!");
+            reportAt(RuleFaultKind::DroppedNegation, negationAt_, "!");
         } else {
             *fault_ = RuleFault{};
         }
@@ -261,16 +261,18 @@ class RecordBuilder {
         return true;
     }
 
-    bool fail(RuleFaultKind kind, std::size_t lineOffset, std::string_view clause = {},
-              std::string_view subject = {}) {
+    // Describes what went wrong (or, for a notice, what was ignored) when
+    // diagnosing, and returns false.
+    bool report(RuleFaultKind kind, std::size_t lineOffset, std::string_view clause = {},
+                std::string_view subject = {}) {
         if (fault_ != nullptr) {
             *fault_ = RuleFault{kind, lineOffset, std::string(clause), std::string(subject)};
         }
         return false;
     }
-    bool failAt(RuleFaultKind kind, std::size_t tokenIndex, std::string_view clause,
-                std::string_view subject = {}) {
-        return fail(kind, tokens_.lineOffset(tokenIndex), clause, subject);
+    bool reportAt(RuleFaultKind kind, std::size_t tokenIndex, std::string_view clause,
+                  std::string_view subject = {}) {
+        return report(kind, tokens_.lineOffset(tokenIndex), clause, subject);
     }
 
     const TokenList& tokens_;

@@ -34,19 +34,21 @@ class LineTokenizer {
         bool separator = false;
         for (std::size_t at = 0; at < size; ++at) {
             const std::uint8_t cls = byteClass(in[at]);
-            // Most words are bare: no quotes, no escapes, ended by whitespace
-            // or the end of the line.  Such a word reads the same here, in one
-            // go, as it does byte by byte below.
-            // So are quoted values: one pair of quotes around the whole word.
-            if (!escaped && !inQuote && !separator && wordEmpty()) {
-                const bool quoted = (cls & quoteByte) != 0;
+            // Most words are bare (no quotes, no escapes) or one quoted
+            // value, ended by whitespace or the end of the line.  Such a word
+            // reads the same here, in one go, as it does byte by byte below.
+            const bool quoted = (cls & quoteByte) != 0;
+            const bool bare = (cls & wordStops) == 0;
+            if ((bare || quoted) && !escaped && !inQuote && !separator && wordEmpty()) {
                 const std::size_t begin = quoted ? at + 1 : at;
-                std::uint8_t seen = quoted ? 0 : cls;
-                const std::size_t end =
-                    quoted ? skipBytes(in, begin, size, quoteByte | backslashByte, seen)
-                           : skipBytes(in, at + 1, size, wordStops, seen);
-                const std::size_t after = quoted && end < size && in[end] == '"' ? end + 1 : end;
-                const bool whole = quoted ? after > end && end > begin : (cls & wordStops) == 0;
+                std::uint8_t seen = 0;
+                const std::size_t end = skipBytes(
+                    in, begin, size, quoted ? quoteByte | backslashByte : wordStops, seen);
+                const bool closed = quoted && end < size && in[end] == '"';
+                const std::size_t after = closed ? end + 1 : end;
+                // Empty quotes are left to the slow way: the whitespace after
+                // them is no separator.
+                const bool whole = bare || (closed && end > begin);
                 if (whole && (after == size || (byteClass(in[after]) & blankByte) != 0)) {
                     take(begin, end, seen);
                     if (!emitWord(wordStart)) {
