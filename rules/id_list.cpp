@@ -1,6 +1,7 @@
 #include "rules/id_list.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <optional>
 #include <string>
@@ -9,18 +10,18 @@ namespace halvo::rules {
 
 namespace {
 
-int hexDigitValue(char c) {
-    if (c >= '0' && c <= '9') {
-        return c - '0';
+// The value of each hexadecimal digit; 0xFF for every other byte.
+constexpr std::array<std::uint8_t, 256> hexDigits = [] {
+    std::array<std::uint8_t, 256> values{};
+    values.fill(0xFF);
+    for (int digit = 0; digit < 10; ++digit) {
+        values['0' + digit] = static_cast<std::uint8_t>(digit);
     }
-    if (c >= 'a' && c <= 'f') {
-        return c - 'a' + 10;
+    for (int digit = 0; digit < 6; ++digit) {
+        values['a' + digit] = values['A' + digit] = static_cast<std::uint8_t>(10 + digit);
     }
-    if (c >= 'A' && c <= 'F') {
-        return c - 'A' + 10;
-    }
-    return -1;
-}
+    return values;
+}();
 
 // strtoull wants a terminated string; components are short, so they are
 // copied to the stack unless they are absurdly long.
@@ -68,8 +69,8 @@ std::size_t readPlainIds(std::string_view value, std::array<std::uint64_t, 3>& n
             digits = 0;
             continue;
         }
-        const int digit = hexDigitValue(c);
-        if (digit < 0 || ++digits > 16) {
+        const std::uint8_t digit = hexDigits[static_cast<unsigned char>(c)];
+        if (digit == 0xFF || ++digits > 16) {
             return 0;
         }
         number = number << 4 | static_cast<std::uint64_t>(digit);

@@ -37,18 +37,20 @@ class LineTokenizer {
             // Most words are bare (no quotes, no escapes) or one quoted
             // value, ended by whitespace or the end of the line.  Such a word
             // reads the same here, in one go, as it does byte by byte below.
-            const bool quoted = (cls & quoteByte) != 0;
-            const bool bare = (cls & wordStops) == 0;
-            if ((bare || quoted) && !escaped && !inQuote && !separator && wordEmpty()) {
+            if (!escaped && !inQuote && !separator && wordEmpty()) {
+                const bool quoted = (cls & quoteByte) != 0;
                 const std::size_t begin = quoted ? at + 1 : at;
-                std::uint8_t seen = 0;
-                const std::size_t end = skipBytes(
-                    in, begin, size, quoted ? quoteByte | backslashByte : wordStops, seen);
+                std::uint8_t seen = quoted ? 0 : cls;
+                // Each scan with its own constant stops, which keeps the loops
+                // tight.
+                const std::size_t end =
+                    quoted ? skipBytes(in, begin, size, quoteByte | backslashByte, seen)
+                           : skipBytes(in, at + 1, size, wordStops, seen);
                 const bool closed = quoted && end < size && in[end] == '"';
                 const std::size_t after = closed ? end + 1 : end;
                 // Empty quotes are left to the slow way: the whitespace after
                 // them is no separator.
-                const bool whole = bare || (closed && end > begin);
+                const bool whole = quoted ? closed && end > begin : (cls & wordStops) == 0;
                 if (whole && (after == size || (byteClass(in[after]) & blankByte) != 0)) {
                     take(begin, end, seen);
                     if (!emitWord(wordStart)) {
