@@ -27,11 +27,4 @@ void RuleDictionary::pushTo(boost::json::value_stack& stack) const {
     stack.push_object(size_);
 }
 
-boost::json::object RuleDictionary::toObject(const boost::json::storage_ptr& storage) const {
-    boost::json::value_stack stack;
-    stack.reset(storage);
-    pushTo(stack);
-    return std::move(stack.release().get_object());
-}
-
 } // namespace halvo::rules

@@ -7,7 +7,6 @@
 
 #include "rules/rule_keys.h"
 
-#include <boost/json/object.hpp>
 #include <boost/json/value_stack.hpp>
 
 #include <array>
@@ -35,8 +34,6 @@ class RuleDictionary {
     // Pushes the record onto `stack` as one JSON object; the words it points
     // into must still be alive.  Throws std::bad_alloc when memory runs out.
     void pushTo(boost::json::value_stack& stack) const;
-    // The record as a JSON object allocated from `storage`.
-    boost::json::object toObject(const boost::json::storage_ptr& storage = {}) const;
 
   private:
     enum class Kind : std::uint8_t { Text, HostList, Flag, Number };
