@@ -17,7 +17,7 @@ std::string describeRuleFault(const RuleFault& fault) {
     case RuleFaultKind::None:
         return "no error";
     case RuleFaultKind::NoWords:
-        return "rule has no words: empty quotes yield nothing";
+        return "rule has no words: empty quotes, a lone backslash or blank yield none";
     case RuleFaultKind::UnterminatedQuote:
         return "unterminated quote: the double quote opened here is not closed on this line";
     case RuleFaultKind::InvalidUtf8:

@@ -15,7 +15,7 @@ namespace halvo::rules {
 
 enum class RuleFaultKind : std::uint8_t {
     None,
-    NoWords,             // the line holds nothing but empty quotes or escapes
+    NoWords,             // nothing but empty quotes, a lone backslash or blanks
     UnterminatedQuote,   // a double quote is still open at the end of the line
     InvalidUtf8,         // a word is not valid UTF-8
     UnknownWord,         // a word in clause position that is no clause word

@@ -94,8 +94,8 @@ TEST(RuleCheckTest, ErrorsPointAtTheWordAndSayWhy) {
         {"share name equals x\n",
          "r.rules:1:12: rule #1: \"name\" must be followed by \"is\" or "
          "\"contains\", not \"equals\"\nshare name equals x\n           ^\n"},
-        {"share\n\"\"\n",
-         "r.rules:2:1: rule #2: rule has no words: empty quotes yield nothing\n\"\"\n^\n"},
+        {"share\n\"\"\n", "r.rules:2:1: rule #2: rule has no words: empty quotes, a lone backslash "
+                          "or blank yield none\n\"\"\n^\n"},
     };
     for (const ErrorCase& c : cases) {
         const Outcome run = check(c.text);
