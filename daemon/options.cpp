@@ -26,7 +26,7 @@ std::optional<Number> parseDecimal(std::string_view text, Number min, Number max
 // Applies one option's value; the problem when the value is refused.
 using Setter = std::optional<std::string> (*)(Options& options, std::string_view value);
 
-struct OptionSpec {
+struct KnownOption {
     std::string_view name;
     bool takesValue;
     Setter apply;
@@ -59,7 +59,7 @@ std::optional<std::string> setRescan(Options& options, std::string_view value) {
     return std::nullopt;
 }
 
-constexpr std::array<OptionSpec, 8> kOptions = {{
+constexpr std::array<KnownOption, 8> kOptions = {{
     {"--listen", true, setListen},
     {"--allow-remote", false,
      [](Options& o, std::string_view) -> std::optional<std::string> { o.allowRemote = true; return std::nullopt; }},
@@ -104,24 +104,24 @@ std::variant<Options, HelpRequested, std::string> parseOptions(std::span<const c
             return HelpRequested{};
         }
         std::string_view name = argument.substr(0, argument.find('='));
-        auto spec = std::find_if(kOptions.begin(), kOptions.end(),
-                                 [&](const OptionSpec& known) { return known.name == name; });
-        if (spec == kOptions.end()) {
+        auto option = std::find_if(kOptions.begin(), kOptions.end(),
+                                 [&](const KnownOption& known) { return known.name == name; });
+        if (option == kOptions.end()) {
             return "unknown option \"" + std::string(argument) + "\"";
         }
         std::string_view value;
         if (name.size() < argument.size()) {
-            if (!spec->takesValue) {
+            if (!option->takesValue) {
                 return std::string(name) + " takes no value";
             }
             value = argument.substr(name.size() + 1);
-        } else if (spec->takesValue) {
+        } else if (option->takesValue) {
             if (index + 1 == arguments.size()) {
                 return std::string(name) + " needs a value";
             }
             value = arguments[++index];
         }
-        if (auto problem = spec->apply(options, value)) {
+        if (auto problem = option->apply(options, value)) {
             return *problem;
         }
         sysfsGiven = sysfsGiven || name == "--sysfs";
