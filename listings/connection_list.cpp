@@ -1,7 +1,7 @@
 #include "listings/connection_list.h"
 
-#include "listings/output_buffer.h"
 #include "util/json_fields.h"
+#include "util/text_buffer.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -40,7 +40,7 @@ const ConnectionKind* kindOf(std::string_view type) {
     return nullptr;
 }
 
-void writeConnection(OutputBuffer& buffer, const json::value& element) {
+void writeConnection(util::TextBuffer& buffer, const json::value& element) {
     const json::object* connection = element.if_object();
     if (connection == nullptr) {
         return;
@@ -59,7 +59,7 @@ void writeConnection(OutputBuffer& buffer, const json::value& element) {
     }
     buffer.text(kind->type);
     buffer.character('\t');
-    buffer.text(*name);
+    buffer.cString(*name);
     buffer.character('\t');
     if (name->size() < tabStop) {
         buffer.character('\t');
@@ -75,7 +75,7 @@ void outputConnectionList(const json::object& reply, std::FILE* out) {
     if (connections == nullptr) {
         return;
     }
-    OutputBuffer buffer(out);
+    util::TextBuffer buffer(out);
     buffer.text("Type\tIP/Name\t\tPort/PID\n");
     for (const json::value& element : *connections) {
         writeConnection(buffer, element);

@@ -47,6 +47,8 @@ TEST(ConnectionListTest, LinesArePaddedByNameLengthInBytes) {
         {R"({"type": "rdesk", "app": "Viewér1", "pid": 812})", "rdesk\tViewér1\t812\n"},
         {R"({"type": "rdesk", "app": "%s%n", "pid": 812, "port": 1})", "rdesk\t%s%n\t\t812\n"},
         {R"({"type": "rdesk", "app": "Viewer", "pid": 70000})", "rdesk\tViewer\t\t4464\n"},
+        // The name is printed up to a NUL but padded by its whole length.
+        {R"({"type": "net", "addr": "10.0\u0000.0.7", "port": 1})", "net\t10.0\t1\n"},
     };
     for (const LineCase& c : cases) {
         EXPECT_EQ(printed(listOf(c.element)), header + c.expectedLine) << c.element;

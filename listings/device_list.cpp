@@ -1,8 +1,8 @@
 #include "listings/device_list.h"
 
 #include "listings/device_record.h"
-#include "listings/output_buffer.h"
 #include "util/json_fields.h"
+#include "util/text_buffer.h"
 
 #include <cstddef>
 
@@ -28,7 +28,7 @@ std::size_t widestPort(const json::array& devices) {
 // The header's name label stands one tab stop left of the rows' name column
 // once any port reaches 8 bytes, and gets no extra tab below 16 bytes; the
 // daemon's users know the table in this shape, so it is kept.
-void writeHeader(OutputBuffer& buffer, std::size_t portStops) {
+void writeHeader(util::TextBuffer& buffer, std::size_t portStops) {
     buffer.text("ID\tVID: PID: REV\tPort\t");
     if (portStops >= 2) {
         buffer.repeat('\t', portStops - 1);
@@ -36,37 +36,37 @@ void writeHeader(OutputBuffer& buffer, std::size_t portStops) {
     buffer.text("Device name and status\n");
 }
 
-void writeStatus(OutputBuffer& buffer, const DeviceRecord& device) {
+void writeStatus(util::TextBuffer& buffer, const DeviceRecord& device) {
     buffer.text(" /");
     if (device.builtIn) {
         buffer.text("built-in, ");
     }
-    buffer.text(device.state);
+    buffer.cString(device.state);
     if (device.addr) {
         buffer.character('@');
-        buffer.text(*device.addr);
+        buffer.cString(*device.addr);
     }
     if (!device.serial.empty()) {
         buffer.text(", ");
-        buffer.text(device.serial);
+        buffer.cString(device.serial);
     }
     buffer.text("/\n");
 }
 
-void writeRow(OutputBuffer& buffer, const DeviceRecord& device, std::size_t portStops) {
+void writeRow(util::TextBuffer& buffer, const DeviceRecord& device, std::size_t portStops) {
     buffer.decimal(device.id);
     buffer.character('\t');
-    buffer.hex4(device.vid);
+    buffer.hex(device.vid, 4);
     buffer.character(':');
-    buffer.hex4(device.pid);
+    buffer.hex(device.pid, 4);
     buffer.character(':');
-    buffer.hex4(device.rev);
+    buffer.hex(device.rev, 4);
     buffer.character('\t');
-    buffer.text(device.port);
+    buffer.cString(device.port);
     buffer.character('\t');
     // portStops covers the widest port, so it never falls below this one's.
     buffer.repeat('\t', portStops - device.port.size() / tabStop);
-    buffer.text(device.name);
+    buffer.cString(device.name);
     writeStatus(buffer, device);
 }
 
@@ -81,7 +81,7 @@ void outputDeviceList(const json::object& reply, std::FILE* out) {
     // is padded out to the same stop.
     const std::size_t portStops = widestPort(*devices) / tabStop;
 
-    OutputBuffer buffer(out);
+    util::TextBuffer buffer(out);
     writeHeader(buffer, portStops);
     for (const json::value& element : *devices) {
         if (auto device = readDeviceRecord(element)) {

@@ -134,6 +134,17 @@ TEST(DeviceListTest, RowsShowNumbersAndOnlyTheStatusPiecesPresent) {
     }
 }
 
+// Daemon texts are printed up to a NUL, as "%s" prints them; widths and
+// emptiness still count every byte.
+TEST(DeviceListTest, TextsEndAtANulButCountInFull) {
+    using namespace std::string_view_literals;
+    const json::object odd = device(
+        "1-1\0-1.4.3.2.1.5"sv,
+        {{"name", "Hu\0b"sv}, {"state", "free\0x"sv}, {"addr", "\0h"sv}, {"serial", "\0S"sv}});
+    EXPECT_EQ(printed(replyOf({odd})), "ID\tVID: PID: REV\tPort\t\tDevice name and status\n" +
+                                           hubColumns + "1-1\tHu /free@, /\n");
+}
+
 struct SkipCase {
     const char* key;
     std::optional<json::value> value; // none: the key is removed

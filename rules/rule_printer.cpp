@@ -1,8 +1,8 @@
 #include "rules/rule_printer.h"
 
 #include "rules/record_fields.h"
-#include "rules/text_buffer.h"
 #include "util/json_fields.h"
+#include "util/text_buffer.h"
 
 #include <array>
 #include <cstddef>
@@ -45,10 +45,10 @@ bool negated(const json::value* negationKey) {
 // that the rule text has always been listed in.
 class RuleWriter {
   public:
-    RuleWriter(const RecordFields& fields, TextBuffer& out) : fields_(fields), out_(out) {}
+    RuleWriter(const RecordFields& fields, util::TextBuffer& out) : fields_(fields), out_(out) {}
 
     void write() {
-        out_.text(asText(*field(RecordKey::Action)));
+        out_.cString(asText(*field(RecordKey::Action)));
         // A false "quick" or "takeaway" leaves its blank behind: the listing
         // has always looked like that, and the parser skips the blank.
         flagWord(RecordKey::Quick, "quick");
@@ -63,7 +63,7 @@ class RuleWriter {
         if (isText(field(RecordKey::Port))) {
             clauseWord(negated(field(RecordKey::NotPort)), "port");
             out_.character(' ');
-            out_.text(asText(*field(RecordKey::Port)));
+            out_.cString(asText(*field(RecordKey::Port)));
         }
         // A device class is one byte, though its subclass and protocol are
         // shown in full.
@@ -110,7 +110,7 @@ class RuleWriter {
                 if (!first) {
                     out_.character(',');
                 }
-                out_.text(asText(host));
+                out_.cString(asText(host));
                 first = false;
             }
         }
@@ -130,7 +130,7 @@ class RuleWriter {
         }
         clauseWord(negated(field(RecordKey::NotName)), "name");
         out_.character(' ');
-        out_.text(modeText);
+        out_.cString(modeText);
         quoted(asText(*name));
     }
 
@@ -171,12 +171,12 @@ class RuleWriter {
     // Nothing is escaped: a quote inside the text ends up unbalanced.
     void quoted(std::string_view text) {
         out_.literal(" \"");
-        out_.text(text);
+        out_.cString(text);
         out_.character('"');
     }
 
     const RecordFields& fields_;
-    TextBuffer& out_;
+    util::TextBuffer& out_;
 };
 
 } // namespace
@@ -191,7 +191,7 @@ int outputRuleList(const json::object& reply, std::uint32_t numbered, std::FILE*
         std::fputs("Rule list format error.\n", stderr);
         return 5;
     }
-    TextBuffer buffer(out);
+    util::TextBuffer buffer(out);
     unsigned long index = 0;
     for (const json::value& element : *rules) {
         ++index; // a skipped element still uses up its number

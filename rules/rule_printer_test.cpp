@@ -1,5 +1,4 @@
 #include "rules/rule_printer.h"
-
 #include "rules/rule_testing.h"
 
 #include <boost/json/parse.hpp>
@@ -103,6 +102,9 @@ TEST(RulePrinterTest, StringsArePrintedAsTheyAre) {
         {R"({"action": "share", "port": "1 #2"})", "share port 1 #2"},
         {R"({"action": "share", "override-name": "", "override-serial": "x y"})",
          R"(share override-name "" override-serial "x y")"},
+        // Texts end at a NUL, as "%s" ends them.
+        {R"({"action": "share\u0000d", "host": ["a\u0000b", "c"], "serial": "s\u0000"})",
+         R"(share host "a,c" serial "s")"},
     };
     expectLines(std::begin(cases), std::end(cases));
 }
