@@ -2,6 +2,7 @@
 #include "rules/sources_testing.h"
 
 #include <filesystem>
+#include <csignal>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <vector>
@@ -119,6 +120,29 @@ TEST(LoadRulesFromEditor, DialogueWithEditorAndUser) {
         EXPECT_EQ(testing::readFile(copy), c.finalText);
         EXPECT_FALSE(fs::exists(bin + "/marker"));
     }
+}
+
+// With SIGCHLD ignored the editor is reaped by the system and its status is
+// lost: the session gives up, and what the user wrote stays in the file.
+TEST(LoadRulesFromEditor, LostEditorStatusEndsTheSessionKeepingTheText) {
+    ScratchDir dir;
+    const std::string bin = installEditor(dir, {writes("block")});
+    const std::string copy = dir / "rules";
+    testing::writeFile(copy, "share\n");
+
+    const auto run = runInChild(
+        [&] {
+            ::setenv("VISUAL", (bin + "/ed").c_str(), 1);
+            std::signal(SIGCHLD, SIG_IGN);
+            return loadRulesFromEditor(copy) ? 0 : 255;
+        },
+        "");
+
+    EXPECT_EQ(run.status, 255);
+    EXPECT_EQ(run.out, "");
+    EXPECT_EQ(run.err, "Cannot get status of editor process\n");
+    EXPECT_EQ(testing::readFile(dir / "runs"), "1\n");
+    EXPECT_EQ(testing::readFile(copy), "block\n");
 }
 
 } // namespace
