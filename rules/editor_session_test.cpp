@@ -4,7 +4,9 @@
 #include <filesystem>
 #include <csignal>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 #include <vector>
 
 namespace halvo::rules {
@@ -143,6 +145,31 @@ TEST(LoadRulesFromEditor, LostEditorStatusEndsTheSessionKeepingTheText) {
     EXPECT_EQ(run.err, "Cannot get status of editor process\n");
     EXPECT_EQ(testing::readFile(dir / "runs"), "1\n");
     EXPECT_EQ(testing::readFile(copy), "block\n");
+}
+
+// A user at the process limit cannot start the editor. Root is exempt from
+// the limit, so a root run gives the child up to an unprivileged user first.
+TEST(LoadRulesFromEditor, EditorThatCannotBeForkedEndsTheSession) {
+    constexpr int kCannotLimit = 77;
+    ScratchDir dir;
+    const std::string bin = installEditor(dir, {writes("block")});
+    const std::string copy = dir / "rules";
+    testing::writeFile(copy, "share\n");
+
+    const auto run = runInChild([&] {
+        ::setenv("VISUAL", (bin + "/ed").c_str(), 1);
+        const rlimit none{0, 0};
+        if ((::geteuid() == 0 && ::setuid(65534) != 0) || ::setrlimit(RLIMIT_NPROC, &none) != 0)
+            return kCannotLimit;
+        return loadRulesFromEditor(copy) ? 0 : 255;
+    });
+
+    if (run.status == kCannotLimit)
+        GTEST_SKIP() << "cannot limit the number of processes here";
+    EXPECT_EQ(run.status, 255);
+    EXPECT_EQ(run.err, "Cannot create process.\n");
+    EXPECT_EQ(testing::readFile(dir / "runs"), "");
+    EXPECT_EQ(testing::readFile(copy), "share\n");
 }
 
 } // namespace
