@@ -91,7 +91,9 @@ TEST_F(ReceiveStateMachineTest, PayloadMustBeAJsonObject) {
         std::string logged; // after the address prefix
     } cases[] = {
         {"[1,2]", "cannot parse JSON, got wrong top-level object"},
-        {"\"text\"", "cannot parse JSON, got wrong top-level object"},
+        {"\"text\"", "cannot parse JSON, JSON text did not start with array or object"},
+        {"42", "cannot parse JSON, JSON text did not start with array or object"},
+        {"null", "cannot parse JSON, JSON text did not start with array or object"},
         {"{\"a\":", "cannot parse JSON, "},
         {"{\"a\":\"\xff\"}", "cannot parse JSON, "},
         {std::string(600, '[') + std::string(600, ']'), "cannot parse JSON, "},

@@ -69,6 +69,13 @@ DecodedPayload decodePayload(std::string_view bytes) {
     if (error) {
         return PayloadError{PayloadError::Kind::notJson, error.message()};
     }
+    // The daemon's JSON is read without fragments: a bare string, number,
+    // boolean or null is not JSON text at all, while an array is JSON of the
+    // wrong shape.
+    if (!document.is_object() && !document.is_array()) {
+        return PayloadError{PayloadError::Kind::notJson,
+                            "JSON text did not start with array or object"};
+    }
     if (!document.is_object()) {
         return PayloadError{PayloadError::Kind::notObject, {}};
     }
