@@ -1,6 +1,7 @@
 #include "rules/rule_file_writer.h"
 
 #include "rules/rule_printer.h"
+#include "util/unique_file.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -35,7 +36,7 @@ std::optional<std::string> rules2file(const boost::json::object& reply) {
 std::optional<std::string> rules2file(const boost::json::object& reply,
                                       std::string_view pathTemplate) {
     std::string path(pathTemplate);
-    const int fd = ::mkstemp(path.data());
+    const int fd = util::makeUniqueFile(path);
     if (fd < 0) {
         std::fputs("Cannot create temporary file.\n", stderr);
         return std::nullopt;

@@ -18,7 +18,7 @@ namespace halvo::rules {
 // nothing.
 std::optional<std::string> rules2file(const boost::json::object& reply);
 
-// The same with another mkstemp template (it must end in "XXXXXX").
+// The same with another template (its trailing X's are replaced).
 std::optional<std::string> rules2file(const boost::json::object& reply,
                                       std::string_view pathTemplate);
 

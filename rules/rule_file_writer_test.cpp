@@ -29,6 +29,8 @@ TEST(Rules2File, WritesAPrivateUnnumberedCopyAndNamesIt) {
     ASSERT_EQ(run.out.size(), head.size() + 12 + 3);
     EXPECT_EQ(run.out.substr(0, head.size()), head);
     EXPECT_EQ(run.out.substr(head.size() + 12), "\".\n");
+    // All twelve placeholders are filled in, not only the last six.
+    EXPECT_NE(run.out.substr(head.size(), 6), "XXXXXX");
 
     const std::string path = run.out.substr(head.size() - 9, 21);
     struct stat info {};

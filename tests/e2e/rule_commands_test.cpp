@@ -167,6 +167,9 @@ TEST(RuleTestTest, SequencesVerdictsAndStatuses) {
         {{"rule", "test", "-h", "h", "-r", "3"},
          {{6, kOk}, {10, R"({"status":"ok","verdict":"%s block"})"}},
          "%s block\n", "", 0, {"6", R"(10 {"id":3,"type":"rdesk"})"}},
+        {{"rule", "test", "-r", "3"},
+         {{6, kOk}, {10, R"({"status":"ok","verdict":"share\u0000 tail"})"}},
+         "share\n", "", 0, {"6", R"(10 {"id":3,"type":"rdesk"})"}},
         {{"rule", "test", "-r", "3"}, {{6, kOk}, {10, R"({"status":"notfound"})"}}, "",
          "Device has not been found.\n", 2, {"6", R"(10 {"id":3,"type":"rdesk"})"}},
         {{"rule", "test", "-r", "3"}, {{6, kOk}, {10, R"({"status":"ok"})"}}, "",
@@ -215,11 +218,16 @@ TEST(RuleTestTest, AnyPacketWithoutStatusIsAnInternalError) {
 // names the private copy.
 class RuleEditTest : public ::testing::Test {
 protected:
+    // Twelve random letters and digits: a name that still holds the
+    // template's "XXXXXX" was only half filled in.
     static std::string editPathIn(const std::string& out) {
         std::smatch match;
         static const std::regex notice(
             R"re(In case of error the copy of rules is put into "(/tmp/tmp\.[A-Za-z0-9]{12})"\.)re");
-        return std::regex_search(out, match, notice) ? match[1].str() : "";
+        if (!std::regex_search(out, match, notice) || match[1].str().find("XXXXXX") != std::string::npos) {
+            return "";
+        }
+        return match[1].str();
     }
 
     RunOptions withEditor(const std::string& script, const std::string& answers = "") {
