@@ -1,8 +1,8 @@
 #include "cli/event_printer.h"
 
 #include "util/json_fields.h"
+#include "util/text_buffer.h"
 
-#include <algorithm>
 #include <cstring>
 #include <optional>
 #include <string_view>
@@ -20,9 +20,9 @@ namespace {
 constexpr std::size_t asctimeBytes = 26;
 constexpr std::size_t stampBytes = 1 + asctimeBytes + 1;
 
-// Daemon text as "%s" prints it: up to its first NUL byte.
 void writeText(std::FILE* out, std::string_view text) {
-    std::fwrite(text.data(), 1, std::min(text.size(), text.find('\0')), out);
+    const std::string_view printed = util::asCString(text);
+    std::fwrite(printed.data(), 1, printed.size(), out);
 }
 
 void printDeviceEvent(const std::string& stamp, const json::object& payload, std::FILE* out) {

@@ -8,6 +8,7 @@
 #include "rules/rule_printer.h"
 #include "rules/rule_sources.h"
 #include "util/json_fields.h"
+#include "util/text_buffer.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -166,7 +167,8 @@ void requireTestStatusOk(const json::object& reply) {
     if (!verdict) {
         printStatusAndExit(exitStatus::failure, kTestSubject);
     }
-    std::fwrite(verdict->data(), 1, verdict->size(), stdout);
+    const std::string_view line = util::asCString(*verdict);
+    std::fwrite(line.data(), 1, line.size(), stdout);
     std::fputc('\n', stdout);
     printStatusAndExit(exitStatus::success, kTestSubject);
 }

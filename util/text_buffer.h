@@ -15,6 +15,13 @@
 
 namespace halvo::util {
 
+// The part of `text` that "%s" prints: up to its first NUL byte. Strings from
+// the daemon's JSON may hold "\u0000"; what the utility prints of them has
+// always stopped there.
+inline std::string_view asCString(std::string_view text) {
+    return text.substr(0, text.find('\0'));
+}
+
 class TextBuffer {
   public:
     explicit TextBuffer(std::FILE* out) : out_(out) {}
@@ -31,10 +38,8 @@ class TextBuffer {
         std::memcpy(block_.data() + used_, bytes.data(), bytes.size());
         used_ += bytes.size();
     }
-    // Text as "%s" prints it: up to its first NUL byte. Strings from the
-    // daemon's JSON may hold "\u0000"; the listings have always stopped
-    // there.
-    void cString(std::string_view bytes) { text(bytes.substr(0, bytes.find('\0'))); }
+    // Text as "%s" prints it.
+    void cString(std::string_view bytes) { text(asCString(bytes)); }
     // A string literal: its length is known here, so the copy is a few moves.
     template <std::size_t Size> void literal(const char (&piece)[Size]) {
         static_assert(Size - 1 <= reserve, "literal longer than the reserve");
