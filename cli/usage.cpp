@@ -1,8 +1,8 @@
 #include "cli/usage.h"
 
 #include <cstdlib>
-#include <cstring>
 #include <libgen.h>
+#include <string>
 
 namespace halvo::cli {
 
@@ -43,14 +43,15 @@ constexpr HelpLine kHelpLines[] = {
 } // namespace
 
 void setProgramName(int argc, char** argv) {
-    // basename may modify its argument, and argv[0] stays visible in ps.
-    static char copy[4096];
+    // basename may modify its argument, and argv[0] stays visible in ps;
+    // the copy lives as long as the name is used, whatever its length.
+    static std::string copy;
     if (argc < 1 || argv[0] == nullptr) {
         gProgramName = "";
         return;
     }
-    std::strncpy(copy, argv[0], sizeof copy - 1);
-    gProgramName = basename(copy);
+    copy = argv[0];
+    gProgramName = basename(copy.data());
 }
 
 const char* programName() {
