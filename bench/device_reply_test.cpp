@@ -1,6 +1,7 @@
 #include "bench/device_reply.h"
 #include "link/packet.h"
 #include "listings/device_list.h"
+#include "util/output_testing.h"
 
 #include <algorithm>
 #include <boost/json/parse.hpp>
@@ -17,14 +18,7 @@ namespace json = boost::json;
 // something if every generated device makes a row.
 std::string tableOf(const std::string& payload) {
     const json::object reply = json::parse(payload).as_object();
-    char* data = nullptr;
-    std::size_t size = 0;
-    std::FILE* out = open_memstream(&data, &size);
-    listings::outputDeviceList(reply, out);
-    std::fclose(out);
-    std::string table(data, size);
-    std::free(data);
-    return table;
+    return util::testing::printedBy([&](std::FILE* out) { listings::outputDeviceList(reply, out); });
 }
 
 TEST(DeviceReply, EveryDeviceMakesARowOfTheTable) {

@@ -20,11 +20,6 @@ namespace {
 constexpr std::size_t asctimeBytes = 26;
 constexpr std::size_t stampBytes = 1 + asctimeBytes + 1;
 
-void writeText(std::FILE* out, std::string_view text) {
-    const std::string_view printed = util::asCString(text);
-    std::fwrite(printed.data(), 1, printed.size(), out);
-}
-
 void printDeviceEvent(const std::string& stamp, const json::object& payload, std::FILE* out) {
     auto id = getU32(payload, "id");
     auto name = id ? getString(payload, "name") : std::nullopt;
@@ -34,12 +29,12 @@ void printDeviceEvent(const std::string& stamp, const json::object& payload, std
     }
     auto addr = getString(payload, "addr");
     std::fprintf(out, "%s device id:%u \"", stamp.c_str(), *id);
-    writeText(out, *name);
+    util::writeCString(out, *name);
     std::fputs("\" got ", out);
-    writeText(out, *state);
+    util::writeCString(out, *state);
     if (addr) {
         std::fputc('@', out);
-        writeText(out, *addr);
+        util::writeCString(out, *addr);
     }
     std::fputc('\n', out);
 }
@@ -52,9 +47,9 @@ void printHostEvent(const std::string& stamp, const json::object& payload, std::
         return;
     }
     std::fprintf(out, "%s host ", stamp.c_str());
-    writeText(out, *addr);
+    util::writeCString(out, *addr);
     std::fprintf(out, ":%u is ", *port);
-    writeText(out, *state);
+    util::writeCString(out, *state);
     std::fputc('\n', out);
 }
 

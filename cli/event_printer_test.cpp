@@ -1,5 +1,5 @@
 #include "cli/event_printer.h"
-#include "listings/output_testing.h"
+#include "util/output_testing.h"
 
 #include <boost/json/parse.hpp>
 #include <cstdio>
@@ -16,7 +16,7 @@ namespace {
 namespace json = boost::json;
 using halvo::cli::eventTimestamp;
 using halvo::cli::printEvent;
-using halvo::listings::testing::printedBy;
+using halvo::util::testing::printedBy;
 
 // Sun Nov 22 07:01:02 2026 UTC.
 constexpr std::time_t sundayMorning = 1795330862;

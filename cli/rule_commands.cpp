@@ -167,8 +167,7 @@ void requireTestStatusOk(const json::object& reply) {
     if (!verdict) {
         printStatusAndExit(exitStatus::failure, kTestSubject);
     }
-    const std::string_view line = util::asCString(*verdict);
-    std::fwrite(line.data(), 1, line.size(), stdout);
+    util::writeCString(stdout, *verdict);
     std::fputc('\n', stdout);
     printStatusAndExit(exitStatus::success, kTestSubject);
 }

@@ -1,5 +1,5 @@
 #include "listings/connection_list.h"
-#include "listings/output_testing.h"
+#include "util/output_testing.h"
 
 #include <boost/json/parse.hpp>
 #include <cstdio>
@@ -11,7 +11,7 @@ namespace {
 
 namespace json = boost::json;
 using halvo::listings::outputConnectionList;
-using halvo::listings::testing::printedBy;
+using halvo::util::testing::printedBy;
 
 std::string printed(const std::string& replyJson) {
     const json::object reply = json::parse(replyJson).as_object();

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "rules/rule_printer.h"
+#include "util/output_testing.h"
 
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
@@ -25,16 +26,11 @@ struct PrintResult {
 // Runs outputRuleList on `reply`, catching what it writes to the stream and
 // to stderr.
 inline PrintResult printReply(const boost::json::object& reply, std::uint32_t numbered) {
-    char* data = nullptr;
-    std::size_t size = 0;
-    std::FILE* out = open_memstream(&data, &size);
     PrintResult result;
     ::testing::internal::CaptureStderr();
-    result.status = outputRuleList(reply, numbered, out);
+    result.out = util::testing::printedBy(
+        [&](std::FILE* out) { result.status = outputRuleList(reply, numbered, out); });
     result.err = ::testing::internal::GetCapturedStderr();
-    std::fclose(out);
-    result.out.assign(data, size);
-    std::free(data);
     return result;
 }
 

@@ -22,6 +22,13 @@ inline std::string_view asCString(std::string_view text) {
     return text.substr(0, text.find('\0'));
 }
 
+// Writes `text` to `out` as fprintf's "%s" would, without reading it as a
+// format.
+inline void writeCString(std::FILE* out, std::string_view text) {
+    const std::string_view printed = asCString(text);
+    std::fwrite(printed.data(), 1, printed.size(), out);
+}
+
 class TextBuffer {
   public:
     explicit TextBuffer(std::FILE* out) : out_(out) {}

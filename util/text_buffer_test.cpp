@@ -1,7 +1,7 @@
+#include "util/output_testing.h"
 #include "util/text_buffer.h"
 
 #include <cstdio>
-#include <cstdlib>
 #include <functional>
 #include <gtest/gtest.h>
 #include <string>
@@ -12,17 +12,10 @@ using halvo::util::TextBuffer;
 using namespace std::string_view_literals;
 
 std::string written(const std::function<void(TextBuffer&)>& write) {
-    char* data = nullptr;
-    std::size_t size = 0;
-    std::FILE* out = open_memstream(&data, &size);
-    {
+    return halvo::util::testing::printedBy([&](std::FILE* out) {
         TextBuffer buffer(out);
         write(buffer);
-    }
-    std::fclose(out);
-    std::string text(data, size);
-    std::free(data);
-    return text;
+    });
 }
 
 TEST(TextBufferTest, CStringStopsAtTheFirstNul) {

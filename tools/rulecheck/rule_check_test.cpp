@@ -1,9 +1,9 @@
 #include "tools/rulecheck/rule_check.h"
+#include "util/output_testing.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <string>
 
 namespace {
@@ -19,20 +19,11 @@ struct Outcome {
 
 // Collects what `body(out, err)` writes on the two streams.
 template <class Body> Outcome capture(Body body) {
-    char* outData = nullptr;
-    char* errData = nullptr;
-    std::size_t outSize = 0;
-    std::size_t errSize = 0;
-    std::FILE* out = open_memstream(&outData, &outSize);
-    std::FILE* err = open_memstream(&errData, &errSize);
+    using halvo::util::testing::printedBy;
     Outcome run;
-    run.status = body(out, err);
-    std::fclose(out);
-    std::fclose(err);
-    run.out.assign(outData, outSize);
-    run.err.assign(errData, errSize);
-    std::free(outData);
-    std::free(errData);
+    run.out = printedBy([&](std::FILE* out) {
+        run.err = printedBy([&](std::FILE* err) { run.status = body(out, err); });
+    });
     return run;
 }
 

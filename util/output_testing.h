@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <string>
 
-namespace halvo::listings::testing {
+namespace halvo::util::testing {
 
 template <class Print> std::string printedBy(Print&& print) {
     char* data = nullptr;
@@ -22,4 +22,4 @@ template <class Print> std::string printedBy(Print&& print) {
     return text;
 }
 
-} // namespace halvo::listings::testing
+} // namespace halvo::util::testing
