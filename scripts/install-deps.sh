@@ -6,6 +6,11 @@ set -euo pipefail
 packages=(
   g++ cmake ninja-build pkg-config                  # toolchain
   libboost1.81-dev libboost-json1.81-dev            # Boost.Asio, Boost.JSON
+  libboost-program-options1.81-dev                  # halvod's options and config file
+  libsystemd-dev systemd                            # notify, socket activation, journal; unit checks
+  libc++-14-dev libc++abi-14-dev                    # the second build, with clang and libc++
+  usbip                                             # the standard USB/IP client, for interop tests
+  lintian                                           # package checks
   libgtest-dev libbenchmark-dev                     # tests, benchmarks
   clang libclang-rt-14-dev                          # fuzzing (libFuzzer), sanitizer runtime
   scdoc gzip man-db groff-base                      # manual pages and their render check

@@ -26,19 +26,6 @@ std::vector<std::string> describe(const std::vector<ReceivedPacket>& packets) {
     return lines;
 }
 
-std::string readFile(const std::string& path) {
-    std::string text;
-    if (std::FILE* file = std::fopen(path.c_str(), "rb")) {
-        char buffer[4096];
-        std::size_t count = 0;
-        while ((count = std::fread(buffer, 1, sizeof buffer, file)) > 0) {
-            text.append(buffer, count);
-        }
-        std::fclose(file);
-    }
-    return text;
-}
-
 std::string helpText() {
     return readFile(std::string(HALVO_TEST_DATA_DIR) + "/help.txt");
 }

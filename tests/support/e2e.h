@@ -2,6 +2,7 @@
 // describe the packets it sent.
 #pragma once
 
+#include "tests/support/files.h"
 #include "tests/support/process_runner.h"
 #include "tests/support/scripted_daemon.h"
 
@@ -22,8 +23,6 @@ Exchange runAgainst(ScriptedDaemon& daemon, const std::vector<std::string>& args
 // "code payload" per packet, e.g. "2 {\"host\":\"h\"}" or "0" for a bare
 // header: compact enough for table-driven expectations.
 std::vector<std::string> describe(const std::vector<ReceivedPacket>& packets);
-
-std::string readFile(const std::string& path);
 
 // The help text as halvoctl must print it (a golden file).
 std::string helpText();

@@ -1,0 +1,220 @@
+#include "daemon/control/request_handler.h"
+
+#include "daemon/platform/fixture_backend.h"
+#include "daemon/core/rule_text.h"
+
+#include <boost/json/parse.hpp>
+#include <boost/json/serialize.hpp>
+
+#include <gtest/gtest.h>
+
+namespace halvo::daemon {
+namespace {
+
+namespace json = boost::json;
+using link::CommandCode;
+
+constexpr ClientId kAlice = 1;
+constexpr ClientId kBob = 2;
+
+std::vector<Device> twoDevices() {
+    auto parsed = parseDeviceFixture(json::parse(R"({"devices": [
+        {"vid": 1133, "pid": 49948, "rev": 272, "port": "1-1", "name": "Receiver", "class": 3},
+        {"vid": 1921, "pid": 21863, "rev": 256, "port": "1-2", "name": "Stick", "serial": "S N",
+         "state": "shared", "addr": "10.0.0.5"}]})").as_object());
+    return std::get<std::vector<Device>>(parsed);
+}
+
+std::vector<Connection> threeConnections() {
+    auto parsed = parseConnectionFixture(json::parse(R"({"connections": [
+        {"type": "net", "addr": "10.0.0.5", "port": 1000},
+        {"type": "net", "addr": "10.0.0.5", "port": 1001},
+        {"type": "rdesk", "app": "Screen Sharing", "pid": 4242}]})").as_object());
+    return std::get<std::vector<Connection>>(parsed);
+}
+
+json::object payload(std::string_view text) {
+    return json::parse(text).as_object();
+}
+
+json::array rulesOf(std::string_view text) {
+    return *parseRuleText(text);
+}
+
+class RequestHandlerTest : public ::testing::Test {
+protected:
+    explicit RequestHandlerTest(std::optional<std::string> rulesPath = std::nullopt)
+        : backend(twoDevices()), connections(threeConnections()),
+          rules(rulesOf("block hwid 046d\n"), std::move(rulesPath)),
+          handler(backend, devices, connections, rules, Action::share) {
+        devices.update(backend.scan().devices);
+    }
+
+    json::object ask(ClientId client, CommandCode command, std::string_view request = "{}") {
+        Outcome outcome = handler.handle(client, link::code(command), payload(request));
+        lastEvents = std::move(outcome.events);
+        return outcome.reply;
+    }
+
+    std::string statusOf(ClientId client, CommandCode command, std::string_view request = "{}") {
+        json::object reply = ask(client, command, request);
+        const json::value* status = reply.if_contains("status");
+        return status != nullptr && status->is_string() ? std::string(status->get_string()) : "<no status>";
+    }
+
+    json::array rulesSeenBy(ClientId client) {
+        json::object reply = ask(client, CommandCode::ruleList);
+        EXPECT_FALSE(reply.contains("status")) << "the rule printer takes a status as a failure";
+        return reply["rules"].as_array();
+    }
+
+    FixtureBackend backend;
+    DeviceTable devices;
+    ConnectionTable connections;
+    RuleStore rules;
+    RequestHandler handler;
+    std::vector<Event> lastEvents;
+};
+
+TEST_F(RequestHandlerTest, OneTransactionAtATimeAndOthersSeeTheCommittedSet) {
+    const json::array original = rulesOf("block hwid 046d\n");
+    const json::array replacement = rulesOf("share rdesk\nblock quick built-in\n");
+
+    EXPECT_EQ(statusOf(kAlice, CommandCode::startRuleTransaction), "ok");
+    EXPECT_EQ(statusOf(kBob, CommandCode::startRuleTransaction), kStatusBusy);
+    EXPECT_EQ(statusOf(kBob, CommandCode::loadRuleList, R"({"rules": []})"), kStatusNoTransaction);
+    EXPECT_EQ(statusOf(kBob, CommandCode::endRuleTransaction, R"({"action": "commit"})"), kStatusNoTransaction);
+
+    json::object load;
+    load["rules"] = replacement;
+    EXPECT_EQ(statusOf(kAlice, CommandCode::loadRuleList, json::serialize(load)), "ok");
+    EXPECT_EQ(rulesSeenBy(kAlice), replacement);
+    EXPECT_EQ(rulesSeenBy(kBob), original);
+
+    EXPECT_EQ(statusOf(kAlice, CommandCode::endRuleTransaction, R"({"action": "commit"})"), "ok");
+    EXPECT_EQ(rulesSeenBy(kBob), replacement);
+    EXPECT_EQ(statusOf(kBob, CommandCode::startRuleTransaction), "ok");
+}
+
+TEST_F(RequestHandlerTest, RollbackAndDepartureLeaveTheCommittedSet) {
+    const json::array original = rulesOf("block hwid 046d\n");
+    for (bool byDeparture : {false, true}) {
+        ASSERT_EQ(statusOf(kAlice, CommandCode::startRuleTransaction), "ok");
+        ASSERT_EQ(statusOf(kAlice, CommandCode::loadRuleList, R"({"rules": [{"action": "share"}]})"), "ok");
+        if (byDeparture) {
+            handler.clientLeft(kAlice);
+        } else {
+            EXPECT_EQ(statusOf(kAlice, CommandCode::endRuleTransaction, R"({"action": "rollback"})"), "ok");
+        }
+        EXPECT_EQ(rulesSeenBy(kAlice), original);
+        EXPECT_EQ(statusOf(kBob, CommandCode::startRuleTransaction), "ok");
+        handler.clientLeft(kBob);
+    }
+}
+
+TEST_F(RequestHandlerTest, BadRuleSetIsRefusedByNumberAndChangesNothing) {
+    ASSERT_EQ(statusOf(kAlice, CommandCode::startRuleTransaction), "ok");
+    EXPECT_EQ(statusOf(kAlice, CommandCode::loadRuleList,
+                       R"({"rules": [{"action": "share"}, {"action": "block", "rev": 1}]})"),
+              "invalid rule #2: \"rev\" without \"pid\"");
+    EXPECT_EQ(statusOf(kAlice, CommandCode::loadRuleList, R"({"rules": {}})"),
+              "bad request: \"rules\" must be an array");
+    EXPECT_EQ(rulesSeenBy(kAlice), rulesOf("block hwid 046d\n"));
+}
+
+TEST_F(RequestHandlerTest, InsertedRuleNamesExactlyThatDeviceAtTheTop) {
+    ASSERT_EQ(statusOf(kAlice, CommandCode::startRuleTransaction), "ok");
+    EXPECT_EQ(statusOf(kAlice, CommandCode::insertRuleForDevice, R"({"id": 2, "action": "share"})"), "ok");
+    EXPECT_EQ(statusOf(kAlice, CommandCode::insertRuleForDevice, R"({"id": 1, "action": "block"})"), "ok");
+    EXPECT_EQ(rulesSeenBy(kAlice), rulesOf("block quick hwid 046d:c31c:0110 port 1-1\n"
+                                           "share quick hwid 0781:5567:0100 serial \"S N\" port 1-2\n"
+                                           "block hwid 046d\n"));
+
+    EXPECT_EQ(statusOf(kAlice, CommandCode::insertRuleForDevice, R"({"id": 9, "action": "share"})"), "notfound");
+    EXPECT_EQ(statusOf(kAlice, CommandCode::insertRuleForDevice, R"({"id": 1, "action": "allow"})"),
+              "bad request: \"action\" must be \"share\" or \"block\"");
+    EXPECT_EQ(statusOf(kBob, CommandCode::insertRuleForDevice, R"({"id": 1, "action": "share"})"),
+              kStatusNoTransaction);
+}
+
+TEST_F(RequestHandlerTest, VerdictComesFromTheClientsOwnRules) {
+    EXPECT_EQ(ask(kBob, CommandCode::testRule, R"({"id": 1, "type": "rdesk"})")["verdict"], "block (rule #1)");
+    EXPECT_EQ(ask(kBob, CommandCode::testRule, R"({"id": 2, "type": "net", "addr": "h"})")["verdict"],
+              "share (default)");
+
+    ASSERT_EQ(statusOf(kAlice, CommandCode::startRuleTransaction), "ok");
+    ASSERT_EQ(statusOf(kAlice, CommandCode::loadRuleList, R"({"rules": [{"action": "block", "host": ["h"]}]})"),
+              "ok");
+    EXPECT_EQ(ask(kAlice, CommandCode::testRule, R"({"id": 2, "type": "net", "addr": "h"})")["verdict"],
+              "block (rule #1)");
+    EXPECT_EQ(ask(kBob, CommandCode::testRule, R"({"id": 2, "type": "net", "addr": "h"})")["verdict"],
+              "share (default)");
+
+    EXPECT_EQ(statusOf(kBob, CommandCode::testRule, R"({"id": 5, "type": "rdesk"})"), "notfound");
+    EXPECT_EQ(statusOf(kBob, CommandCode::testRule, R"({"id": 1, "type": "net"})"),
+              "bad request: \"addr\" (a string) is required for a network connection");
+    EXPECT_EQ(statusOf(kBob, CommandCode::testRule, R"({"id": 1, "type": "Net", "addr": "h"})"),
+              "bad request: \"type\" must be \"net\" or \"rdesk\"");
+    EXPECT_EQ(statusOf(kBob, CommandCode::testRule, R"({"id": -1, "type": "rdesk"})"),
+              "bad request: \"id\" must be an integer from 0 to 4294967295");
+}
+
+TEST_F(RequestHandlerTest, DropsConnectionsByHostPortOrProcessWithHostEvents) {
+    EXPECT_EQ(statusOf(kAlice, CommandCode::killConnection, R"({"host": "10.0.0.5", "port": 1001})"), "ok");
+    ASSERT_EQ(lastEvents.size(), 1u);
+    EXPECT_EQ(lastEvents[0].code, CommandCode::hostEvent);
+    EXPECT_EQ(lastEvents[0].payload, payload(R"({"type": "net", "addr": "10.0.0.5", "port": 1001,
+                                                  "state": "dropped"})"));
+
+    EXPECT_EQ(statusOf(kAlice, CommandCode::killConnection, R"({"host": "10.0.0.5"})"), "ok");
+    EXPECT_EQ(lastEvents.size(), 1u);
+    EXPECT_EQ(statusOf(kAlice, CommandCode::killConnection, R"({"host": "10.0.0.5"})"), "notfound");
+    EXPECT_TRUE(lastEvents.empty());
+
+    EXPECT_EQ(statusOf(kAlice, CommandCode::killConnection, R"({"pid": 4243})"), "notfound");
+    EXPECT_EQ(statusOf(kAlice, CommandCode::killConnection, R"({"pid": 4242})"), "ok");
+    ASSERT_EQ(lastEvents.size(), 1u);
+    EXPECT_EQ(lastEvents[0].payload["state"], "killed");
+    EXPECT_EQ(ask(kAlice, CommandCode::connectionList)["connections"], json::array());
+    EXPECT_EQ(statusOf(kAlice, CommandCode::killConnection, R"({"port": 1})"),
+              "bad request: \"host\" (a string) or \"pid\" is required");
+}
+
+TEST_F(RequestHandlerTest, UnplugAnnouncesTheDeviceAndOffersItAgain) {
+    EXPECT_EQ(statusOf(kAlice, CommandCode::disconnectDevice, R"({"id": 2})"), "ok");
+    ASSERT_EQ(lastEvents.size(), 1u);
+    EXPECT_EQ(lastEvents[0].code, CommandCode::deviceEvent);
+    EXPECT_EQ(lastEvents[0].payload,
+              payload(R"({"id": 2, "name": "Stick", "state": "unplugged", "addr": "10.0.0.5"})"));
+    json::object stick = ask(kAlice, CommandCode::deviceList)["devices"].as_array()[1].as_object();
+    EXPECT_EQ(stick["state"], "available");
+    EXPECT_FALSE(stick.contains("addr"));
+
+    EXPECT_EQ(statusOf(kAlice, CommandCode::disconnectDevice, R"({"id": 3})"), "notfound");
+    EXPECT_EQ(statusOf(kAlice, CommandCode::disconnectDevice), "bad request: \"id\" must be an integer from 0 to 4294967295");
+}
+
+TEST_F(RequestHandlerTest, UnknownCommandsGetAStatus) {
+    for (std::uint32_t command : {4u, 5u, 12u, 0xffffffffu}) {
+        Outcome outcome = handler.handle(kAlice, command, {});
+        EXPECT_EQ(outcome.reply["status"], json::value(kStatusUnknownCommand)) << command;
+    }
+}
+
+class CommitFailureTest : public RequestHandlerTest {
+protected:
+    CommitFailureTest() : RequestHandlerTest("/nonexistent-halvod-test-folder/rules") {}
+};
+
+TEST_F(CommitFailureTest, FailedSaveKeepsTheTransactionOpen) {
+    ASSERT_EQ(statusOf(kAlice, CommandCode::startRuleTransaction), "ok");
+    ASSERT_EQ(statusOf(kAlice, CommandCode::loadRuleList, R"({"rules": [{"action": "share"}]})"), "ok");
+    std::string commit = statusOf(kAlice, CommandCode::endRuleTransaction, R"({"action": "commit"})");
+    EXPECT_TRUE(commit.starts_with("cannot save the rules: ")) << commit;
+    EXPECT_EQ(rulesSeenBy(kBob), rulesOf("block hwid 046d\n"));
+    EXPECT_EQ(rulesSeenBy(kAlice), rulesOf("share\n"));
+    EXPECT_EQ(statusOf(kAlice, CommandCode::endRuleTransaction, R"({"action": "rollback"})"), "ok");
+}
+
+} // namespace
+} // namespace halvo::daemon

@@ -1,0 +1,54 @@
+// The daemon's listening socket and its clients.  Everything runs on the one
+// thread that runs the io_context, so the tables need no locks.
+#pragma once
+
+#include "daemon/core/event.h"
+#include "daemon/control/request_handler.h"
+#include "daemon/control/session.h"
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/steady_timer.hpp>
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace halvo::daemon {
+
+class Server final : public SessionHost {
+public:
+    // Clients beyond this many are turned away at once, so that a flood of
+    // connections cannot use up the daemon's descriptors.
+    static constexpr std::size_t kMaxClients = 512;
+
+    Server(boost::asio::io_context& io, RequestHandler& handler);
+
+    // Binds and starts accepting; the reason on failure.
+    std::optional<std::string> listen(const boost::asio::ip::tcp::endpoint& endpoint);
+    boost::asio::ip::tcp::endpoint localEndpoint() const;
+
+    // Pushes the event to every client.
+    void broadcast(const Event& event);
+
+    // Stops accepting and ends every session.
+    void stop();
+
+    std::size_t clientCount() const { return sessions_.size(); }
+
+    void packetReceived(Session& session, std::uint32_t command, boost::json::object payload) override;
+    void sessionEnded(Session& session) override;
+
+private:
+    void accept();
+
+    RequestHandler& handler_;
+    boost::asio::ip::tcp::acceptor acceptor_;
+    boost::asio::steady_timer acceptRetry_;
+    std::map<std::uint64_t, std::shared_ptr<Session>> sessions_;
+    std::uint64_t nextClientId_ = 1;
+};
+
+} // namespace halvo::daemon

@@ -1,0 +1,182 @@
+#include "daemon/control/server.h"
+
+#include "tests/support/daemon_harness.h"
+#include "daemon/platform/fixture_backend.h"
+
+#include <boost/asio/post.hpp>
+#include <boost/json/parse.hpp>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+namespace halvo::daemon {
+namespace {
+
+namespace asio = boost::asio;
+namespace json = boost::json;
+using link::CommandCode;
+using testkit::TestClient;
+
+std::vector<Device> fixtureDevices() {
+    auto parsed = parseDeviceFixture(json::parse(R"({"devices": [
+        {"vid": 1, "pid": 2, "rev": 3, "port": "1-1", "name": "One"},
+        {"vid": 4, "pid": 5, "rev": 6, "port": "1-2", "name": "Two", "built-in": true}]})").as_object());
+    return std::get<std::vector<Device>>(parsed);
+}
+
+std::string header(std::uint32_t command, std::uint32_t size) {
+    link::HeaderBytes bytes = link::encodeHeader({command, size});
+    return std::string(bytes.begin(), bytes.end());
+}
+
+// A server on an ephemeral loopback port, run on a thread of its own; the
+// test talks to it through sockets only.
+class ServerTest : public ::testing::Test {
+protected:
+    ServerTest()
+        : backend(fixtureDevices()), rules(json::array(), std::nullopt),
+          handler(backend, devices, connections, rules, Action::block), server(io, handler) {
+        devices.update(backend.scan().devices);
+    }
+
+    void SetUp() override {
+        ASSERT_EQ(server.listen({asio::ip::address_v4::loopback(), 0}), std::nullopt);
+        port = server.localEndpoint().port();
+        runner = std::thread([this] { io.run(); });
+    }
+
+    void TearDown() override {
+        asio::post(io, [this] {
+            server.stop();
+            io.stop();
+        });
+        if (runner.joinable()) {
+            runner.join();
+        }
+    }
+
+    FixtureBackend backend;
+    DeviceTable devices;
+    ConnectionTable connections;
+    RuleStore rules;
+    RequestHandler handler;
+    asio::io_context io;
+    Server server;
+    std::thread runner;
+    std::uint16_t port = 0;
+};
+
+TEST_F(ServerTest, ServesManyClientsAtOnce) {
+    constexpr int kClients = 32;
+    constexpr int kRounds = 10;
+    std::atomic<int> good{0};
+    std::vector<std::thread> clients;
+    for (int index = 0; index < kClients; ++index) {
+        clients.emplace_back([&] {
+            TestClient client(port);
+            for (int round = 0; round < kRounds; ++round) {
+                auto list = client.request(CommandCode::deviceList);
+                json::object test;
+                test["id"] = 2;
+                test["type"] = "rdesk";
+                auto verdict = client.request(CommandCode::testRule, test);
+                if (list && (*list)["devices"].as_array().size() == 2 && verdict &&
+                    (*verdict)["verdict"] == "block (default)") {
+                    ++good;
+                }
+            }
+        });
+    }
+    for (std::thread& client : clients) {
+        client.join();
+    }
+    EXPECT_EQ(good, kClients * kRounds);
+}
+
+TEST_F(ServerTest, HostileClientIsDroppedWithoutDisturbingOthers) {
+    TestClient bystander(port);
+    ASSERT_EQ((*bystander.request(CommandCode::startRuleTransaction))["status"], "ok");
+
+    const std::pair<const char*, std::string> kBadPackets[] = {
+        {"payload above 100 MiB", header(0, link::kMaxPayloadSize + 1)},
+        {"payload size 0xffffffff", header(0, 0xffffffffu)},
+        {"payload not JSON", header(0, 3) + "{x}"},
+        {"payload a JSON array", header(0, 2) + "[]"},
+        {"payload JSON with trailing bytes", header(0, 4) + "{} x"},
+    };
+    for (const auto& [what, bytes] : kBadPackets) {
+        TestClient hostile(port);
+        ASSERT_TRUE(hostile.sendRaw(bytes)) << what;
+        EXPECT_TRUE(hostile.closedByPeer()) << what;
+        auto reply = bystander.request(CommandCode::deviceList);
+        ASSERT_TRUE(reply) << what;
+        EXPECT_EQ((*reply)["devices"].as_array().size(), 2u) << what;
+    }
+    // Clients that give up halfway through a packet.
+    for (std::string partial : {header(0, 8).substr(0, 5), header(0, link::kMaxPayloadSize) + "{\"a\""}) {
+        TestClient quitter(port);
+        ASSERT_TRUE(quitter.sendRaw(partial));
+    }
+    // The bystander still holds its transaction: nobody else may start one.
+    TestClient latecomer(port);
+    EXPECT_EQ((*latecomer.request(CommandCode::startRuleTransaction))["status"], json::value(kStatusBusy));
+    EXPECT_EQ((*bystander.request(CommandCode::endRuleTransaction, json::parse(R"({"action":"rollback"})").as_object()))
+                  ["status"],
+              "ok");
+}
+
+TEST_F(ServerTest, PacketsMayArriveSplitOrBatched) {
+    TestClient client(port);
+    std::string list = link::encodePacket(link::code(CommandCode::deviceList));
+    std::string test = link::encodePacket(link::code(CommandCode::testRule),
+                                          json::parse(R"({"id": 1, "type": "rdesk"})").as_object());
+    for (char byte : test) {
+        ASSERT_TRUE(client.sendRaw(std::string_view(&byte, 1)));
+    }
+    ASSERT_TRUE(client.sendRaw(list + test));
+    const CommandCode kExpected[] = {CommandCode::testRule, CommandCode::deviceList, CommandCode::testRule};
+    for (CommandCode expected : kExpected) {
+        auto packet = client.receive();
+        ASSERT_TRUE(packet);
+        EXPECT_EQ(packet->command, link::code(expected));
+    }
+}
+
+TEST_F(ServerTest, EventsReachEveryClient) {
+    TestClient actor(port);
+    TestClient watcher(port);
+    ASSERT_TRUE(watcher.request(CommandCode::deviceList)); // the server has seen it connect
+
+    auto reply = actor.request(CommandCode::disconnectDevice, json::parse(R"({"id": 1})").as_object());
+    ASSERT_TRUE(reply);
+    EXPECT_EQ((*reply)["status"], "ok");
+    for (TestClient* client : {&actor, &watcher}) {
+        auto event = client->receive();
+        ASSERT_TRUE(event);
+        EXPECT_EQ(event->command, link::code(CommandCode::deviceEvent));
+        EXPECT_EQ(event->payload, json::parse(R"({"id": 1, "name": "One", "state": "unplugged"})"));
+    }
+}
+
+TEST_F(ServerTest, ClientThatLeavesMidTransactionIsRolledBack) {
+    {
+        TestClient leaver(port);
+        ASSERT_EQ((*leaver.request(CommandCode::startRuleTransaction))["status"], "ok");
+        ASSERT_EQ((*leaver.request(CommandCode::loadRuleList,
+                                   json::parse(R"({"rules": [{"action": "share"}]})").as_object()))["status"],
+                  "ok");
+    }
+    TestClient next(port);
+    json::value status;
+    for (int attempt = 0; attempt < 100 && status != "ok"; ++attempt) {
+        status = (*next.request(CommandCode::startRuleTransaction))["status"];
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    EXPECT_EQ(status, "ok");
+    EXPECT_EQ((*next.request(CommandCode::ruleList))["rules"], json::array());
+}
+
+} // namespace
+} // namespace halvo::daemon

@@ -1,0 +1,152 @@
+#include "daemon/core/connection_table.h"
+
+#include "util/json_file.h"
+#include "daemon/core/json_integer.h"
+
+#include <algorithm>
+
+namespace halvo::daemon {
+
+namespace json = boost::json;
+
+namespace {
+
+std::optional<std::string> readText(const json::object& record, std::string_view key, std::string& out) {
+    const json::value* value = record.if_contains(key);
+    if (value == nullptr || !value->is_string()) {
+        return "\"" + std::string(key) + "\" must be a string";
+    }
+    out = std::string(value->get_string());
+    return std::nullopt;
+}
+
+std::optional<std::string> readConnection(const json::object& record, Connection& connection) {
+    const json::value* type = record.if_contains("type");
+    if (type != nullptr && *type == "net") {
+        connection.kind = Connection::Kind::network;
+        auto port = getBoundedInteger(record, "port", kMaxU16);
+        if (!port) {
+            return std::string("\"port\" must be an integer from 0 to 65535");
+        }
+        connection.port = static_cast<std::uint16_t>(*port);
+        return readText(record, "addr", connection.addr);
+    }
+    if (type != nullptr && *type == "rdesk") {
+        connection.kind = Connection::Kind::remoteDesktop;
+        auto pid = getBoundedInteger(record, "pid", kMaxU32);
+        if (!pid) {
+            return std::string("\"pid\" must be an integer from 0 to 4294967295");
+        }
+        connection.pid = static_cast<std::uint32_t>(*pid);
+        return readText(record, "app", connection.app);
+    }
+    return std::string("\"type\" must be \"net\" or \"rdesk\"");
+}
+
+json::object toListRecord(const Connection& connection) {
+    json::object record;
+    if (connection.kind == Connection::Kind::network) {
+        record["type"] = "net";
+        record["addr"] = connection.addr;
+        record["port"] = connection.port;
+    } else {
+        record["type"] = "rdesk";
+        record["app"] = connection.app;
+        record["pid"] = connection.pid;
+    }
+    return record;
+}
+
+// Host events name a peer by address and port; a remote-desktop session is
+// named by its application and process id in those places.
+Event hostEvent(const Connection& connection, std::string_view state) {
+    json::object payload;
+    if (connection.kind == Connection::Kind::network) {
+        payload["type"] = "net";
+        payload["addr"] = connection.addr;
+        payload["port"] = connection.port;
+    } else {
+        payload["type"] = "rdesk";
+        payload["addr"] = connection.app;
+        payload["port"] = connection.pid;
+    }
+    payload["state"] = state;
+    return Event{link::CommandCode::hostEvent, std::move(payload)};
+}
+
+} // namespace
+
+std::variant<std::vector<Connection>, std::string> parseConnectionFixture(const json::object& document) {
+    const json::value* list = document.if_contains("connections");
+    if (list == nullptr || !list->is_array()) {
+        return std::string("\"connections\" must be an array");
+    }
+    std::vector<Connection> connections;
+    std::size_t number = 0;
+    for (const json::value& element : list->get_array()) {
+        ++number;
+        const std::string where = "connection #" + std::to_string(number) + ": ";
+        if (!element.is_object()) {
+            return where + "not an object";
+        }
+        Connection connection;
+        if (auto error = readConnection(element.get_object(), connection)) {
+            return where + *error;
+        }
+        connections.push_back(std::move(connection));
+    }
+    return connections;
+}
+
+ConnectionTable::ConnectionTable(std::vector<Connection> connections)
+    : connections_(std::move(connections)) {}
+
+std::variant<ConnectionTable, std::string> ConnectionTable::fromFile(const std::string& path) {
+    auto document = util::readJsonObjectFile(path);
+    if (auto* error = std::get_if<std::string>(&document)) {
+        return *error;
+    }
+    auto connections = parseConnectionFixture(std::get<json::object>(document));
+    if (auto* error = std::get_if<std::string>(&connections)) {
+        return path + ": " + *error;
+    }
+    return ConnectionTable(std::get<std::vector<Connection>>(std::move(connections)));
+}
+
+json::object ConnectionTable::listReply() const {
+    json::array list;
+    list.reserve(connections_.size());
+    for (const Connection& connection : connections_) {
+        list.push_back(toListRecord(connection));
+    }
+    json::object reply;
+    reply["connections"] = std::move(list);
+    return reply;
+}
+
+std::vector<Event> ConnectionTable::dropHost(std::string_view host, std::optional<std::uint16_t> port) {
+    std::vector<Event> events;
+    std::erase_if(connections_, [&](const Connection& connection) {
+        bool matches = connection.kind == Connection::Kind::network && connection.addr == host &&
+                       (!port || connection.port == *port);
+        if (matches) {
+            events.push_back(hostEvent(connection, "dropped"));
+        }
+        return matches;
+    });
+    return events;
+}
+
+std::vector<Event> ConnectionTable::killProcess(std::uint32_t pid) {
+    std::vector<Event> events;
+    std::erase_if(connections_, [&](const Connection& connection) {
+        bool matches = connection.kind == Connection::Kind::remoteDesktop && connection.pid == pid;
+        if (matches) {
+            events.push_back(hostEvent(connection, "killed"));
+        }
+        return matches;
+    });
+    return events;
+}
+
+} // namespace halvo::daemon

@@ -1,0 +1,148 @@
+#include "daemon/platform/fixture_backend.h"
+
+#include "util/json_file.h"
+#include "daemon/core/json_integer.h"
+
+#include <algorithm>
+#include <array>
+
+namespace halvo::daemon {
+
+namespace json = boost::json;
+
+namespace {
+
+constexpr std::string_view kDefaultState = "available";
+
+constexpr std::array<std::string_view, 12> kKnownKeys = {
+    "vid",  "pid",   "rev",  "port",  "name",     "built-in",
+    "serial", "state", "addr", "class", "subclass", "protocol",
+};
+
+// Reads one device object; an error text names the key at fault.
+class DeviceReader {
+public:
+    explicit DeviceReader(const json::object& record) : record_(record) {}
+
+    std::optional<std::string> read(Device& device) {
+        for (const auto& member : record_) {
+            if (std::find(kKnownKeys.begin(), kKnownKeys.end(), member.key()) == kKnownKeys.end()) {
+                return "unknown key \"" + std::string(member.key()) + "\"";
+            }
+        }
+        readNumber("vid", kMaxU16, true, device.vid);
+        readNumber("pid", kMaxU16, true, device.pid);
+        readNumber("rev", kMaxU16, true, device.rev);
+        readNumber("class", kMaxU8, false, device.deviceClass);
+        readNumber("subclass", kMaxU8, false, device.subclass);
+        readNumber("protocol", kMaxU8, false, device.protocol);
+        readText("port", true, device.port);
+        readText("name", true, device.name);
+        readText("serial", false, device.serial);
+        device.state = std::string(kDefaultState);
+        readText("state", false, device.state);
+        std::string addr;
+        if (readText("addr", false, addr)) {
+            device.addr = addr;
+        }
+        if (const json::value* builtIn = record_.if_contains("built-in")) {
+            if (!builtIn->is_bool()) {
+                fail("\"built-in\" must be true or false");
+            } else {
+                device.builtIn = builtIn->get_bool();
+            }
+        }
+        return error_;
+    }
+
+private:
+    template <typename Number>
+    void readNumber(std::string_view key, std::uint64_t max, bool required, Number& out) {
+        const json::value* value = record_.if_contains(key);
+        if (value == nullptr) {
+            if (required) {
+                fail("\"" + std::string(key) + "\" is missing");
+            }
+            return;
+        }
+        auto number = toBoundedInteger(*value, max);
+        if (!number) {
+            fail("\"" + std::string(key) + "\" must be an integer from 0 to " + std::to_string(max));
+            return;
+        }
+        out = static_cast<Number>(*number);
+    }
+
+    bool readText(std::string_view key, bool required, std::string& out) {
+        const json::value* value = record_.if_contains(key);
+        if (value == nullptr) {
+            if (required) {
+                fail("\"" + std::string(key) + "\" is missing");
+            }
+            return false;
+        }
+        if (!value->is_string()) {
+            fail("\"" + std::string(key) + "\" must be a string");
+            return false;
+        }
+        out = std::string(value->get_string());
+        return true;
+    }
+
+    void fail(std::string reason) {
+        if (!error_) {
+            error_ = std::move(reason);
+        }
+    }
+
+    const json::object& record_;
+    std::optional<std::string> error_;
+};
+
+} // namespace
+
+std::variant<std::vector<Device>, std::string> parseDeviceFixture(const json::object& document) {
+    const json::value* list = document.if_contains("devices");
+    if (list == nullptr || !list->is_array()) {
+        return std::string("\"devices\" must be an array");
+    }
+    std::vector<Device> devices;
+    std::size_t number = 0;
+    for (const json::value& element : list->get_array()) {
+        ++number;
+        const std::string where = "device #" + std::to_string(number) + ": ";
+        if (!element.is_object()) {
+            return where + "not an object";
+        }
+        Device device;
+        if (auto error = DeviceReader(element.get_object()).read(device)) {
+            return where + *error;
+        }
+        devices.push_back(std::move(device));
+    }
+    return devices;
+}
+
+FixtureBackend::FixtureBackend(std::vector<Device> devices) : devices_(std::move(devices)) {}
+
+std::variant<std::unique_ptr<FixtureBackend>, std::string> FixtureBackend::fromFile(const std::string& path) {
+    auto document = util::readJsonObjectFile(path);
+    if (auto* error = std::get_if<std::string>(&document)) {
+        return *error;
+    }
+    auto devices = parseDeviceFixture(std::get<json::object>(document));
+    if (auto* error = std::get_if<std::string>(&devices)) {
+        return path + ": " + *error;
+    }
+    return std::make_unique<FixtureBackend>(std::get<std::vector<Device>>(std::move(devices)));
+}
+
+ScanResult FixtureBackend::scan() {
+    return ScanResult{devices_, {}};
+}
+
+std::optional<std::string> FixtureBackend::unplug(const Device&) {
+    return std::nullopt;
+}
+
+} // namespace halvo::daemon

@@ -1,0 +1,69 @@
+#include "daemon/platform/fixture_backend.h"
+
+#include "daemon/core/connection_table.h"
+
+#include <boost/json/parse.hpp>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+namespace halvo::daemon {
+namespace {
+
+namespace json = boost::json;
+
+TEST(FixtureBackendTest, DemoFixtureHasTheDevicesTheDemoShows) {
+    auto backend = FixtureBackend::fromFile(std::string(HALVOD_DEMO_DIR) + "/devices.json");
+    ASSERT_EQ(backend.index(), 0u) << std::get<std::string>(backend);
+    std::vector<Device> devices = std::get<0>(backend)->scan().devices;
+    ASSERT_GE(devices.size(), 4u);
+    auto has = [&](auto predicate) { return std::any_of(devices.begin(), devices.end(), predicate); };
+    EXPECT_TRUE(has([](const Device& device) { return device.builtIn; }));
+    EXPECT_TRUE(has([](const Device& device) { return !device.serial.empty(); }));
+    EXPECT_TRUE(has([](const Device& device) { return device.addr.has_value(); }));
+
+    auto connections = ConnectionTable::fromFile(std::string(HALVOD_DEMO_DIR) + "/connections.json");
+    ASSERT_EQ(connections.index(), 0u) << std::get<std::string>(connections);
+}
+
+TEST(FixtureBackendTest, FaultsNameTheDeviceAndTheKey) {
+    const std::pair<const char*, const char*> kCases[] = {
+        {R"({})", R"("devices" must be an array)"},
+        {R"({"devices": [1]})", "device #1: not an object"},
+        {R"({"devices": [{"vid": 1, "pid": 2, "rev": 3, "port": "1", "name": "a"}, {"pid": 2}]})",
+         R"(device #2: "vid" is missing)"},
+        {R"({"devices": [{"vid": 65536, "pid": 2, "rev": 3, "port": "1", "name": "a"}]})",
+         R"(device #1: "vid" must be an integer from 0 to 65535)"},
+        {R"({"devices": [{"vid": 1, "pid": 2, "rev": 3, "port": "1", "name": "a", "class": 256}]})",
+         R"(device #1: "class" must be an integer from 0 to 255)"},
+        {R"({"devices": [{"vid": 1, "pid": 2, "rev": 3, "port": 1, "name": "a"}]})",
+         R"(device #1: "port" must be a string)"},
+        {R"({"devices": [{"vid": 1, "pid": 2, "rev": 3, "port": "1", "name": "a", "built-in": 1}]})",
+         R"(device #1: "built-in" must be true or false)"},
+        {R"({"devices": [{"id": 4, "vid": 1, "pid": 2, "rev": 3, "port": "1", "name": "a"}]})",
+         R"(device #1: unknown key "id")"},
+    };
+    for (const auto& [fixture, fault] : kCases) {
+        auto parsed = parseDeviceFixture(json::parse(fixture).as_object());
+        ASSERT_EQ(parsed.index(), 1u) << fixture;
+        EXPECT_EQ(std::get<std::string>(parsed), fault) << fixture;
+    }
+}
+
+TEST(FixtureBackendTest, ConnectionFaultsNameTheConnection) {
+    const std::pair<const char*, const char*> kCases[] = {
+        {R"({"connections": [{"type": "net", "addr": "a"}]})",
+         R"(connection #1: "port" must be an integer from 0 to 65535)"},
+        {R"({"connections": [{"type": "rdesk", "pid": 1}]})", R"(connection #1: "app" must be a string)"},
+        {R"({"connections": [{"type": "usb"}]})", R"(connection #1: "type" must be "net" or "rdesk")"},
+    };
+    for (const auto& [fixture, fault] : kCases) {
+        auto parsed = parseConnectionFixture(json::parse(fixture).as_object());
+        ASSERT_EQ(parsed.index(), 1u) << fixture;
+        EXPECT_EQ(std::get<std::string>(parsed), fault) << fixture;
+    }
+}
+
+} // namespace
+} // namespace halvo::daemon

@@ -1,0 +1,165 @@
+#include "daemon/platform/sysfs_backend.h"
+
+#include "tests/support/daemon_harness.h"
+#include "daemon/core/device_table.h"
+#include "daemon/core/device_watcher.h"
+
+#include <boost/asio/io_context.hpp>
+#include <boost/json/parse.hpp>
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <thread>
+
+namespace halvo::daemon {
+namespace {
+
+namespace fs = std::filesystem;
+namespace json = boost::json;
+using testkit::TempDir;
+using testkit::writeFile;
+
+using testkit::addSysfsEntry;
+
+// A bus with a root hub, a keyboard (class per interface), a storage stick
+// with a serial, an external hub, a built-in camera without a product name
+// and a device whose authorisation was withdrawn.
+void addSampleBus(const fs::path& root) {
+    addSysfsEntry(root / "usb1", {{"idVendor", "1d6b"}, {"idProduct", "0002"}, {"bDeviceClass", "09"}});
+    addSysfsEntry(root / "1-1", {{"idVendor", "046d"}, {"idProduct", "c31c"}, {"bcdDevice", "0110"},
+                            {"bDeviceClass", "00"}, {"product", "USB Keyboard"}, {"manufacturer", "Logitech"},
+                            {"removable", "removable"}, {"authorized", "1"}});
+    addSysfsEntry(root / "1-1" / "1-1:1.1", {{"bInterfaceClass", "03"}, {"bInterfaceSubClass", "00"}});
+    addSysfsEntry(root / "1-1" / "1-1:1.0",
+             {{"bInterfaceClass", "03"}, {"bInterfaceSubClass", "01"}, {"bInterfaceProtocol", "01"}});
+    addSysfsEntry(root / "1-1:1.0", {{"bInterfaceClass", "03"}});
+    addSysfsEntry(root / "1-2.3", {{"idVendor", "0781"}, {"idProduct", "5567"}, {"bcdDevice", "0100"},
+                              {"bDeviceClass", "00"}, {"product", "Cruzer Blade"}, {"serial", "4C5300"},
+                              {"removable", "unknown"}});
+    addSysfsEntry(root / "1-2", {{"idVendor", "05e3"}, {"idProduct", "0610"}, {"bDeviceClass", "09"}});
+    addSysfsEntry(root / "1-4", {{"idVendor", "04f2"}, {"idProduct", "b6d9"}, {"bcdDevice", "5626"},
+                            {"bDeviceClass", "ef"}, {"bDeviceSubClass", "02"}, {"bDeviceProtocol", "01"},
+                            {"manufacturer", "Chicony"}, {"removable", "fixed"}});
+    addSysfsEntry(root / "2-1", {{"idVendor", "0403"}, {"idProduct", "6001"}, {"authorized", "0"}});
+}
+
+json::array listOf(const std::vector<Device>& devices) {
+    json::array list;
+    for (const Device& device : devices) {
+        list.push_back(toListRecord(device));
+    }
+    return list;
+}
+
+TEST(SysfsBackendTest, ReadsDevicesAndLeavesOutHubsAndInterfaces) {
+    TempDir root;
+    addSampleBus(root.path());
+    ScanResult scan = SysfsBackend(root.path()).scan();
+    ASSERT_EQ(scan.error, "");
+    EXPECT_EQ(listOf(scan.devices), json::parse(R"([
+        {"id": 0, "vid": 1133, "pid": 49948, "rev": 272, "port": "1-1", "built-in": false,
+         "name": "USB Keyboard", "serial": "", "state": "available", "class": 3, "subclass": 1, "protocol": 1},
+        {"id": 0, "vid": 1921, "pid": 21863, "rev": 256, "port": "1-2.3", "built-in": false,
+         "name": "Cruzer Blade", "serial": "4C5300", "state": "available", "class": 0, "subclass": 0, "protocol": 0},
+        {"id": 0, "vid": 1266, "pid": 46809, "rev": 22054, "port": "1-4", "built-in": true,
+         "name": "Chicony", "serial": "", "state": "available", "class": 239, "subclass": 2, "protocol": 1},
+        {"id": 0, "vid": 1027, "pid": 24577, "rev": 0, "port": "2-1", "built-in": false,
+         "name": "USB device", "serial": "", "state": "unauthorized", "class": 0, "subclass": 0, "protocol": 0}
+    ])"));
+}
+
+// A bus folder watched the way halvod watches it, rescanned on demand.
+struct WatchedBus {
+    explicit WatchedBus(const fs::path& root)
+        : backend(root), watcher(io, backend, table, std::chrono::milliseconds(1000),
+                                 [this](const Event& event) { events.push_back(event); }) {}
+
+    SysfsBackend backend;
+    DeviceTable table;
+    std::vector<Event> events;
+    boost::asio::io_context io;
+    DeviceWatcher watcher;
+};
+
+TEST(SysfsBackendTest, HotplugBecomesDeviceEventsAndIdsStay) {
+    TempDir root;
+    addSampleBus(root.path());
+    WatchedBus bus(root.path());
+    auto& [backend, table, events, io, watcher] = bus;
+    watcher.rescan();
+    EXPECT_EQ(events.size(), 4u);
+    const std::uint32_t stickId = table.devices()[1].id;
+
+    events.clear();
+    fs::remove_all(root / "1-2.3");
+    addSysfsEntry(root / "1-5", {{"idVendor", "1050"}, {"idProduct", "0407"}, {"product", "YubiKey"}});
+    writeFile(root / "2-1" / "authorized", "1\n");
+    watcher.rescan();
+    ASSERT_EQ(events.size(), 3u);
+    EXPECT_EQ(events[0].payload, json::parse(R"({"id": 2, "name": "Cruzer Blade", "state": "unplugged"})"));
+    EXPECT_EQ(events[1].payload, json::parse(R"({"id": 5, "name": "YubiKey", "state": "plugged"})"));
+    EXPECT_EQ(events[2].payload, json::parse(R"({"id": 4, "name": "USB device", "state": "available"})"));
+    EXPECT_EQ(table.find(stickId), nullptr);
+    ASSERT_NE(table.find(5), nullptr);
+    EXPECT_EQ(table.find(5)->port, "1-5");
+
+    // The same stick plugged in again is a new device with a new id.
+    events.clear();
+    addSysfsEntry(root / "1-2.3", {{"idVendor", "0781"}, {"idProduct", "5567"}, {"product", "Cruzer Blade"}});
+    watcher.rescan();
+    ASSERT_EQ(events.size(), 1u);
+    EXPECT_EQ(events[0].payload["id"], 6);
+}
+
+TEST(SysfsBackendTest, UnreadableBusChangesNothing) {
+    TempDir root;
+    addSampleBus(root / "bus");
+    WatchedBus bus(root / "bus");
+    auto& [backend, table, events, io, watcher] = bus;
+    watcher.rescan();
+    ASSERT_EQ(table.devices().size(), 4u);
+    events.clear();
+    fs::rename(root / "bus", root / "gone");
+    watcher.rescan();
+    EXPECT_TRUE(events.empty());
+    EXPECT_EQ(table.devices().size(), 4u);
+    EXPECT_NE(backend.scan().error, "");
+}
+
+TEST(SysfsBackendTest, UnplugWithdrawsAuthorisationThenGrantsIt) {
+    TempDir root;
+    addSysfsEntry(root / "1-1", {{"idVendor", "046d"}, {"idProduct", "c31c"}});
+    // A FIFO instead of the attribute records every write in order.
+    ASSERT_EQ(::mkfifo((root / "1-1" / "authorized").c_str(), 0600), 0);
+    std::string written;
+    std::thread kernel([&] {
+        // Both writes may come within one opening of the FIFO, or one each.
+        while (written.size() < 2) {
+            int fd = ::open((root / "1-1" / "authorized").c_str(), O_RDONLY);
+            char buffer[16];
+            ssize_t got = 0;
+            while ((got = ::read(fd, buffer, sizeof buffer)) > 0) {
+                written.append(buffer, static_cast<std::size_t>(got));
+            }
+            ::close(fd);
+        }
+    });
+    Device device;
+    device.port = "1-1";
+    EXPECT_EQ(SysfsBackend(root.path()).unplug(device), std::nullopt);
+    kernel.join();
+    EXPECT_EQ(written, "01");
+
+    device.port = "1-9";
+    auto error = SysfsBackend(root.path()).unplug(device);
+    ASSERT_TRUE(error);
+    EXPECT_EQ(*error, (root / "1-9" / "authorized").string() + ": No such file or directory");
+}
+
+} // namespace
+} // namespace halvo::daemon

@@ -1,0 +1,154 @@
+#include "daemon/service/options.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+
+namespace halvo::daemon {
+
+namespace asio = boost::asio;
+
+namespace {
+
+constexpr std::uint64_t kMaxRescanMs = 3600000;
+
+template <typename Number>
+std::optional<Number> parseDecimal(std::string_view text, Number min, Number max) {
+    Number number = 0;
+    auto [rest, error] = std::from_chars(text.data(), text.data() + text.size(), number, 10);
+    if (text.empty() || error != std::errc() || rest != text.data() + text.size() || number < min ||
+        number > max) {
+        return std::nullopt;
+    }
+    return number;
+}
+
+// Applies one option's value; the problem when the value is refused.
+using Setter = std::optional<std::string> (*)(Options& options, std::string_view value);
+
+struct KnownOption {
+    std::string_view name;
+    bool takesValue;
+    Setter apply;
+};
+
+std::optional<std::string> setListen(Options& options, std::string_view value) {
+    auto endpoint = parseEndpoint(value);
+    if (!endpoint) {
+        return "--listen wants ADDR:PORT, not \"" + std::string(value) + "\"";
+    }
+    options.listen = *endpoint;
+    return std::nullopt;
+}
+
+std::optional<std::string> setDefault(Options& options, std::string_view value) {
+    auto action = parseAction(value);
+    if (!action) {
+        return std::string("--default wants share or block");
+    }
+    options.defaultAction = *action;
+    return std::nullopt;
+}
+
+std::optional<std::string> setRescan(Options& options, std::string_view value) {
+    auto ms = parseDecimal<std::uint64_t>(value, 1, kMaxRescanMs);
+    if (!ms) {
+        return "--rescan-ms wants a number of milliseconds from 1 to " + std::to_string(kMaxRescanMs);
+    }
+    options.rescanPeriod = std::chrono::milliseconds(*ms);
+    return std::nullopt;
+}
+
+constexpr std::array<KnownOption, 8> kOptions = {{
+    {"--listen", true, setListen},
+    {"--allow-remote", false,
+     [](Options& o, std::string_view) -> std::optional<std::string> { o.allowRemote = true; return std::nullopt; }},
+    {"--sysfs", true,
+     [](Options& o, std::string_view v) -> std::optional<std::string> { o.sysfsRoot = v; return std::nullopt; }},
+    {"--devices", true,
+     [](Options& o, std::string_view v) -> std::optional<std::string> { o.deviceFixture = std::string(v); return std::nullopt; }},
+    {"--connections", true,
+     [](Options& o, std::string_view v) -> std::optional<std::string> { o.connectionFixture = std::string(v); return std::nullopt; }},
+    {"--rules", true,
+     [](Options& o, std::string_view v) -> std::optional<std::string> { o.rulesPath = std::string(v); return std::nullopt; }},
+    {"--default", true, setDefault},
+    {"--rescan-ms", true, setRescan},
+}};
+
+} // namespace
+
+std::optional<asio::ip::tcp::endpoint> parseEndpoint(std::string_view text) {
+    std::size_t colon = text.rfind(':');
+    if (colon == std::string_view::npos) {
+        return std::nullopt;
+    }
+    std::string_view host = text.substr(0, colon);
+    if (host.size() >= 2 && host.front() == '[' && host.back() == ']') {
+        host = host.substr(1, host.size() - 2);
+    }
+    auto port = parseDecimal<std::uint16_t>(text.substr(colon + 1), 0, 65535);
+    boost::system::error_code error;
+    asio::ip::address address = asio::ip::make_address(std::string(host), error);
+    if (!port || error) {
+        return std::nullopt;
+    }
+    return asio::ip::tcp::endpoint(address, *port);
+}
+
+std::variant<Options, HelpRequested, std::string> parseOptions(std::span<const char* const> arguments) {
+    Options options;
+    bool sysfsGiven = false;
+    for (std::size_t index = 0; index < arguments.size(); ++index) {
+        std::string_view argument = arguments[index];
+        if (argument == "-h" || argument == "--help") {
+            return HelpRequested{};
+        }
+        std::string_view name = argument.substr(0, argument.find('='));
+        auto option = std::find_if(kOptions.begin(), kOptions.end(),
+                                 [&](const KnownOption& known) { return known.name == name; });
+        if (option == kOptions.end()) {
+            return "unknown option \"" + std::string(argument) + "\"";
+        }
+        std::string_view value;
+        if (name.size() < argument.size()) {
+            if (!option->takesValue) {
+                return std::string(name) + " takes no value";
+            }
+            value = argument.substr(name.size() + 1);
+        } else if (option->takesValue) {
+            if (index + 1 == arguments.size()) {
+                return std::string(name) + " needs a value";
+            }
+            value = arguments[++index];
+        }
+        if (auto problem = option->apply(options, value)) {
+            return *problem;
+        }
+        sysfsGiven = sysfsGiven || name == "--sysfs";
+    }
+    if (sysfsGiven && options.deviceFixture) {
+        return std::string("--sysfs and --devices exclude each other");
+    }
+    if (!options.allowRemote && !options.listen.address().is_loopback()) {
+        return "refusing to listen on " + options.listen.address().to_string() +
+               ": the protocol has no authentication (add --allow-remote to do it anyway)";
+    }
+    return options;
+}
+
+void printUsage(std::FILE* out) {
+    std::fputs("usage: halvod [options]\n"
+               "  --listen ADDR:PORT   address to serve (default 127.0.0.1:32999; port 0: any free one)\n"
+               "  --allow-remote       allow an address other than loopback\n"
+               "  --sysfs DIR          USB devices from this sysfs folder (default /sys/bus/usb/devices)\n"
+               "  --devices FILE       USB devices from a JSON fixture instead\n"
+               "  --connections FILE   connections from a JSON fixture\n"
+               "  --rules PATH         rules file, read at start and written on commit\n"
+               "                       (without it, committed rules live in memory only)\n"
+               "  --default ACTION     share or block when no rule matches (default block)\n"
+               "  --rescan-ms N        sysfs rescan period for hot-plug (default 1000)\n"
+               "  -h, --help           this text\n",
+               out);
+}
+
+} // namespace halvo::daemon

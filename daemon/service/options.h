@@ -1,0 +1,45 @@
+// halvod's command line.
+#pragma once
+
+#include "daemon/core/rule_engine.h"
+
+#include <boost/asio/ip/tcp.hpp>
+
+#include <chrono>
+#include <cstdio>
+#include <optional>
+#include <span>
+#include <string>
+#include <variant>
+
+namespace halvo::daemon {
+
+inline constexpr std::uint16_t kDefaultPort = 32999;
+inline constexpr const char* kDefaultSysfsRoot = "/sys/bus/usb/devices";
+
+struct Options {
+    // Loopback only unless allowRemote: the protocol has no authentication.
+    boost::asio::ip::tcp::endpoint listen{boost::asio::ip::address_v4::loopback(), kDefaultPort};
+    bool allowRemote = false;
+    std::string sysfsRoot = kDefaultSysfsRoot;
+    // Devices from this fixture instead of sysfs.
+    std::optional<std::string> deviceFixture;
+    std::optional<std::string> connectionFixture;
+    // Where committed rules are kept; none keeps them in memory only.
+    std::optional<std::string> rulesPath;
+    Action defaultAction = Action::block;
+    std::chrono::milliseconds rescanPeriod{1000};
+};
+
+struct HelpRequested {};
+
+// The options, a request for help, or what is wrong with the command line
+// (one sentence without the program name).  `arguments` excludes argv[0].
+std::variant<Options, HelpRequested, std::string> parseOptions(std::span<const char* const> arguments);
+
+// "ADDR:PORT", "[V6ADDR]:PORT"; nothing when malformed.
+std::optional<boost::asio::ip::tcp::endpoint> parseEndpoint(std::string_view text);
+
+void printUsage(std::FILE* out);
+
+} // namespace halvo::daemon

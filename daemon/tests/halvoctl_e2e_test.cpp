@@ -1,0 +1,246 @@
+// The real halvoctl against the real halvod on 127.0.0.1:32999, every
+// command.  Each test process takes the port for itself first (a private
+// network namespace, or else a lock shared by all test processes).
+#include "tests/support/daemon_harness.h"
+
+#include "tests/support/private_network.h"
+#include "tests/support/process_runner.h"
+
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <future>
+#include <sstream>
+#include <thread>
+
+namespace halvo::daemon {
+namespace {
+
+using testkit::DaemonProcess;
+using testkit::readFile;
+using testkit::TempDir;
+using testkit::writeFile;
+using testkit::RunOptions;
+using testkit::RunResult;
+using testkit::runHalvoctl;
+
+const std::string kDemo = HALVOD_DEMO_DIR;
+
+const char* const kDeviceTable =
+    "ID\tVID: PID: REV\tPort\tDevice name and status\n"
+    "1\t046d:c31c:0110\t1-1\tUSB Receiver /available/\n"
+    "2\t0781:5567:0100\t1-2\tUltra Fit /shared@10.0.0.5, 4C530001230818117373/\n"
+    "3\t04f2:b6d9:5626\t1-3.2\tIntegrated Camera /built-in, available/\n"
+    "4\t0403:6001:0600\t1-3.4\tFT232R USB UART /blocked, A50285BI/\n"
+    "5\t1050:0407:0543\t2-1\tYubiKey OTP+FIDO+CCID /shared@lab-mac.local/\n";
+
+const char* const kConnectionTable =
+    "Type\tIP/Name\t\tPort/PID\n"
+    "net\t10.0.0.5\t50321\n"
+    "net\tlab-mac.local\t50400\n"
+    "net\t10.0.0.5\t50322\n"
+    "rdesk\tScreen Sharing\t4242\n";
+
+const char* const kExampleRuleList =
+    "1: share host \"10.0.0.5\" class 08\n"
+    "2: block !host \"10.0.0.5\" class 08\n"
+    "3: share rdesk class 03\n"
+    "4: block quick built-in\n"
+    "5: share hwid 0403:6001 serial \"A50285BI\"\n"
+    "6: block !rdesk name contains \"YubiKey\"\n";
+
+// The monitor's lines without their "[time]: " stamps; a line without one
+// is kept whole, so that it shows in a failure.
+std::string withoutTimestamps(const std::string& output) {
+    std::istringstream lines(output);
+    std::string line;
+    std::string stripped;
+    while (std::getline(lines, line)) {
+        std::size_t stamp = line.find("]: ");
+        stripped += (line.starts_with("[") && stamp != std::string::npos ? line.substr(stamp + 3) : line) + "\n";
+    }
+    return stripped;
+}
+
+// Whether a TCP connection to `port` on this machine is established, as the
+// kernel lists them: the test process is alone on the port (a namespace of
+// its own or the shared lock), so it is the one the test started.
+bool connectionEstablished(std::uint16_t port) {
+    std::istringstream table(readFile("/proc/net/tcp"));
+    std::string line;
+    char local[16];
+    std::snprintf(local, sizeof local, ":%04X ", static_cast<unsigned>(port));
+    std::getline(table, line); // the heading
+    while (std::getline(table, line)) {
+        // "sl local_address rem_address st ...": the server side of an
+        // established connection has the port as its local one and state 01.
+        std::istringstream fields(line);
+        std::string slot, localAddress, remoteAddress, state;
+        fields >> slot >> localAddress >> remoteAddress >> state;
+        if ((localAddress + " ").ends_with(local) && state == "01") {
+            return true;
+        }
+    }
+    return false;
+}
+
+struct Expected {
+    std::string out;
+    std::string err;
+    int status;
+};
+
+class HalvoctlAgainstHalvod : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        static const bool isolated = [] {
+            testkit::isolateDaemonPort();
+            return true;
+        }();
+        (void)isolated;
+    }
+
+    void SetUp() override {
+        rulesPath = (scratch / "halvod.rules").string();
+        daemon = DaemonProcess::start({"--listen", "127.0.0.1:32999", "--devices", kDemo + "/devices.json",
+                                       "--connections", kDemo + "/connections.json", "--rules", rulesPath});
+        ASSERT_TRUE(daemon) << "halvod did not start on 127.0.0.1:32999";
+    }
+
+    // Runs halvoctl and compares everything it did with `expected`.
+    void expectRun(const std::vector<std::string>& args, const Expected& expected, const RunOptions& options = {}) {
+        RunResult run = runHalvoctl(args, options);
+        std::string command;
+        for (const std::string& arg : args) {
+            command += " " + arg;
+        }
+        EXPECT_EQ(run.out, expected.out) << "halvoctl" << command;
+        EXPECT_EQ(run.err, expected.err) << "halvoctl" << command;
+        EXPECT_EQ(run.status, expected.status) << "halvoctl" << command;
+    }
+
+    void loadExampleRules() { expectRun({"rule", "load", kDemo + "/example.rules"}, {"", "", 0}); }
+
+    TempDir scratch;
+    std::string rulesPath;
+    std::unique_ptr<DaemonProcess> daemon;
+};
+
+TEST_F(HalvoctlAgainstHalvod, ListsDevicesAndConnections) {
+    expectRun({"dev"}, {kDeviceTable, "", 0});
+    expectRun({"dev", "list"}, {kDeviceTable, "", 0});
+    expectRun({"conn"}, {kConnectionTable, "", 0});
+    expectRun({"conn", "list"}, {kConnectionTable, "", 0});
+}
+
+TEST_F(HalvoctlAgainstHalvod, UnplugsADevice) {
+    expectRun({"dev", "unplug", "2"}, {"", "", 0});
+    RunResult list = runHalvoctl({"dev", "list"});
+    EXPECT_NE(list.out.find("2\t0781:5567:0100\t1-2\tUltra Fit /available, 4C530001230818117373/\n"),
+              std::string::npos)
+        << list.out;
+    // The utility has no not-found message for unplug.
+    expectRun({"dev", "unplug", "9"}, {"", "Internal error.\n", 5});
+}
+
+TEST_F(HalvoctlAgainstHalvod, DropsAndKillsConnections) {
+    expectRun({"conn", "drop", "-p", "50322", "10.0.0.5"}, {"", "", 0});
+    expectRun({"conn", "drop", "-p", "50322", "10.0.0.5"}, {"", "Connection has not been found.\n", 2});
+    expectRun({"conn", "kill", "4242"}, {"", "", 0});
+    expectRun({"conn", "kill", "4242"}, {"", "Connection has not been found.\n", 2});
+    expectRun({"conn", "drop", "lab-mac.local"}, {"", "", 0});
+    expectRun({"conn", "list"}, {"Type\tIP/Name\t\tPort/PID\nnet\t10.0.0.5\t50321\n", "", 0});
+}
+
+TEST_F(HalvoctlAgainstHalvod, SharesAndBlocksOneExactDeviceAndKeepsTheRule) {
+    expectRun({"dev", "share", "4"}, {"", "", 0});
+    expectRun({"dev", "block", "2"}, {"", "", 0});
+    expectRun({"dev", "block", "9"}, {"", "The device has not been found.\n", 2});
+    const std::string rules = "block quick hwid 0781:5567:0100 serial \"4C530001230818117373\" port 1-2\n"
+                              "share quick hwid 0403:6001:0600 serial \"A50285BI\" port 1-3.4\n";
+    expectRun({"rule", "list", "-N"}, {rules, "", 0});
+    EXPECT_EQ(readFile(rulesPath), rules);
+    expectRun({"rule", "test", "-h", "10.0.0.7", "2"}, {"block (rule #1)\n", "", 0});
+    expectRun({"rule", "test", "-r", "4"}, {"share (rule #2)\n", "", 0});
+}
+
+TEST_F(HalvoctlAgainstHalvod, LoadsListsAndTestsRules) {
+    expectRun({"rule"}, {"", "", 0});
+    loadExampleRules();
+    expectRun({"rule"}, {kExampleRuleList, "", 0});
+    expectRun({"rule", "list"}, {kExampleRuleList, "", 0});
+
+    const std::pair<std::vector<std::string>, std::string> kTests[] = {
+        {{"rule", "test", "-h", "10.0.0.5", "2"}, "share (rule #1)\n"},
+        {{"rule", "test", "-h", "10.0.0.9", "2"}, "block (rule #2)\n"},
+        {{"rule", "test", "-r", "1"}, "share (rule #3)\n"},
+        {{"rule", "test", "-r", "3"}, "block (rule #4)\n"},
+        {{"rule", "test", "-h", "10.0.0.5", "4"}, "share (rule #5)\n"},
+        {{"rule", "test", "-h", "10.0.0.5", "5"}, "block (rule #6)\n"},
+        {{"rule", "test", "-r", "5"}, "share (rule #3)\n"},
+    };
+    for (const auto& [args, verdict] : kTests) {
+        expectRun(args, {verdict, "", 0});
+    }
+    expectRun({"rule", "test", "-r", "99"}, {"", "Device has not been found.\n", 2});
+}
+
+TEST_F(HalvoctlAgainstHalvod, TestsAFileWithoutApplyingIt) {
+    loadExampleRules();
+    const std::string file = (scratch / "trial.rules").string();
+    writeFile(file, "share quick name contains \"Ultra\"\nblock\n");
+    expectRun({"rule", "test", "-f", file, "-h", "10.0.0.9", "2"}, {"share (rule #1)\n", "", 0});
+    expectRun({"rule", "test", "-f", file, "-r", "1"}, {"block (rule #2)\n", "", 0});
+    expectRun({"rule", "list"}, {kExampleRuleList, "", 0});
+}
+
+TEST_F(HalvoctlAgainstHalvod, LoadsFromStandardInputAndRefusesWhatItCannotKeep) {
+    RunOptions input;
+    input.stdinData = "share rdesk\nblock quick built-in\n";
+    expectRun({"rule", "load"}, {"(reading from stdin. Press ^D to finish.)\n", "", 0}, input);
+    expectRun({"rule", "list"}, {"1: share rdesk\n2: block quick built-in\n", "", 0});
+
+    // Parses, but a name with a double quote would not survive the rules file.
+    input.stdinData = "share name is \"a\\\"b\"\n";
+    expectRun({"rule", "load"}, {"(reading from stdin. Press ^D to finish.)\n", "Internal error.\n", 5}, input);
+    expectRun({"rule", "list"}, {"1: share rdesk\n2: block quick built-in\n", "", 0});
+}
+
+TEST_F(HalvoctlAgainstHalvod, EditsTheRules) {
+    loadExampleRules();
+    RunOptions options;
+    const std::string editor = (scratch / "editor").string();
+    writeFile(editor, "#!/bin/sh\necho 'share port 2-1' >> \"$1\"\n");
+    ::chmod(editor.c_str(), 0755);
+    options.setEnv = {{"VISUAL", editor}};
+    RunResult run = runHalvoctl({"rule", "edit"}, options);
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_TRUE(run.out.ends_with("Sharing rules have been successfully updated.\n")) << run.out;
+    expectRun({"rule", "list"}, {std::string(kExampleRuleList) + "7: share port 2-1\n", "", 0});
+}
+
+TEST_F(HalvoctlAgainstHalvod, MonitorShowsEventsUntilTheDaemonStops) {
+    auto monitor = std::async(std::launch::async, [] { return runHalvoctl({"monitor"}); });
+    // The monitor announces nothing when it is connected: look for its link.
+    for (int attempt = 0; attempt < 500 && !connectionEstablished(32999); ++attempt) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    ASSERT_TRUE(connectionEstablished(32999));
+    expectRun({"dev", "unplug", "2"}, {"", "", 0});
+    expectRun({"conn", "drop", "-p", "50321", "10.0.0.5"}, {"", "", 0});
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    daemon->signal(SIGTERM);
+    EXPECT_EQ(daemon->wait(), 0);
+
+    RunResult run = monitor.get();
+    EXPECT_EQ(run.status, 5);
+    EXPECT_EQ(run.err, "\nconnection stopped by peer\n");
+    EXPECT_EQ(withoutTimestamps(run.out), "device id:2 \"Ultra Fit\" got unplugged@10.0.0.5\n"
+                                          "host 10.0.0.5:50321 is dropped\n");
+}
+
+} // namespace
+} // namespace halvo::daemon

@@ -1,0 +1,106 @@
+// Helpers shared by halvod's tests: scratch folders, a blocking protocol
+// client, and halvod run as a separate process.
+#pragma once
+
+#include "link/packet.h"
+#include "tests/support/files.h"
+
+#include <boost/json/object.hpp>
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace halvo::testkit {
+
+// A sysfs folder as the kernel shows it: one attribute a file, each value
+// ended by a line feed.
+void addSysfsEntry(const std::filesystem::path& folder, const std::map<std::string, std::string>& attributes);
+
+struct Packet {
+    std::uint32_t command = 0;
+    boost::json::object payload;
+};
+
+// One client connection to a daemon on 127.0.0.1, with blocking calls and
+// time limits.
+class TestClient {
+public:
+    explicit TestClient(std::uint16_t port);
+    ~TestClient();
+    TestClient(const TestClient&) = delete;
+    TestClient& operator=(const TestClient&) = delete;
+
+    bool connected() const { return fd_ >= 0; }
+
+    bool sendRaw(std::string_view bytes);
+    bool send(link::CommandCode command);
+    bool send(link::CommandCode command, const boost::json::object& payload);
+
+    // The next packet, or nothing when none came in time or the link ended.
+    std::optional<Packet> receive(std::chrono::milliseconds timeout = std::chrono::seconds(5));
+
+    // Sends a request and returns the reply with the same command code;
+    // events that arrive first are kept in `events`.
+    std::optional<boost::json::object> request(link::CommandCode command);
+    std::optional<boost::json::object> request(link::CommandCode command, const boost::json::object& payload);
+
+    // Whether the daemon closes the connection within the time.
+    bool closedByPeer(std::chrono::milliseconds timeout = std::chrono::seconds(5));
+
+    void close();
+
+    std::deque<Packet> events;
+
+private:
+    bool readExactly(char* into, std::size_t size, std::chrono::steady_clock::time_point deadline);
+    std::optional<boost::json::object> awaitReply(link::CommandCode command);
+
+    int fd_ = -1;
+};
+
+// halvod in a process of its own, on an ephemeral loopback port unless the
+// arguments name one.  Its standard error goes to a file that the test can
+// read at any time.
+class DaemonProcess {
+public:
+    // Nothing when the daemon did not announce its port in time (it may
+    // have exited: see `runToExit`).
+    static std::unique_ptr<DaemonProcess> start(const std::vector<std::string>& arguments);
+    ~DaemonProcess();
+
+    std::uint16_t port() const { return port_; }
+    pid_t pid() const { return pid_; }
+    std::string errorOutput() const;
+
+    void signal(int number);
+    // Exit status, or 128 + signal when a signal ended it.
+    int wait();
+
+private:
+    DaemonProcess() = default;
+
+    pid_t pid_ = -1;
+    std::uint16_t port_ = 0;
+    std::unique_ptr<TempDir> scratch_;
+};
+
+struct ExitResult {
+    int status = -1;
+    std::string errorOutput;
+};
+
+// Runs halvod with the arguments to its end (bounded by `timeout`, after
+// which it is killed).
+ExitResult runToExit(const std::vector<std::string>& arguments, std::chrono::milliseconds timeout = std::chrono::seconds(10));
+
+} // namespace halvo::testkit

@@ -1,0 +1,39 @@
+#include "tests/support/files.h"
+
+#include <stdlib.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <system_error>
+
+namespace halvo::testkit {
+
+namespace fs = std::filesystem;
+
+TempDir::TempDir() {
+    std::string name = (fs::temp_directory_path() / "halvo-test.XXXXXX").string();
+    if (::mkdtemp(name.data()) == nullptr) {
+        std::abort();
+    }
+    path_ = name;
+}
+
+TempDir::~TempDir() {
+    std::error_code ignored;
+    fs::remove_all(path_, ignored);
+}
+
+void writeFile(const fs::path& path, std::string_view bytes) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+}
+
+std::string readFile(const fs::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream bytes;
+    bytes << in.rdbuf();
+    return bytes.str();
+}
+
+} // namespace halvo::testkit

@@ -1,0 +1,59 @@
+#include "util/json_file.h"
+
+#include <boost/json/parse.hpp>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+namespace halvo::util {
+
+namespace json = boost::json;
+
+namespace {
+
+struct FileCloser {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+
+std::string describeErrno(const std::string& path) {
+    return path + ": " + std::strerror(errno);
+}
+
+} // namespace
+
+std::variant<std::string, std::string> readWholeFile(const std::string& path) {
+    std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path.c_str(), "rb"));
+    if (!file) {
+        return std::variant<std::string, std::string>(std::in_place_index<1>, describeErrno(path));
+    }
+    std::string bytes;
+    char chunk[65536];
+    std::size_t count = 0;
+    while ((count = std::fread(chunk, 1, sizeof chunk, file.get())) > 0) {
+        bytes.append(chunk, count);
+    }
+    if (std::ferror(file.get())) {
+        return std::variant<std::string, std::string>(std::in_place_index<1>, describeErrno(path));
+    }
+    return std::variant<std::string, std::string>(std::in_place_index<0>, std::move(bytes));
+}
+
+std::variant<json::object, std::string> readJsonObjectFile(const std::string& path) {
+    auto bytes = readWholeFile(path);
+    if (bytes.index() == 1) {
+        return std::get<1>(bytes);
+    }
+    std::error_code error;
+    json::value document = json::parse(std::get<0>(bytes), error);
+    if (error) {
+        return path + ": not JSON: " + error.message();
+    }
+    if (!document.is_object()) {
+        return path + ": not a JSON object";
+    }
+    return std::move(document.get_object());
+}
+
+} // namespace halvo::util
