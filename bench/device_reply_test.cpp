@@ -18,7 +18,8 @@ namespace json = boost::json;
 // something if every generated device makes a row.
 std::string tableOf(const std::string& payload) {
     const json::object reply = json::parse(payload).as_object();
-    return util::testing::printedBy([&](std::FILE* out) { listings::outputDeviceList(reply, out); });
+    return util::testing::printedBy(
+        [&](std::FILE* out) { listings::outputDeviceList(reply, out); });
 }
 
 TEST(DeviceReply, EveryDeviceMakesARowOfTheTable) {

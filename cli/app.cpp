@@ -20,18 +20,12 @@ struct CommandHandler {
 };
 
 constexpr CommandHandler kHandlers[] = {
-    {Command::devList, installDeviceList},
-    {Command::devUnplug, installDeviceUnplug},
-    {Command::devShare, installDeviceRule},
-    {Command::devBlock, installDeviceRule},
-    {Command::connList, installConnectionList},
-    {Command::connDrop, installConnectionDrop},
-    {Command::connKill, installConnectionKill},
-    {Command::ruleList, installRuleList},
-    {Command::ruleLoad, installRuleLoad},
-    {Command::ruleEdit, installRuleEdit},
-    {Command::ruleTest, installRuleTest},
-    {Command::monitor, installMonitor},
+    {Command::devList, installDeviceList},      {Command::devUnplug, installDeviceUnplug},
+    {Command::devShare, installDeviceRule},     {Command::devBlock, installDeviceRule},
+    {Command::connList, installConnectionList}, {Command::connDrop, installConnectionDrop},
+    {Command::connKill, installConnectionKill}, {Command::ruleList, installRuleList},
+    {Command::ruleLoad, installRuleLoad},       {Command::ruleEdit, installRuleEdit},
+    {Command::ruleTest, installRuleTest},       {Command::monitor, installMonitor},
 };
 
 [[noreturn]] void usageError(const UsageError& error) {

@@ -5,9 +5,9 @@
 namespace halvo::cli::exitStatus {
 
 inline constexpr int success = 0;
-inline constexpr int notFound = 2;      // the daemon knows no such device or connection
-inline constexpr int failure = 5;       // link failed, rules not loaded, daemon said no
-inline constexpr int noClient = 12;     // the client object could not be made
-inline constexpr int usageError = 22;   // bad command line
+inline constexpr int notFound = 2;    // the daemon knows no such device or connection
+inline constexpr int failure = 5;     // link failed, rules not loaded, daemon said no
+inline constexpr int noClient = 12;   // the client object could not be made
+inline constexpr int usageError = 22; // bad command line
 
 } // namespace halvo::cli::exitStatus

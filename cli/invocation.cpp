@@ -37,16 +37,11 @@ struct SubCommand {
 };
 
 constexpr SubCommand kSubCommands[] = {
-    {"dev", "list", Command::devList, nullptr},
-    {"dev", "unplug", Command::devUnplug, nullptr},
-    {"dev", "share", Command::devShare, nullptr},
-    {"dev", "block", Command::devBlock, nullptr},
-    {"conn", "list", Command::connList, nullptr},
-    {"conn", "drop", Command::connDrop, "p:"},
-    {"conn", "kill", Command::connKill, nullptr},
-    {"rule", "list", Command::ruleList, "N"},
-    {"rule", "load", Command::ruleLoad, nullptr},
-    {"rule", "edit", Command::ruleEdit, nullptr},
+    {"dev", "list", Command::devList, nullptr},   {"dev", "unplug", Command::devUnplug, nullptr},
+    {"dev", "share", Command::devShare, nullptr}, {"dev", "block", Command::devBlock, nullptr},
+    {"conn", "list", Command::connList, nullptr}, {"conn", "drop", Command::connDrop, "p:"},
+    {"conn", "kill", Command::connKill, nullptr}, {"rule", "list", Command::ruleList, "N"},
+    {"rule", "load", Command::ruleLoad, nullptr}, {"rule", "edit", Command::ruleEdit, nullptr},
     {"rule", "test", Command::ruleTest, "f:rh:"},
 };
 

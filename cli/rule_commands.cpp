@@ -79,24 +79,25 @@ void installRuleList(Session& session) {
 void installRuleLoad(Session& session) {
     std::shared_ptr<RuleSlots> slots = session.slots;
     session.onConnected(startTransaction);
-    session.onData([slots](QVHalvoIPCClient& client, std::uint32_t code, const json::object& reply) {
-        switch (static_cast<CommandCode>(code)) {
-        case CommandCode::startRuleTransaction:
-            requireOk(reply);
-            if (!client.loadRuleList(slots->ruleSet ? &*slots->ruleSet : nullptr)) {
-                exitInternalError();
+    session.onData(
+        [slots](QVHalvoIPCClient& client, std::uint32_t code, const json::object& reply) {
+            switch (static_cast<CommandCode>(code)) {
+            case CommandCode::startRuleTransaction:
+                requireOk(reply);
+                if (!client.loadRuleList(slots->ruleSet ? &*slots->ruleSet : nullptr)) {
+                    exitInternalError();
+                }
+                return;
+            case CommandCode::loadRuleList:
+                commitOnLoaded(client, reply);
+                return;
+            case CommandCode::endRuleTransaction:
+                requireOk(reply);
+                std::exit(exitStatus::success);
+            default:
+                return;
             }
-            return;
-        case CommandCode::loadRuleList:
-            commitOnLoaded(client, reply);
-            return;
-        case CommandCode::endRuleTransaction:
-            requireOk(reply);
-            std::exit(exitStatus::success);
-        default:
-            return;
-        }
-    });
+        });
 }
 
 namespace {
@@ -124,26 +125,27 @@ void editAndLoad(QVHalvoIPCClient& client, RuleSlots& slots, const json::object&
 void installRuleEdit(Session& session) {
     std::shared_ptr<RuleSlots> slots = session.slots;
     session.onConnected(startTransaction);
-    session.onData([slots](QVHalvoIPCClient& client, std::uint32_t code, const json::object& reply) {
-        switch (static_cast<CommandCode>(code)) {
-        case CommandCode::startRuleTransaction:
-            listRulesOnceOpen(client, reply);
-            return;
-        case CommandCode::ruleList:
-            editAndLoad(client, *slots, reply); // the list's own status is not looked at
-            return;
-        case CommandCode::loadRuleList:
-            commitOnLoaded(client, reply);
-            return;
-        case CommandCode::endRuleTransaction:
-            requireOk(reply);
-            unlink(slots->editPath.c_str());
-            std::puts("Sharing rules have been successfully updated.");
-            std::exit(exitStatus::success);
-        default:
-            return;
-        }
-    });
+    session.onData(
+        [slots](QVHalvoIPCClient& client, std::uint32_t code, const json::object& reply) {
+            switch (static_cast<CommandCode>(code)) {
+            case CommandCode::startRuleTransaction:
+                listRulesOnceOpen(client, reply);
+                return;
+            case CommandCode::ruleList:
+                editAndLoad(client, *slots, reply); // the list's own status is not looked at
+                return;
+            case CommandCode::loadRuleList:
+                commitOnLoaded(client, reply);
+                return;
+            case CommandCode::endRuleTransaction:
+                requireOk(reply);
+                unlink(slots->editPath.c_str());
+                std::puts("Sharing rules have been successfully updated.");
+                std::exit(exitStatus::success);
+            default:
+                return;
+            }
+        });
 }
 
 namespace {
@@ -187,29 +189,29 @@ void installRuleTest(Session& session) {
         }
     };
     session.onConnected(startTransaction);
-    session.onData([slots, sendTest](QVHalvoIPCClient& client, std::uint32_t code,
-                                     const json::object& reply) {
-        requireTestStatusOk(reply);
-        switch (static_cast<CommandCode>(code)) {
-        case CommandCode::startRuleTransaction:
-            if (slots->ruleSet) {
-                // The set is loaded for the test only: it is never committed.
-                if (!client.loadRuleList(&*slots->ruleSet)) {
-                    printStatusAndExit(exitStatus::failure, kTestSubject);
+    session.onData(
+        [slots, sendTest](QVHalvoIPCClient& client, std::uint32_t code, const json::object& reply) {
+            requireTestStatusOk(reply);
+            switch (static_cast<CommandCode>(code)) {
+            case CommandCode::startRuleTransaction:
+                if (slots->ruleSet) {
+                    // The set is loaded for the test only: it is never committed.
+                    if (!client.loadRuleList(&*slots->ruleSet)) {
+                        printStatusAndExit(exitStatus::failure, kTestSubject);
+                    }
+                    return;
                 }
+                sendTest(client);
+                return;
+            case CommandCode::loadRuleList:
+                sendTest(client);
+                return;
+            case CommandCode::testRule:
+                printVerdict(reply);
+            default:
                 return;
             }
-            sendTest(client);
-            return;
-        case CommandCode::loadRuleList:
-            sendTest(client);
-            return;
-        case CommandCode::testRule:
-            printVerdict(reply);
-        default:
-            return;
-        }
-    });
+        });
 }
 
 } // namespace halvo::cli

@@ -6,7 +6,6 @@
 #include "link/halvo_ipc_client.h"
 
 #include <boost/json/array.hpp>
-
 #include <memory>
 #include <optional>
 #include <string>

@@ -10,34 +10,34 @@ namespace {
 
 const char* gProgramName = "";
 
-// One entry per help line; lines with `withName` carry the program name at
-// their single "%s".
+// One entry per help line: the program name goes between `before` and
+// `after`; a line without `after` carries no name.
 struct HelpLine {
-    bool withName;
-    const char* text;
+    const char* before;
+    const char* after;
 };
 
 constexpr HelpLine kHelpLines[] = {
-    {true, "Usage:\t%s dev\t\t- show list of devices\n"},
-    {true, "\t%s dev list \t- show list of devices\n"},
-    {true, "\t%s dev unplug <devId>\t- disconnect the device\n"},
-    {true, "\t%s dev share <devId>\t- create rule for sharing exact device\n"},
-    {true, "\t%s dev block <devId>\t- create rule for blocking exact device\n"},
-    {true, "\t%s conn\t\t- show list of active connections\n"},
-    {true, "\t%s conn list\t\t- show list of active connections\n"},
-    {true, "\t%s conn drop [-p port] <host>\t- drop connection with the host\n"},
-    {true, "\t%s conn kill <PID>\t- drop connection with the remote desktop client\n"},
-    {true, "\t%s rule\t\t- show numbered list of sharing rules\n"},
-    {true, "\t%s rule list [-N]\t- same as above\n"},
-    {false, "\t\t-N - output without rule index\n"},
-    {true, "\t%s rule load [<path>]\t- load ruleset from <path> or stdin\n"},
-    {true, "\t%s rule edit\t\t- edit current ruleset\n"},
-    {true, "\t%s rule test [-f <path>] -r|-h <host> <devId>\t- test rules\n"},
-    {false, "\t\t-r - remote desktop connection\n"},
-    {false, "\t\t-h <host> - connection from host\n"},
-    {false, "\t\t-f <path> - ruleset from <path> or - for stdin\n"},
-    {true, "\t%s monitor\t- monitor events from the daemon\n"},
-    {true, "\t%s -h\t\t- this help\n"},
+    {"Usage:\t", " dev\t\t- show list of devices\n"},
+    {"\t", " dev list \t- show list of devices\n"},
+    {"\t", " dev unplug <devId>\t- disconnect the device\n"},
+    {"\t", " dev share <devId>\t- create rule for sharing exact device\n"},
+    {"\t", " dev block <devId>\t- create rule for blocking exact device\n"},
+    {"\t", " conn\t\t- show list of active connections\n"},
+    {"\t", " conn list\t\t- show list of active connections\n"},
+    {"\t", " conn drop [-p port] <host>\t- drop connection with the host\n"},
+    {"\t", " conn kill <PID>\t- drop connection with the remote desktop client\n"},
+    {"\t", " rule\t\t- show numbered list of sharing rules\n"},
+    {"\t", " rule list [-N]\t- same as above\n"},
+    {"\t\t-N - output without rule index\n", nullptr},
+    {"\t", " rule load [<path>]\t- load ruleset from <path> or stdin\n"},
+    {"\t", " rule edit\t\t- edit current ruleset\n"},
+    {"\t", " rule test [-f <path>] -r|-h <host> <devId>\t- test rules\n"},
+    {"\t\t-r - remote desktop connection\n", nullptr},
+    {"\t\t-h <host> - connection from host\n", nullptr},
+    {"\t\t-f <path> - ruleset from <path> or - for stdin\n", nullptr},
+    {"\t", " monitor\t- monitor events from the daemon\n"},
+    {"\t", " -h\t\t- this help\n"},
 };
 
 } // namespace
@@ -60,11 +60,10 @@ const char* programName() {
 
 void printHelp(std::FILE* out) {
     for (const HelpLine& line : kHelpLines) {
-        if (line.withName) {
-            // The format strings are the fixed table above, never user text.
-            std::fprintf(out, line.text, gProgramName);
-        } else {
-            std::fputs(line.text, out);
+        std::fputs(line.before, out);
+        if (line.after != nullptr) {
+            std::fputs(gProgramName, out);
+            std::fputs(line.after, out);
         }
     }
 }

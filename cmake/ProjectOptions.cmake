@@ -2,7 +2,8 @@
 # target opts in by linking them rather than by repeating flags.
 
 add_library(halvo_warnings INTERFACE)
-target_compile_options(halvo_warnings INTERFACE -Wall -Wextra -Wpedantic)
+target_compile_options(halvo_warnings INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion
+  -Wsign-conversion -Wformat=2 -Wold-style-cast)
 if(HALVO_WERROR)
   target_compile_options(halvo_warnings INTERFACE -Werror)
 endif()

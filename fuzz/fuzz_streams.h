@@ -19,7 +19,7 @@ void silenceStderr();
 
 // Collects what is written to a stream in memory.
 class CapturedStream {
-public:
+  public:
     CapturedStream();
     ~CapturedStream();
     CapturedStream(const CapturedStream&) = delete;
@@ -29,7 +29,7 @@ public:
     // Everything written so far.
     std::string text();
 
-private:
+  private:
     char* data_ = nullptr;
     std::size_t size_ = 0;
     std::FILE* stream_;

@@ -2,7 +2,6 @@
 
 #include <boost/json/array.hpp>
 #include <boost/json/value.hpp>
-
 #include <cmath>
 #include <cstdint>
 #include <limits>
@@ -16,18 +15,37 @@ namespace {
 
 // Every key a reply consumer looks at: statuses, listings, events, rules.
 constexpr const char* kKnownKeys[] = {
-    "status",   "verdict",   "devices",  "connections", "rules",         "id",
-    "vid",      "pid",       "rev",      "port",        "built-in",      "name",
-    "state",    "addr",      "serial",   "type",        "app",           "action",
-    "quick",    "host",      "notHost",  "rdesk",       "nameMatch",     "notName",
-    "notHWID",  "notSerial", "notPort",  "class",       "subclass",      "protocol",
-    "notClass", "override-name", "override-serial", "takeaway",
+    "status",      "verdict",       "devices",
+    "connections", "rules",         "id",
+    "vid",         "pid",           "rev",
+    "port",        "built-in",      "name",
+    "state",       "addr",          "serial",
+    "type",        "app",           "action",
+    "quick",       "host",          "notHost",
+    "rdesk",       "nameMatch",     "notName",
+    "notHWID",     "notSerial",     "notPort",
+    "class",       "subclass",      "protocol",
+    "notClass",    "override-name", "override-serial",
+    "takeaway",
 };
 
 // Texts the consumers compare against, and a few that print badly.
 constexpr const char* kKnownTexts[] = {
-    "ok", "notfound", "OK", "net", "rdesk", "Net", "share", "block", "is", "contains",
-    "", "%s%n%x", "0123456789abcdef", "a\tb\nc", "\xff\xfe",
+    "ok",
+    "notfound",
+    "OK",
+    "net",
+    "rdesk",
+    "Net",
+    "share",
+    "block",
+    "is",
+    "contains",
+    "",
+    "%s%n%x",
+    "0123456789abcdef",
+    "a\tb\nc",
+    "\xff\xfe",
 };
 
 constexpr int kMaxDepth = 6;

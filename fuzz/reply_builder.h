@@ -5,7 +5,6 @@
 #pragma once
 
 #include <boost/json/object.hpp>
-
 #include <fuzzer/FuzzedDataProvider.h>
 
 namespace halvo::fuzz {

@@ -9,7 +9,6 @@
 #include "rules/rule_printer.h"
 
 #include <boost/json/serialize.hpp>
-
 #include <cstddef>
 #include <cstdint>
 #include <string>

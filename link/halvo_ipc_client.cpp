@@ -4,7 +4,6 @@
 #include "util/utf8.h"
 
 #include <boost/json/serialize.hpp>
-
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -17,9 +16,9 @@ std::shared_ptr<QVHalvoIPCClient> QVHalvoIPCClient::initWithLogger(std::shared_p
     return initWithLogger(std::move(logger), kDaemonHost, kDaemonPort);
 }
 
-std::shared_ptr<QVHalvoIPCClient>
-QVHalvoIPCClient::initWithLogger(std::shared_ptr<Logger> logger, const char* host,
-                                 std::uint16_t port) {
+std::shared_ptr<QVHalvoIPCClient> QVHalvoIPCClient::initWithLogger(std::shared_ptr<Logger> logger,
+                                                                   const char* host,
+                                                                   std::uint16_t port) {
     auto client = std::make_shared<QVHalvoIPCClient>();
     if (!client->initClient(std::move(logger), host, port)) {
         return nullptr;
@@ -27,9 +26,9 @@ QVHalvoIPCClient::initWithLogger(std::shared_ptr<Logger> logger, const char* hos
     return client;
 }
 
-bool QVHalvoIPCClient::initClient(std::shared_ptr<Logger> logger, const char* host,
+bool QVHalvoIPCClient::initClient(std::shared_ptr<Logger> clientLogger, const char* host,
                                   std::uint16_t port) {
-    if (!initWithString(host, port, std::move(logger))) {
+    if (!initWithString(host, port, std::move(clientLogger))) {
         return false;
     }
     isProtoHeader = true;

@@ -9,7 +9,6 @@
 
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
-
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -22,7 +21,7 @@ inline constexpr const char* kDaemonHost = "127.0.0.1";
 inline constexpr std::uint16_t kDaemonPort = 32999;
 
 class QVHalvoIPCClient final : public QVTCPConnection {
-public:
+  public:
     using Callback = std::function<void()>;
     using DataCallback = std::function<void(std::uint32_t command, const boost::json::object&)>;
 
@@ -69,12 +68,12 @@ public:
     Callback onError() const { return onError_.get(); }
     void setOnError(Callback callback) { onError_.set(std::move(callback)); }
 
-private:
+  private:
     bool initClient(std::shared_ptr<Logger> logger, const char* host, std::uint16_t port);
     bool parseHeader(std::string_view piece);
     bool parsePayload(std::string_view piece);
     void sendPayloadText(std::string_view json, std::int32_t command);
-    void *address() { return this; }
+    void* address() { return this; }
 
     bool isProtoHeader = true;
     std::int32_t protoCmd = 19;
@@ -84,7 +83,7 @@ private:
     // returns one, each under a lock of its own, so that a callback may be
     // read on the event loop while the owner replaces it.
     template <typename Function> class AtomicCallback {
-    public:
+      public:
         Function get() const {
             std::lock_guard lock(mutex_);
             return function_;
@@ -94,7 +93,7 @@ private:
             function_ = std::move(function);
         }
 
-    private:
+      private:
         mutable std::mutex mutex_;
         Function function_;
     };

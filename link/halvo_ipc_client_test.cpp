@@ -1,5 +1,4 @@
 #include "link/halvo_ipc_client.h"
-
 #include "link/packet.h"
 #include "tests/support/scripted_daemon.h"
 
@@ -22,7 +21,7 @@ std::string header(std::uint32_t command, std::uint32_t size) {
 
 // The receive state machine, fed pieces as the transport would deliver them.
 class ReceiveStateMachineTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         client = QVHalvoIPCClient::initWithLogger(logger, "127.0.0.1", 9);
         ASSERT_TRUE(client);
@@ -71,16 +70,16 @@ struct SizeCase {
 };
 
 TEST_F(ReceiveStateMachineTest, PayloadSizeMustBeOneTo100MiB) {
-    const SizeCase cases[] = {{0, false}, {1, true}, {104857600, true}, {104857601, false},
-                              {0xFFFFFFFF, false}};
+    const SizeCase cases[] = {
+        {0, false}, {1, true}, {104857600, true}, {104857601, false}, {0xFFFFFFFF, false}};
     for (const SizeCase& c : cases) {
         SetUp();
         EXPECT_EQ(client->parseProtocolPacket(header(0, c.size)), c.valid) << c.size;
         if (c.valid) {
             EXPECT_EQ(nextSize(), c.size);
         } else {
-            EXPECT_EQ(logLines().back(), address() + "Invalid data size=" +
-                                             std::to_string(c.size) + " in IPC packet");
+            EXPECT_EQ(logLines().back(),
+                      address() + "Invalid data size=" + std::to_string(c.size) + " in IPC packet");
         }
     }
 }
@@ -100,7 +99,8 @@ TEST_F(ReceiveStateMachineTest, PayloadMustBeAJsonObject) {
     };
     for (const Case& c : cases) {
         SetUp();
-        ASSERT_TRUE(client->parseProtocolPacket(header(1, static_cast<std::uint32_t>(c.payload.size()))));
+        ASSERT_TRUE(
+            client->parseProtocolPacket(header(1, static_cast<std::uint32_t>(c.payload.size()))));
         EXPECT_FALSE(client->parseProtocolPacket(c.payload)) << c.payload.substr(0, 20);
         EXPECT_EQ(logLines().back().rfind(address() + c.logged, 0), 0u) << logLines().back();
         EXPECT_TRUE(delivered.empty());
@@ -117,7 +117,7 @@ TEST_F(ReceiveStateMachineTest, ShortFinalPiecesAreRefusedUnread) {
 
 // The client against a peer over real TCP, on a port of its own.
 class ClientOverTcpTest : public ::testing::Test {
-protected:
+  protected:
     // Runs the client's loop until a callback stops it.
     void runClient(std::uint16_t port, std::function<void(QVHalvoIPCClient&)> onConnected) {
         client = QVHalvoIPCClient::initWithLogger(logger, "127.0.0.1", port);
@@ -182,14 +182,14 @@ TEST_F(ClientOverTcpTest, RequestsGoOutAsSpecifiedPayloads) {
     for (const ReceivedPacket& packet : daemon.received()) {
         sent.push_back(std::to_string(packet.command) + " " + packet.payload);
     }
-    EXPECT_EQ(sent, (std::vector<std::string>{
-                        "0 ", "1 ", R"(2 {"host":"h","port":4464})", R"(2 {"host":"h"})",
-                        R"(2 {"pid":4294967295})", R"(3 {"id":3})", "6 ", "7 ",
-                        R"(8 {"rules":[{"action":"share"}]})", "8 {}",
-                        R"(9 {"id":3,"action":"share"})",
-                        R"(10 {"id":3,"type":"net","addr":"10.0.0.7"})",
-                        R"(10 {"id":3,"type":"Net"})", R"(10 {"id":3,"type":"rdesk"})",
-                        R"(11 {"action":"rollback"})", R"(11 {"action":"commit"})"}));
+    EXPECT_EQ(sent,
+              (std::vector<std::string>{
+                  "0 ", "1 ", R"(2 {"host":"h","port":4464})", R"(2 {"host":"h"})",
+                  R"(2 {"pid":4294967295})", R"(3 {"id":3})", "6 ", "7 ",
+                  R"(8 {"rules":[{"action":"share"}]})", "8 {}", R"(9 {"id":3,"action":"share"})",
+                  R"(10 {"id":3,"type":"net","addr":"10.0.0.7"})", R"(10 {"id":3,"type":"Net"})",
+                  R"(10 {"id":3,"type":"rdesk"})", R"(11 {"action":"rollback"})",
+                  R"(11 {"action":"commit"})"}));
 }
 
 TEST_F(ClientOverTcpTest, PacketsAreCutOutOfAnySegmentation) {
@@ -205,8 +205,8 @@ TEST_F(ClientOverTcpTest, PacketsAreCutOutOfAnySegmentation) {
     runClient(daemon.port(), [](QVHalvoIPCClient&) {});
     daemon.join();
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "\nconnection stopped by peer\n");
-    EXPECT_EQ(delivered, (decltype(delivered){{1, R"({"a":1})"}, {2, R"({"b":2})"},
-                                               {3, R"({"c":[1,2,3]})"}}));
+    EXPECT_EQ(delivered,
+              (decltype(delivered){{1, R"({"a":1})"}, {2, R"({"b":2})"}, {3, R"({"c":[1,2,3]})"}}));
     EXPECT_EQ(errors, 1);
 }
 

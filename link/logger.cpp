@@ -36,18 +36,18 @@ void Logger::writeFormatted(LogLevel level, const char* format, va_list args) {
 namespace {
 
 class SystemLogger final : public Logger {
-public:
+  public:
     SystemLogger(std::string subsystem, std::string category)
         : tag_(std::move(subsystem) + "[" + std::move(category) + "]") {}
 
-protected:
+  protected:
     void write(LogLevel level, std::string_view message) override {
         int priority = level == LogLevel::error ? LOG_ERR : LOG_INFO;
         syslog(priority, "%s: %.*s", tag_.c_str(), static_cast<int>(message.size()),
                message.data());
     }
 
-private:
+  private:
     std::string tag_;
 };
 

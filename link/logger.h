@@ -14,16 +14,16 @@ namespace halvo::link {
 enum class LogLevel { info, error };
 
 class Logger {
-public:
+  public:
     virtual ~Logger() = default;
 
     void info(const char* format, ...) __attribute__((format(printf, 2, 3)));
     void error(const char* format, ...) __attribute__((format(printf, 2, 3)));
 
-protected:
+  protected:
     virtual void write(LogLevel level, std::string_view message) = 0;
 
-private:
+  private:
     void writeFormatted(LogLevel level, const char* format, va_list args)
         __attribute__((format(printf, 3, 0)));
 };
@@ -33,17 +33,17 @@ std::shared_ptr<Logger> makeSystemLogger(std::string subsystem, std::string cate
 
 // Keeps every message in memory, for tests.
 class CapturingLogger final : public Logger {
-public:
+  public:
     struct Entry {
         LogLevel level;
         std::string message;
     };
     std::vector<Entry> entries() const;
 
-protected:
+  protected:
     void write(LogLevel level, std::string_view message) override;
 
-private:
+  private:
     mutable std::mutex mutex_;
     std::vector<Entry> entries_;
 };

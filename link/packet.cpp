@@ -3,7 +3,6 @@
 #include <boost/json/monotonic_resource.hpp>
 #include <boost/json/parse.hpp>
 #include <boost/json/serialize.hpp>
-
 #include <cstring>
 
 namespace halvo::link {

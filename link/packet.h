@@ -3,10 +3,9 @@
 // and the daemon frame packets through these functions.
 #pragma once
 
+#include <array>
 #include <boost/json/object.hpp>
 #include <boost/json/value.hpp>
-
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string>

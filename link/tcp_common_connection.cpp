@@ -1,10 +1,9 @@
 #include "link/tcp_common_connection.h"
 
+#include <algorithm>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/write.hpp>
-
-#include <algorithm>
 #include <deque>
 #include <mutex>
 #include <string>
@@ -152,8 +151,9 @@ void QVTCPCommonConnection::receiveData() {
     piece->minimum = std::max<std::size_t>(min, 1);
     // An exact size is read into a buffer of exactly that size, so the
     // parser can decode it in place.
-    piece->capacity = min == max ? piece->minimum
-                                 : std::max(piece->minimum, std::min<std::size_t>(max, kOpenReadChunk));
+    piece->capacity = min == max
+                          ? piece->minimum
+                          : std::max(piece->minimum, std::min<std::size_t>(max, kOpenReadChunk));
     piece->data = std::make_unique_for_overwrite<char[]>(piece->capacity);
     readMore(std::move(piece));
 }
@@ -208,7 +208,8 @@ bool QVTCPCommonConnection::sendData(const void* bytes, std::uint64_t size) {
         logger->error("cannot create data for sending");
         return false;
     }
-    sendQueue->pending.emplace_back(static_cast<const char*>(bytes), static_cast<std::size_t>(size));
+    sendQueue->pending.emplace_back(static_cast<const char*>(bytes),
+                                    static_cast<std::size_t>(size));
     if (conn->ready && !sendQueue->writing) {
         writeNext();
     }

@@ -31,7 +31,7 @@ inline constexpr const char* broken = "broken connection";
 
 class QVTCPCommonConnection : public QVTCPConnectionProtocol,
                               public std::enable_shared_from_this<QVTCPCommonConnection> {
-public:
+  public:
     QVTCPCommonConnection();
     ~QVTCPCommonConnection() override;
     QVTCPCommonConnection(const QVTCPCommonConnection&) = delete;
@@ -66,13 +66,12 @@ public:
     // wait for it.  False when the bytes could not be queued.
     bool sendData(const void* bytes, std::uint64_t size);
 
-protected:
+  protected:
     // Makes a TCP socket with no-delay on this object's loop, aimed at a
     // numeric address and a port, and takes it as the connection. False
     // when the address is not numeric or no socket can be opened.
     bool initWithAddress(const char* host, std::uint16_t port, std::shared_ptr<Logger> logger);
-    bool initWithConnection(std::unique_ptr<Connection> connection,
-                            std::shared_ptr<Logger> logger);
+    bool initWithConnection(std::unique_ptr<Connection> connection, std::shared_ptr<Logger> logger);
     // Starts connecting to the peer of `conn`; the outcome comes as
     // waitConnection() or startProtocol().
     void connect();
@@ -80,7 +79,7 @@ protected:
 
     Logger& log() { return *logger; }
 
-private:
+  private:
     struct ReceivePiece;
     struct SendQueue;
 

@@ -3,9 +3,9 @@
 namespace halvo::link {
 
 bool QVTCPConnection::initWithString(const char* host, std::uint16_t port,
-                                     std::shared_ptr<Logger> logger) {
-    if (!initWithAddress(host, port, logger)) {
-        logger->error("cannot initialize TCP connection object");
+                                     std::shared_ptr<Logger> connectionLogger) {
+    if (!initWithAddress(host, port, connectionLogger)) {
+        connectionLogger->error("cannot initialize TCP connection object");
         return false;
     }
     return true;

@@ -9,7 +9,7 @@
 namespace halvo::link {
 
 class QVTCPConnection : public QVTCPCommonConnection {
-public:
+  public:
     // Makes the connection object (no traffic yet). False, after logging
     // "cannot initialize TCP connection object", when no socket can be made
     // for that address.

@@ -6,7 +6,7 @@
 namespace halvo::link {
 
 class QVTCPConnectionProtocol {
-public:
+  public:
     virtual ~QVTCPConnectionProtocol() = default;
 
     // Starts connecting; the outcome arrives later as a notification.

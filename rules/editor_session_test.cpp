@@ -1,8 +1,8 @@
 #include "rules/editor_session.h"
 #include "rules/sources_testing.h"
 
-#include <filesystem>
 #include <csignal>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>

@@ -4,7 +4,6 @@
 
 #include <boost/json/array.hpp>
 #include <boost/json/value_stack.hpp>
-
 #include <cstddef>
 #include <string_view>
 

@@ -14,10 +14,8 @@ struct HostCase {
 
 TEST(HostListTest, CommasAndWhitespaceSeparateAndRunsYieldNothing) {
     const HostCase cases[] = {
-        {"10.0.0.5", R"(["10.0.0.5"])"},
-        {"a, b  c,,", R"(["a", "b", "c"])"},
-        {",a\t\r\n\v\fb,", R"(["a", "b"])"},
-        {",,,", "[]"},
+        {"10.0.0.5", R"(["10.0.0.5"])"},     {"a, b  c,,", R"(["a", "b", "c"])"},
+        {",a\t\r\n\v\fb,", R"(["a", "b"])"}, {",,,", "[]"},
         {"h\xc3\xb4te;x", R"(["hôte;x"])"},
     };
     for (const HostCase& c : cases) {

@@ -14,10 +14,10 @@ namespace {
 constexpr std::array<std::uint8_t, 256> hexDigits = [] {
     std::array<std::uint8_t, 256> values{};
     values.fill(0xFF);
-    for (int digit = 0; digit < 10; ++digit) {
+    for (std::size_t digit = 0; digit < 10; ++digit) {
         values['0' + digit] = static_cast<std::uint8_t>(digit);
     }
-    for (int digit = 0; digit < 6; ++digit) {
+    for (std::size_t digit = 0; digit < 6; ++digit) {
         values['a' + digit] = values['A' + digit] = static_cast<std::uint8_t>(10 + digit);
     }
     return values;

@@ -1,8 +1,7 @@
 #include "rules/id_list.h"
 
-#include <gtest/gtest.h>
-
 #include <climits>
+#include <gtest/gtest.h>
 #include <vector>
 
 namespace {

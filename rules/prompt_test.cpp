@@ -13,9 +13,12 @@ TEST(AreYouSure, AsksUntilALowercaseAnswer) {
         int prompts;
         const char* unread;
     } cases[] = {
-        {"y", 'y', 1, ""},       {"\n\n\nn\n", 'n', 1, "\n"}, // empty lines are passed over without
-                                                              // a new prompt
-        {"Y\nx\ny", 'y', 3, ""}, {" y", 'y', 2, ""},          {"yes\n", 'y', 1, "es\n"},
+        {"y", 'y', 1, ""},
+        {"\n\n\nn\n", 'n', 1, "\n"}, // empty lines are passed over without
+                                     // a new prompt
+        {"Y\nx\ny", 'y', 3, ""},
+        {" y", 'y', 2, ""},
+        {"yes\n", 'y', 1, "es\n"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.input);

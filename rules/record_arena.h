@@ -11,7 +11,6 @@
 
 #include <boost/json/memory_resource.hpp>
 #include <boost/json/storage_ptr.hpp>
-
 #include <cstddef>
 #include <vector>
 

@@ -9,10 +9,9 @@
 
 #include "rules/rule_keys.h"
 
+#include <array>
 #include <boost/json/object.hpp>
 #include <boost/json/value.hpp>
-
-#include <array>
 #include <cstddef>
 
 namespace halvo::rules {

@@ -7,10 +7,9 @@
 
 #include "rules/rule_keys.h"
 
+#include <array>
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
-
-#include <array>
 #include <iterator>
 #include <random>
 #include <string>

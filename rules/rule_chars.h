@@ -27,14 +27,14 @@ enum ByteClass : std::uint8_t {
 inline constexpr std::array<std::uint8_t, 256> byteClasses = [] {
     std::array<std::uint8_t, 256> classes{};
     for (int c = 0; c < 256; ++c) {
-        std::uint8_t bits = 0;
+        int bits = 0;
         bits |= isRuleWhitespace(static_cast<char>(c)) ? blankByte : 0;
         bits |= c == '"' ? quoteByte : 0;
         bits |= c == '\\' ? backslashByte : 0;
         bits |= c == '\n' || c == '\0' ? lineEndByte : 0;
         bits |= c == '#' ? hashByte : 0;
         bits |= c >= 0x80 ? highByte : 0;
-        classes[static_cast<std::size_t>(c)] = bits;
+        classes[static_cast<std::size_t>(c)] = static_cast<std::uint8_t>(bits);
     }
     return classes;
 }();

@@ -7,9 +7,8 @@
 
 #include "rules/rule_keys.h"
 
-#include <boost/json/value_stack.hpp>
-
 #include <array>
+#include <boost/json/value_stack.hpp>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>

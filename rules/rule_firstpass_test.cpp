@@ -1,7 +1,6 @@
 #include "rules/rule_firstpass.h"
 
 #include <gtest/gtest.h>
-
 #include <random>
 #include <string>
 #include <vector>

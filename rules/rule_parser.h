@@ -7,7 +7,6 @@
 #pragma once
 
 #include <boost/json/array.hpp>
-
 #include <cstddef>
 #include <optional>
 #include <string>

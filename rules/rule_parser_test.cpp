@@ -8,15 +8,13 @@
 //   bad/NAME.err       the exact message on stderr.
 // The rule checker's parser must agree with the loader's on every case.
 #include "rules/rule_parser.h"
-
 #include "rules/rule_testing.h"
 
+#include <algorithm>
 #include <boost/json/parse.hpp>
 #include <boost/json/serialize.hpp>
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <filesystem>
+#include <gtest/gtest.h>
 #include <string>
 #include <vector>
 
@@ -86,7 +84,7 @@ TEST_P(GoodRuleText, ParsesPrintsAndReadsBack) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Corpus, GoodRuleText, testing::ValuesIn(caseNames("parse")),
-                         [](const auto& info) { return info.param; });
+                         [](const auto& test) { return test.param; });
 
 class BadRuleText : public testing::TestWithParam<std::string> {};
 
@@ -103,6 +101,6 @@ TEST_P(BadRuleText, FailsWithTheRuleNumber) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Corpus, BadRuleText, testing::ValuesIn(caseNames("bad")),
-                         [](const auto& info) { return info.param; });
+                         [](const auto& test) { return test.param; });
 
 } // namespace

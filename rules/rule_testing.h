@@ -6,12 +6,11 @@
 
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
-#include <gtest/gtest.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <gtest/gtest.h>
 #include <sstream>
 #include <string>
 

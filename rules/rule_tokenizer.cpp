@@ -147,7 +147,7 @@ class LineTokenizer {
         if (word.size() >= 2 && word[0] == '!') {
             add(word.substr(0, 1), wordStart);
             word.remove_prefix(1);
-            lineOffset += line_[wordStart] == '!' ? 1 : 0;
+            lineOffset += line_[wordStart] == '!' ? 1u : 0u;
         }
         if (!ascii && !util::isValidUtf8(word)) {
             return false;

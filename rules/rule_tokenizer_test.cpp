@@ -1,9 +1,7 @@
 #include "rules/rule_tokenizer.h"
-
 #include "util/utf8.h"
 
 #include <gtest/gtest.h>
-
 #include <optional>
 #include <random>
 #include <string>

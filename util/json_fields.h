@@ -12,7 +12,6 @@
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
 #include <boost/json/value.hpp>
-
 #include <cstdint>
 #include <optional>
 #include <string_view>

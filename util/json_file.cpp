@@ -1,7 +1,6 @@
 #include "util/json_file.h"
 
 #include <boost/json/parse.hpp>
-
 #include <cerrno>
 #include <cstdio>
 #include <cstring>

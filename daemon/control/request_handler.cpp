@@ -62,14 +62,17 @@ const RequestHandler::Route RequestHandler::kRoutes[] = {
     {CommandCode::endRuleTransaction, &RequestHandler::endTransaction},
 };
 
-RequestHandler::RequestHandler(DeviceBackend& backend, DeviceTable& devices, ConnectionTable& connections,
-                               RuleStore& rules, Action defaultAction)
+RequestHandler::RequestHandler(DeviceBackend& backend, DeviceTable& devices,
+                               ConnectionTable& connections, RuleStore& rules, Action defaultAction)
     : backend_(backend), devices_(devices), connections_(connections), rules_(rules),
       defaultAction_(defaultAction) {}
 
-Outcome RequestHandler::handle(ClientId client, std::uint32_t command, const json::object& request) {
-    auto route = std::find_if(std::begin(kRoutes), std::end(kRoutes),
-                              [command](const Route& known) { return link::code(known.command) == command; });
+Outcome RequestHandler::handle(ClientId client, std::uint32_t command,
+                               const json::object& request) {
+    auto route =
+        std::find_if(std::begin(kRoutes), std::end(kRoutes), [command](const Route& known) {
+            return link::code(known.command) == command;
+        });
     if (route == std::end(kRoutes)) {
         return status(kStatusUnknownCommand);
     }
@@ -171,8 +174,9 @@ Outcome RequestHandler::insertDeviceRule(ClientId client, const json::object& re
         return badRequest("\"id\" must be an integer from 0 to 4294967295");
     }
     const json::value* actionText = request.if_contains("action");
-    auto action = actionText != nullptr && actionText->is_string() ? parseAction(actionText->get_string())
-                                                                   : std::nullopt;
+    auto action = actionText != nullptr && actionText->is_string()
+                      ? parseAction(actionText->get_string())
+                      : std::nullopt;
     if (!action) {
         return badRequest("\"action\" must be \"share\" or \"block\"");
     }

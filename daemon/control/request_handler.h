@@ -15,7 +15,6 @@
 #include "daemon/core/rule_store.h"
 
 #include <boost/json/object.hpp>
-
 #include <cstdint>
 #include <vector>
 
@@ -33,7 +32,7 @@ struct Outcome {
 };
 
 class RequestHandler {
-public:
+  public:
     RequestHandler(DeviceBackend& backend, DeviceTable& devices, ConnectionTable& connections,
                    RuleStore& rules, Action defaultAction);
 
@@ -42,7 +41,7 @@ public:
     // The client has gone: its rule transaction, if any, is rolled back.
     void clientLeft(ClientId client);
 
-private:
+  private:
     Outcome listDevices(ClientId client, const boost::json::object& request);
     Outcome listConnections(ClientId client, const boost::json::object& request);
     Outcome killConnection(ClientId client, const boost::json::object& request);

@@ -1,11 +1,9 @@
 #include "daemon/control/request_handler.h"
-
-#include "daemon/platform/fixture_backend.h"
 #include "daemon/core/rule_text.h"
+#include "daemon/platform/fixture_backend.h"
 
 #include <boost/json/parse.hpp>
 #include <boost/json/serialize.hpp>
-
 #include <gtest/gtest.h>
 
 namespace halvo::daemon {
@@ -21,7 +19,8 @@ std::vector<Device> twoDevices() {
     auto parsed = parseDeviceFixture(json::parse(R"({"devices": [
         {"vid": 1133, "pid": 49948, "rev": 272, "port": "1-1", "name": "Receiver", "class": 3},
         {"vid": 1921, "pid": 21863, "rev": 256, "port": "1-2", "name": "Stick", "serial": "S N",
-         "state": "shared", "addr": "10.0.0.5"}]})").as_object());
+         "state": "shared", "addr": "10.0.0.5"}]})")
+                                         .as_object());
     return std::get<std::vector<Device>>(parsed);
 }
 
@@ -29,7 +28,8 @@ std::vector<Connection> threeConnections() {
     auto parsed = parseConnectionFixture(json::parse(R"({"connections": [
         {"type": "net", "addr": "10.0.0.5", "port": 1000},
         {"type": "net", "addr": "10.0.0.5", "port": 1001},
-        {"type": "rdesk", "app": "Screen Sharing", "pid": 4242}]})").as_object());
+        {"type": "rdesk", "app": "Screen Sharing", "pid": 4242}]})")
+                                             .as_object());
     return std::get<std::vector<Connection>>(parsed);
 }
 
@@ -42,7 +42,7 @@ json::array rulesOf(std::string_view text) {
 }
 
 class RequestHandlerTest : public ::testing::Test {
-protected:
+  protected:
     explicit RequestHandlerTest(std::optional<std::string> rulesPath = std::nullopt)
         : backend(twoDevices()), connections(threeConnections()),
           rules(rulesOf("block hwid 046d\n"), std::move(rulesPath)),
@@ -59,7 +59,8 @@ protected:
     std::string statusOf(ClientId client, CommandCode command, std::string_view request = "{}") {
         json::object reply = ask(client, command, request);
         const json::value* status = reply.if_contains("status");
-        return status != nullptr && status->is_string() ? std::string(status->get_string()) : "<no status>";
+        return status != nullptr && status->is_string() ? std::string(status->get_string())
+                                                        : "<no status>";
     }
 
     json::array rulesSeenBy(ClientId client) {
@@ -83,7 +84,8 @@ TEST_F(RequestHandlerTest, OneTransactionAtATimeAndOthersSeeTheCommittedSet) {
     EXPECT_EQ(statusOf(kAlice, CommandCode::startRuleTransaction), "ok");
     EXPECT_EQ(statusOf(kBob, CommandCode::startRuleTransaction), kStatusBusy);
     EXPECT_EQ(statusOf(kBob, CommandCode::loadRuleList, R"({"rules": []})"), kStatusNoTransaction);
-    EXPECT_EQ(statusOf(kBob, CommandCode::endRuleTransaction, R"({"action": "commit"})"), kStatusNoTransaction);
+    EXPECT_EQ(statusOf(kBob, CommandCode::endRuleTransaction, R"({"action": "commit"})"),
+              kStatusNoTransaction);
 
     json::object load;
     load["rules"] = replacement;
@@ -100,11 +102,15 @@ TEST_F(RequestHandlerTest, RollbackAndDepartureLeaveTheCommittedSet) {
     const json::array original = rulesOf("block hwid 046d\n");
     for (bool byDeparture : {false, true}) {
         ASSERT_EQ(statusOf(kAlice, CommandCode::startRuleTransaction), "ok");
-        ASSERT_EQ(statusOf(kAlice, CommandCode::loadRuleList, R"({"rules": [{"action": "share"}]})"), "ok");
+        ASSERT_EQ(
+            statusOf(kAlice, CommandCode::loadRuleList, R"({"rules": [{"action": "share"}]})"),
+            "ok");
         if (byDeparture) {
             handler.clientLeft(kAlice);
         } else {
-            EXPECT_EQ(statusOf(kAlice, CommandCode::endRuleTransaction, R"({"action": "rollback"})"), "ok");
+            EXPECT_EQ(
+                statusOf(kAlice, CommandCode::endRuleTransaction, R"({"action": "rollback"})"),
+                "ok");
         }
         EXPECT_EQ(rulesSeenBy(kAlice), original);
         EXPECT_EQ(statusOf(kBob, CommandCode::startRuleTransaction), "ok");
@@ -124,13 +130,17 @@ TEST_F(RequestHandlerTest, BadRuleSetIsRefusedByNumberAndChangesNothing) {
 
 TEST_F(RequestHandlerTest, InsertedRuleNamesExactlyThatDeviceAtTheTop) {
     ASSERT_EQ(statusOf(kAlice, CommandCode::startRuleTransaction), "ok");
-    EXPECT_EQ(statusOf(kAlice, CommandCode::insertRuleForDevice, R"({"id": 2, "action": "share"})"), "ok");
-    EXPECT_EQ(statusOf(kAlice, CommandCode::insertRuleForDevice, R"({"id": 1, "action": "block"})"), "ok");
-    EXPECT_EQ(rulesSeenBy(kAlice), rulesOf("block quick hwid 046d:c31c:0110 port 1-1\n"
-                                           "share quick hwid 0781:5567:0100 serial \"S N\" port 1-2\n"
-                                           "block hwid 046d\n"));
+    EXPECT_EQ(statusOf(kAlice, CommandCode::insertRuleForDevice, R"({"id": 2, "action": "share"})"),
+              "ok");
+    EXPECT_EQ(statusOf(kAlice, CommandCode::insertRuleForDevice, R"({"id": 1, "action": "block"})"),
+              "ok");
+    EXPECT_EQ(rulesSeenBy(kAlice),
+              rulesOf("block quick hwid 046d:c31c:0110 port 1-1\n"
+                      "share quick hwid 0781:5567:0100 serial \"S N\" port 1-2\n"
+                      "block hwid 046d\n"));
 
-    EXPECT_EQ(statusOf(kAlice, CommandCode::insertRuleForDevice, R"({"id": 9, "action": "share"})"), "notfound");
+    EXPECT_EQ(statusOf(kAlice, CommandCode::insertRuleForDevice, R"({"id": 9, "action": "share"})"),
+              "notfound");
     EXPECT_EQ(statusOf(kAlice, CommandCode::insertRuleForDevice, R"({"id": 1, "action": "allow"})"),
               "bad request: \"action\" must be \"share\" or \"block\"");
     EXPECT_EQ(statusOf(kBob, CommandCode::insertRuleForDevice, R"({"id": 1, "action": "share"})"),
@@ -138,17 +148,22 @@ TEST_F(RequestHandlerTest, InsertedRuleNamesExactlyThatDeviceAtTheTop) {
 }
 
 TEST_F(RequestHandlerTest, VerdictComesFromTheClientsOwnRules) {
-    EXPECT_EQ(ask(kBob, CommandCode::testRule, R"({"id": 1, "type": "rdesk"})")["verdict"], "block (rule #1)");
-    EXPECT_EQ(ask(kBob, CommandCode::testRule, R"({"id": 2, "type": "net", "addr": "h"})")["verdict"],
-              "share (default)");
+    EXPECT_EQ(ask(kBob, CommandCode::testRule, R"({"id": 1, "type": "rdesk"})")["verdict"],
+              "block (rule #1)");
+    EXPECT_EQ(
+        ask(kBob, CommandCode::testRule, R"({"id": 2, "type": "net", "addr": "h"})")["verdict"],
+        "share (default)");
 
     ASSERT_EQ(statusOf(kAlice, CommandCode::startRuleTransaction), "ok");
-    ASSERT_EQ(statusOf(kAlice, CommandCode::loadRuleList, R"({"rules": [{"action": "block", "host": ["h"]}]})"),
+    ASSERT_EQ(statusOf(kAlice, CommandCode::loadRuleList,
+                       R"({"rules": [{"action": "block", "host": ["h"]}]})"),
               "ok");
-    EXPECT_EQ(ask(kAlice, CommandCode::testRule, R"({"id": 2, "type": "net", "addr": "h"})")["verdict"],
-              "block (rule #1)");
-    EXPECT_EQ(ask(kBob, CommandCode::testRule, R"({"id": 2, "type": "net", "addr": "h"})")["verdict"],
-              "share (default)");
+    EXPECT_EQ(
+        ask(kAlice, CommandCode::testRule, R"({"id": 2, "type": "net", "addr": "h"})")["verdict"],
+        "block (rule #1)");
+    EXPECT_EQ(
+        ask(kBob, CommandCode::testRule, R"({"id": 2, "type": "net", "addr": "h"})")["verdict"],
+        "share (default)");
 
     EXPECT_EQ(statusOf(kBob, CommandCode::testRule, R"({"id": 5, "type": "rdesk"})"), "notfound");
     EXPECT_EQ(statusOf(kBob, CommandCode::testRule, R"({"id": 1, "type": "net"})"),
@@ -160,7 +175,9 @@ TEST_F(RequestHandlerTest, VerdictComesFromTheClientsOwnRules) {
 }
 
 TEST_F(RequestHandlerTest, DropsConnectionsByHostPortOrProcessWithHostEvents) {
-    EXPECT_EQ(statusOf(kAlice, CommandCode::killConnection, R"({"host": "10.0.0.5", "port": 1001})"), "ok");
+    EXPECT_EQ(
+        statusOf(kAlice, CommandCode::killConnection, R"({"host": "10.0.0.5", "port": 1001})"),
+        "ok");
     ASSERT_EQ(lastEvents.size(), 1u);
     EXPECT_EQ(lastEvents[0].code, CommandCode::hostEvent);
     EXPECT_EQ(lastEvents[0].payload, payload(R"({"type": "net", "addr": "10.0.0.5", "port": 1001,
@@ -191,7 +208,8 @@ TEST_F(RequestHandlerTest, UnplugAnnouncesTheDeviceAndOffersItAgain) {
     EXPECT_FALSE(stick.contains("addr"));
 
     EXPECT_EQ(statusOf(kAlice, CommandCode::disconnectDevice, R"({"id": 3})"), "notfound");
-    EXPECT_EQ(statusOf(kAlice, CommandCode::disconnectDevice), "bad request: \"id\" must be an integer from 0 to 4294967295");
+    EXPECT_EQ(statusOf(kAlice, CommandCode::disconnectDevice),
+              "bad request: \"id\" must be an integer from 0 to 4294967295");
 }
 
 TEST_F(RequestHandlerTest, UnknownCommandsGetAStatus) {
@@ -202,14 +220,16 @@ TEST_F(RequestHandlerTest, UnknownCommandsGetAStatus) {
 }
 
 class CommitFailureTest : public RequestHandlerTest {
-protected:
+  protected:
     CommitFailureTest() : RequestHandlerTest("/nonexistent-halvod-test-folder/rules") {}
 };
 
 TEST_F(CommitFailureTest, FailedSaveKeepsTheTransactionOpen) {
     ASSERT_EQ(statusOf(kAlice, CommandCode::startRuleTransaction), "ok");
-    ASSERT_EQ(statusOf(kAlice, CommandCode::loadRuleList, R"({"rules": [{"action": "share"}]})"), "ok");
-    std::string commit = statusOf(kAlice, CommandCode::endRuleTransaction, R"({"action": "commit"})");
+    ASSERT_EQ(statusOf(kAlice, CommandCode::loadRuleList, R"({"rules": [{"action": "share"}]})"),
+              "ok");
+    std::string commit =
+        statusOf(kAlice, CommandCode::endRuleTransaction, R"({"action": "commit"})");
     EXPECT_TRUE(commit.starts_with("cannot save the rules: ")) << commit;
     EXPECT_EQ(rulesSeenBy(kBob), rulesOf("block hwid 046d\n"));
     EXPECT_EQ(rulesSeenBy(kAlice), rulesOf("share\n"));

@@ -3,7 +3,6 @@
 #include "link/packet.h"
 
 #include <boost/asio/socket_base.hpp>
-
 #include <cstdio>
 
 namespace halvo::daemon {

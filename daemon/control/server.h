@@ -2,14 +2,13 @@
 // thread that runs the io_context, so the tables need no locks.
 #pragma once
 
-#include "daemon/core/event.h"
 #include "daemon/control/request_handler.h"
 #include "daemon/control/session.h"
+#include "daemon/core/event.h"
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/steady_timer.hpp>
-
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -19,7 +18,7 @@
 namespace halvo::daemon {
 
 class Server final : public SessionHost {
-public:
+  public:
     // Clients beyond this many are turned away at once, so that a flood of
     // connections cannot use up the daemon's descriptors.
     static constexpr std::size_t kMaxClients = 512;
@@ -38,10 +37,11 @@ public:
 
     std::size_t clientCount() const { return sessions_.size(); }
 
-    void packetReceived(Session& session, std::uint32_t command, boost::json::object payload) override;
+    void packetReceived(Session& session, std::uint32_t command,
+                        boost::json::object payload) override;
     void sessionEnded(Session& session) override;
 
-private:
+  private:
     void accept();
 
     RequestHandler& handler_;

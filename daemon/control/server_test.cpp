@@ -1,14 +1,11 @@
 #include "daemon/control/server.h"
-
-#include "tests/support/daemon_harness.h"
 #include "daemon/platform/fixture_backend.h"
-
-#include <boost/asio/post.hpp>
-#include <boost/json/parse.hpp>
-
-#include <gtest/gtest.h>
+#include "tests/support/daemon_harness.h"
 
 #include <atomic>
+#include <boost/asio/post.hpp>
+#include <boost/json/parse.hpp>
+#include <gtest/gtest.h>
 #include <thread>
 
 namespace halvo::daemon {
@@ -22,7 +19,8 @@ using testkit::TestClient;
 std::vector<Device> fixtureDevices() {
     auto parsed = parseDeviceFixture(json::parse(R"({"devices": [
         {"vid": 1, "pid": 2, "rev": 3, "port": "1-1", "name": "One"},
-        {"vid": 4, "pid": 5, "rev": 6, "port": "1-2", "name": "Two", "built-in": true}]})").as_object());
+        {"vid": 4, "pid": 5, "rev": 6, "port": "1-2", "name": "Two", "built-in": true}]})")
+                                         .as_object());
     return std::get<std::vector<Device>>(parsed);
 }
 
@@ -34,7 +32,7 @@ std::string header(std::uint32_t command, std::uint32_t size) {
 // A server on an ephemeral loopback port, run on a thread of its own; the
 // test talks to it through sockets only.
 class ServerTest : public ::testing::Test {
-protected:
+  protected:
     ServerTest()
         : backend(fixtureDevices()), rules(json::array(), std::nullopt),
           handler(backend, devices, connections, rules, Action::block), server(io, handler) {
@@ -115,15 +113,17 @@ TEST_F(ServerTest, HostileClientIsDroppedWithoutDisturbingOthers) {
         EXPECT_EQ((*reply)["devices"].as_array().size(), 2u) << what;
     }
     // Clients that give up halfway through a packet.
-    for (std::string partial : {header(0, 8).substr(0, 5), header(0, link::kMaxPayloadSize) + "{\"a\""}) {
+    for (std::string partial :
+         {header(0, 8).substr(0, 5), header(0, link::kMaxPayloadSize) + "{\"a\""}) {
         TestClient quitter(port);
         ASSERT_TRUE(quitter.sendRaw(partial));
     }
     // The bystander still holds its transaction: nobody else may start one.
     TestClient latecomer(port);
-    EXPECT_EQ((*latecomer.request(CommandCode::startRuleTransaction))["status"], json::value(kStatusBusy));
-    EXPECT_EQ((*bystander.request(CommandCode::endRuleTransaction, json::parse(R"({"action":"rollback"})").as_object()))
-                  ["status"],
+    EXPECT_EQ((*latecomer.request(CommandCode::startRuleTransaction))["status"],
+              json::value(kStatusBusy));
+    EXPECT_EQ((*bystander.request(CommandCode::endRuleTransaction,
+                                  json::parse(R"({"action":"rollback"})").as_object()))["status"],
               "ok");
 }
 
@@ -136,7 +136,8 @@ TEST_F(ServerTest, PacketsMayArriveSplitOrBatched) {
         ASSERT_TRUE(client.sendRaw(std::string_view(&byte, 1)));
     }
     ASSERT_TRUE(client.sendRaw(list + test));
-    const CommandCode kExpected[] = {CommandCode::testRule, CommandCode::deviceList, CommandCode::testRule};
+    const CommandCode kExpected[] = {CommandCode::testRule, CommandCode::deviceList,
+                                     CommandCode::testRule};
     for (CommandCode expected : kExpected) {
         auto packet = client.receive();
         ASSERT_TRUE(packet);
@@ -149,7 +150,8 @@ TEST_F(ServerTest, EventsReachEveryClient) {
     TestClient watcher(port);
     ASSERT_TRUE(watcher.request(CommandCode::deviceList)); // the server has seen it connect
 
-    auto reply = actor.request(CommandCode::disconnectDevice, json::parse(R"({"id": 1})").as_object());
+    auto reply =
+        actor.request(CommandCode::disconnectDevice, json::parse(R"({"id": 1})").as_object());
     ASSERT_TRUE(reply);
     EXPECT_EQ((*reply)["status"], "ok");
     for (TestClient* client : {&actor, &watcher}) {
@@ -164,8 +166,9 @@ TEST_F(ServerTest, ClientThatLeavesMidTransactionIsRolledBack) {
     {
         TestClient leaver(port);
         ASSERT_EQ((*leaver.request(CommandCode::startRuleTransaction))["status"], "ok");
-        ASSERT_EQ((*leaver.request(CommandCode::loadRuleList,
-                                   json::parse(R"({"rules": [{"action": "share"}]})").as_object()))["status"],
+        ASSERT_EQ((*leaver.request(
+                      CommandCode::loadRuleList,
+                      json::parse(R"({"rules": [{"action": "share"}]})").as_object()))["status"],
                   "ok");
     }
     TestClient next(port);

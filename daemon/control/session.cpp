@@ -3,7 +3,6 @@
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/read.hpp>
 #include <boost/asio/write.hpp>
-
 #include <cstdio>
 #include <variant>
 
@@ -22,40 +21,42 @@ void Session::start() {
 }
 
 void Session::readHeader() {
-    asio::async_read(socket_, asio::buffer(header_),
-                     [self = shared_from_this()](const boost::system::error_code& error, std::size_t) {
-                         if (error) {
-                             self->close();
-                             return;
-                         }
-                         link::PacketHeader header = link::decodeHeader(self->header_.data());
-                         if (header.size == 0) {
-                             self->payload_.clear();
-                             self->deliver(header.command);
-                             return;
-                         }
-                         if (!link::isValidPayloadSize(header.size)) {
-                             std::fprintf(stderr, "halvod: client %llu: payload size %u refused\n",
-                                          static_cast<unsigned long long>(self->id_), header.size);
-                             self->close();
-                             return;
-                         }
-                         self->readPayload(header.command, header.size);
-                     });
+    asio::async_read(
+        socket_, asio::buffer(header_),
+        [self = shared_from_this()](const boost::system::error_code& error, std::size_t) {
+            if (error) {
+                self->close();
+                return;
+            }
+            link::PacketHeader header = link::decodeHeader(self->header_.data());
+            if (header.size == 0) {
+                self->payload_.clear();
+                self->deliver(header.command);
+                return;
+            }
+            if (!link::isValidPayloadSize(header.size)) {
+                std::fprintf(stderr, "halvod: client %llu: payload size %u refused\n",
+                             static_cast<unsigned long long>(self->id_), header.size);
+                self->close();
+                return;
+            }
+            self->readPayload(header.command, header.size);
+        });
 }
 
 void Session::readPayload(std::uint32_t command, std::uint32_t size) {
     payload_.clear();
     // The buffer grows as bytes arrive, so a header that announces 100 MiB
     // costs nothing until the bytes come.
-    asio::async_read(socket_, asio::dynamic_buffer(payload_, size), asio::transfer_exactly(size),
-                     [self = shared_from_this(), command](const boost::system::error_code& error, std::size_t) {
-                         if (error) {
-                             self->close();
-                             return;
-                         }
-                         self->deliver(command);
-                     });
+    asio::async_read(
+        socket_, asio::dynamic_buffer(payload_, size), asio::transfer_exactly(size),
+        [self = shared_from_this(), command](const boost::system::error_code& error, std::size_t) {
+            if (error) {
+                self->close();
+                return;
+            }
+            self->deliver(command);
+        });
 }
 
 void Session::deliver(std::uint32_t command) {
@@ -95,21 +96,22 @@ void Session::send(std::string packet) {
 }
 
 void Session::writeNext() {
-    asio::async_write(socket_, asio::buffer(outbox_.front()),
-                      [self = shared_from_this()](const boost::system::error_code& error, std::size_t) {
-                          if (self->closed_) {
-                              return;
-                          }
-                          if (error) {
-                              self->close();
-                              return;
-                          }
-                          self->queuedBytes_ -= self->outbox_.front().size();
-                          self->outbox_.pop_front();
-                          if (!self->outbox_.empty()) {
-                              self->writeNext();
-                          }
-                      });
+    asio::async_write(
+        socket_, asio::buffer(outbox_.front()),
+        [self = shared_from_this()](const boost::system::error_code& error, std::size_t) {
+            if (self->closed_) {
+                return;
+            }
+            if (error) {
+                self->close();
+                return;
+            }
+            self->queuedBytes_ -= self->outbox_.front().size();
+            self->outbox_.pop_front();
+            if (!self->outbox_.empty()) {
+                self->writeNext();
+            }
+        });
 }
 
 void Session::close() {

@@ -11,7 +11,6 @@
 
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/json/object.hpp>
-
 #include <cstdint>
 #include <deque>
 #include <memory>
@@ -22,16 +21,17 @@ namespace halvo::daemon {
 class Session;
 
 class SessionHost {
-public:
-    virtual void packetReceived(Session& session, std::uint32_t command, boost::json::object payload) = 0;
+  public:
+    virtual void packetReceived(Session& session, std::uint32_t command,
+                                boost::json::object payload) = 0;
     virtual void sessionEnded(Session& session) = 0;
 
-protected:
+  protected:
     ~SessionHost() = default;
 };
 
 class Session : public std::enable_shared_from_this<Session> {
-public:
+  public:
     // Output a client may leave unread before it is dropped.
     static constexpr std::size_t kMaxQueuedBytes = 256u * 1024u * 1024u;
 
@@ -45,7 +45,7 @@ public:
 
     std::uint64_t id() const { return id_; }
 
-private:
+  private:
     void readHeader();
     void readPayload(std::uint32_t command, std::uint32_t size);
     void deliver(std::uint32_t command);

@@ -1,7 +1,7 @@
 #include "daemon/core/connection_table.h"
 
-#include "util/json_file.h"
 #include "daemon/core/json_integer.h"
+#include "util/json_file.h"
 
 #include <algorithm>
 
@@ -11,7 +11,8 @@ namespace json = boost::json;
 
 namespace {
 
-std::optional<std::string> readText(const json::object& record, std::string_view key, std::string& out) {
+std::optional<std::string> readText(const json::object& record, std::string_view key,
+                                    std::string& out) {
     const json::value* value = record.if_contains(key);
     if (value == nullptr || !value->is_string()) {
         return "\"" + std::string(key) + "\" must be a string";
@@ -76,7 +77,8 @@ Event hostEvent(const Connection& connection, std::string_view state) {
 
 } // namespace
 
-std::variant<std::vector<Connection>, std::string> parseConnectionFixture(const json::object& document) {
+std::variant<std::vector<Connection>, std::string>
+parseConnectionFixture(const json::object& document) {
     const json::value* list = document.if_contains("connections");
     if (list == nullptr || !list->is_array()) {
         return std::string("\"connections\" must be an array");
@@ -124,7 +126,8 @@ json::object ConnectionTable::listReply() const {
     return reply;
 }
 
-std::vector<Event> ConnectionTable::dropHost(std::string_view host, std::optional<std::uint16_t> port) {
+std::vector<Event> ConnectionTable::dropHost(std::string_view host,
+                                             std::optional<std::uint16_t> port) {
     std::vector<Event> events;
     std::erase_if(connections_, [&](const Connection& connection) {
         bool matches = connection.kind == Connection::Kind::network && connection.addr == host &&

@@ -9,7 +9,6 @@
 #include "daemon/core/event.h"
 
 #include <boost/json/object.hpp>
-
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -31,10 +30,11 @@ struct Connection {
 };
 
 // The fixture's connections, or the first fault found ("connection #N: ...").
-std::variant<std::vector<Connection>, std::string> parseConnectionFixture(const boost::json::object& document);
+std::variant<std::vector<Connection>, std::string>
+parseConnectionFixture(const boost::json::object& document);
 
 class ConnectionTable {
-public:
+  public:
     explicit ConnectionTable(std::vector<Connection> connections = {});
 
     static std::variant<ConnectionTable, std::string> fromFile(const std::string& path);
@@ -53,7 +53,7 @@ public:
 
     const std::vector<Connection>& connections() const { return connections_; }
 
-private:
+  private:
     std::vector<Connection> connections_;
 };
 

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <boost/json/object.hpp>
-
 #include <cstdint>
 #include <optional>
 #include <string>

@@ -16,7 +16,7 @@ struct ScanResult {
 };
 
 class DeviceBackend {
-public:
+  public:
     virtual ~DeviceBackend() = default;
 
     // The devices present now, ids unassigned.

@@ -17,8 +17,9 @@ Event deviceEvent(const Device& device, std::string_view state) {
 std::vector<Event> DeviceTable::update(std::vector<Device> scanned) {
     std::vector<Event> events;
     for (const Device& known : devices_) {
-        auto stillThere = std::find_if(scanned.begin(), scanned.end(),
-                                       [&](const Device& device) { return isSameDevice(known, device); });
+        auto stillThere = std::find_if(scanned.begin(), scanned.end(), [&](const Device& device) {
+            return isSameDevice(known, device);
+        });
         if (stillThere == scanned.end()) {
             events.push_back(deviceEvent(known, "unplugged"));
         }

@@ -9,7 +9,6 @@
 #include "daemon/core/event.h"
 
 #include <boost/json/object.hpp>
-
 #include <cstdint>
 #include <optional>
 #include <vector>
@@ -17,7 +16,7 @@
 namespace halvo::daemon {
 
 class DeviceTable {
-public:
+  public:
     // Replaces the table's contents with a scan and returns the device events
     // for the differences: "plugged" for a new device, "unplugged" for one
     // that is gone, the new state for one whose state changed.
@@ -34,7 +33,7 @@ public:
     // nothing for an unknown id.
     std::optional<Event> recordUnplug(std::uint32_t id);
 
-private:
+  private:
     std::vector<Device> devices_;
     std::uint32_t nextId_ = 1;
 };

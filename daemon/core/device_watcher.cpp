@@ -4,8 +4,8 @@
 
 namespace halvo::daemon {
 
-DeviceWatcher::DeviceWatcher(boost::asio::io_context& io, DeviceBackend& backend, DeviceTable& table,
-                             std::chrono::milliseconds period, EventSink sink)
+DeviceWatcher::DeviceWatcher(boost::asio::io_context& io, DeviceBackend& backend,
+                             DeviceTable& table, std::chrono::milliseconds period, EventSink sink)
     : backend_(backend), table_(table), period_(period), sink_(std::move(sink)), timer_(io) {}
 
 void DeviceWatcher::start() {

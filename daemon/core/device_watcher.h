@@ -8,7 +8,6 @@
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/steady_timer.hpp>
-
 #include <chrono>
 #include <functional>
 #include <string>
@@ -16,7 +15,7 @@
 namespace halvo::daemon {
 
 class DeviceWatcher {
-public:
+  public:
     using EventSink = std::function<void(const Event&)>;
 
     DeviceWatcher(boost::asio::io_context& io, DeviceBackend& backend, DeviceTable& table,
@@ -29,7 +28,7 @@ public:
     // read for a moment must not look like every device unplugged).
     void rescan();
 
-private:
+  private:
     void scheduleNext();
 
     DeviceBackend& backend_;

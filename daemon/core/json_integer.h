@@ -7,7 +7,6 @@
 
 #include <boost/json/object.hpp>
 #include <boost/json/value.hpp>
-
 #include <cstdint>
 #include <optional>
 #include <string_view>

@@ -49,8 +49,9 @@ constexpr std::array<KeyRule, 24> kKeyRules = {{
 }};
 
 bool isStringArray(const json::value& value) {
-    return value.is_array() && std::all_of(value.get_array().begin(), value.get_array().end(),
-                                           [](const json::value& element) { return element.is_string(); });
+    return value.is_array() &&
+           std::all_of(value.get_array().begin(), value.get_array().end(),
+                       [](const json::value& element) { return element.is_string(); });
 }
 
 bool hasKind(const json::value& value, ValueKind kind) {
@@ -104,8 +105,9 @@ std::optional<std::string> validateRule(const json::object& rule) {
         return std::string("\"action\" is missing");
     }
     for (const auto& member : rule) {
-        auto keyRule = std::find_if(kKeyRules.begin(), kKeyRules.end(),
-                                    [&](const KeyRule& known) { return known.key == member.key(); });
+        auto keyRule = std::find_if(kKeyRules.begin(), kKeyRules.end(), [&](const KeyRule& known) {
+            return known.key == member.key();
+        });
         if (keyRule == kKeyRules.end()) {
             return "unknown key " + quoted(member.key());
         }
@@ -123,7 +125,8 @@ std::optional<std::string> validateRule(const json::object& rule) {
 }
 
 json::object canonicalRule(json::object rule) {
-    if (const json::value* takeaway = rule.if_contains("takeaway"); takeaway != nullptr && *takeaway == false) {
+    if (const json::value* takeaway = rule.if_contains("takeaway");
+        takeaway != nullptr && *takeaway == false) {
         rule.erase("takeaway");
     }
     return rule;

@@ -4,7 +4,6 @@
 
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
-
 #include <optional>
 #include <string>
 #include <variant>

@@ -1,7 +1,6 @@
 #include "daemon/core/record_validation.h"
 
 #include <boost/json/parse.hpp>
-
 #include <gtest/gtest.h>
 
 namespace halvo::daemon {
@@ -38,7 +37,8 @@ TEST(RuleCheckTest, FalseTakeawayIsKeptAsNoTakeaway) {
     set.push_back(record(R"({"action":"share","takeaway":true})"));
     auto accepted = validateRuleSet(set);
     ASSERT_EQ(accepted.index(), 0u);
-    EXPECT_EQ(std::get<json::array>(accepted), json::parse(R"([{"action":"share"},{"action":"share","takeaway":true}])"));
+    EXPECT_EQ(std::get<json::array>(accepted),
+              json::parse(R"([{"action":"share"},{"action":"share","takeaway":true}])"));
 }
 
 std::string refusal(const json::array& rules) {
@@ -62,7 +62,8 @@ const RefusalCase kRefusals[] = {
     {R"({"action":"share","notHost":true})", R"("notHost" without "host")"},
     {R"({"action":"share","name":"x"})", R"("name" without "nameMatch")"},
     {R"({"action":"share","nameMatch":"is"})", R"("nameMatch" without "name")"},
-    {R"({"action":"share","name":"x","nameMatch":"starts"})", R"("nameMatch" must be "is" or "contains")"},
+    {R"({"action":"share","name":"x","nameMatch":"starts"})",
+     R"("nameMatch" must be "is" or "contains")"},
     {R"({"action":"share","pid":1})", R"("pid" without "vid")"},
     {R"({"action":"share","vid":1,"rev":1})", R"("rev" without "pid")"},
     {R"({"action":"share","vid":65536})", R"("vid" must be an integer from 0 to 65535)"},
@@ -76,7 +77,8 @@ const RefusalCase kRefusals[] = {
 
 TEST(RuleCheckTest, RefusalNamesTheBrokenInvariant) {
     for (const RefusalCase& row : kRefusals) {
-        EXPECT_EQ(validateRule(record(row.record)), std::optional<std::string>(row.reason)) << row.record;
+        EXPECT_EQ(validateRule(record(row.record)), std::optional<std::string>(row.reason))
+            << row.record;
     }
 }
 

@@ -86,14 +86,24 @@ struct ConditionGroup {
 };
 
 constexpr std::array<ConditionGroup, 8> kConditionGroups = {{
-    {"host", "notHost", [](const json::object& r, const Device&, const Peer& p) { return listsAddress(r, p); }},
-    {"rdesk", "", [](const json::object& r, const Device&, const Peer& p) { return selectsConnectionKind(r, p); }},
-    {"name", "notName", [](const json::object& r, const Device& d, const Peer&) { return matchesName(r, d); }},
-    {"built-in", "", [](const json::object& r, const Device& d, const Peer&) { return matchesBuiltIn(r, d); }},
-    {"vid", "notHWID", [](const json::object& r, const Device& d, const Peer&) { return matchesHwid(r, d); }},
-    {"serial", "notSerial", [](const json::object& r, const Device& d, const Peer&) { return matchesSerial(r, d); }},
-    {"port", "notPort", [](const json::object& r, const Device& d, const Peer&) { return matchesPort(r, d); }},
-    {"class", "notClass", [](const json::object& r, const Device& d, const Peer&) { return matchesClass(r, d); }},
+    {"host", "notHost",
+     [](const json::object& r, const Device&, const Peer& p) { return listsAddress(r, p); }},
+    {"rdesk", "",
+     [](const json::object& r, const Device&, const Peer& p) {
+         return selectsConnectionKind(r, p);
+     }},
+    {"name", "notName",
+     [](const json::object& r, const Device& d, const Peer&) { return matchesName(r, d); }},
+    {"built-in", "",
+     [](const json::object& r, const Device& d, const Peer&) { return matchesBuiltIn(r, d); }},
+    {"vid", "notHWID",
+     [](const json::object& r, const Device& d, const Peer&) { return matchesHwid(r, d); }},
+    {"serial", "notSerial",
+     [](const json::object& r, const Device& d, const Peer&) { return matchesSerial(r, d); }},
+    {"port", "notPort",
+     [](const json::object& r, const Device& d, const Peer&) { return matchesPort(r, d); }},
+    {"class", "notClass",
+     [](const json::object& r, const Device& d, const Peer&) { return matchesClass(r, d); }},
 }};
 
 } // namespace
@@ -125,7 +135,8 @@ bool ruleMatches(const json::object& rule, const Device& device, const Peer& pee
         if (!rule.contains(group.key)) {
             continue;
         }
-        bool inverted = !group.negationKey.empty() && getFlag(rule, group.negationKey).value_or(false);
+        bool inverted =
+            !group.negationKey.empty() && getFlag(rule, group.negationKey).value_or(false);
         if (group.holds(rule, device, peer) == inverted) {
             return false;
         }
@@ -133,7 +144,8 @@ bool ruleMatches(const json::object& rule, const Device& device, const Peer& pee
     return true;
 }
 
-Verdict evaluate(const json::array& rules, const Device& device, const Peer& peer, Action defaultAction) {
+Verdict evaluate(const json::array& rules, const Device& device, const Peer& peer,
+                 Action defaultAction) {
     Verdict verdict{defaultAction, 0};
     for (std::size_t index = 0; index < rules.size(); ++index) {
         const json::object* rule = rules[index].if_object();

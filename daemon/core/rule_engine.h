@@ -20,7 +20,6 @@
 
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
-
 #include <cstddef>
 #include <optional>
 #include <string>

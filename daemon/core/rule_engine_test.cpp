@@ -1,5 +1,4 @@
 #include "daemon/core/rule_engine.h"
-
 #include "daemon/core/rule_text.h"
 
 #include <gtest/gtest.h>

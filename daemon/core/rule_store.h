@@ -9,7 +9,6 @@
 
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
-
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -19,7 +18,7 @@ namespace halvo::daemon {
 using ClientId = std::uint64_t;
 
 class RuleStore {
-public:
+  public:
     // `rulesPath` is where commits are saved; none keeps them in memory only.
     RuleStore(boost::json::array committed, std::optional<std::string> rulesPath);
 
@@ -48,7 +47,7 @@ public:
 
     const boost::json::array& committed() const { return committed_; }
 
-private:
+  private:
     boost::json::array committed_;
     std::optional<std::string> rulesPath_;
     std::optional<ClientId> holder_;

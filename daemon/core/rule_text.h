@@ -5,7 +5,6 @@
 
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
-
 #include <optional>
 #include <string>
 #include <string_view>

@@ -1,7 +1,7 @@
 #include "daemon/platform/fixture_backend.h"
 
-#include "util/json_file.h"
 #include "daemon/core/json_integer.h"
+#include "util/json_file.h"
 
 #include <algorithm>
 #include <array>
@@ -15,13 +15,13 @@ namespace {
 constexpr std::string_view kDefaultState = "available";
 
 constexpr std::array<std::string_view, 12> kKnownKeys = {
-    "vid",  "pid",   "rev",  "port",  "name",     "built-in",
+    "vid",    "pid",   "rev",  "port",  "name",     "built-in",
     "serial", "state", "addr", "class", "subclass", "protocol",
 };
 
 // Reads one device object; an error text names the key at fault.
 class DeviceReader {
-public:
+  public:
     explicit DeviceReader(const json::object& record) : record_(record) {}
 
     std::optional<std::string> read(Device& device) {
@@ -55,7 +55,7 @@ public:
         return error_;
     }
 
-private:
+  private:
     template <typename Number>
     void readNumber(std::string_view key, std::uint64_t max, bool required, Number& out) {
         const json::value* value = record_.if_contains(key);
@@ -67,7 +67,8 @@ private:
         }
         auto number = toBoundedInteger(*value, max);
         if (!number) {
-            fail("\"" + std::string(key) + "\" must be an integer from 0 to " + std::to_string(max));
+            fail("\"" + std::string(key) + "\" must be an integer from 0 to " +
+                 std::to_string(max));
             return;
         }
         out = static_cast<Number>(*number);
@@ -125,7 +126,8 @@ std::variant<std::vector<Device>, std::string> parseDeviceFixture(const json::ob
 
 FixtureBackend::FixtureBackend(std::vector<Device> devices) : devices_(std::move(devices)) {}
 
-std::variant<std::unique_ptr<FixtureBackend>, std::string> FixtureBackend::fromFile(const std::string& path) {
+std::variant<std::unique_ptr<FixtureBackend>, std::string>
+FixtureBackend::fromFile(const std::string& path) {
     auto document = util::readJsonObjectFile(path);
     if (auto* error = std::get_if<std::string>(&document)) {
         return *error;

@@ -8,7 +8,6 @@
 #include "daemon/core/device_backend.h"
 
 #include <boost/json/object.hpp>
-
 #include <memory>
 #include <string>
 #include <variant>
@@ -17,21 +16,23 @@
 namespace halvo::daemon {
 
 // The fixture's devices, or the first fault found ("device #N: ...").
-std::variant<std::vector<Device>, std::string> parseDeviceFixture(const boost::json::object& document);
+std::variant<std::vector<Device>, std::string>
+parseDeviceFixture(const boost::json::object& document);
 
 class FixtureBackend final : public DeviceBackend {
-public:
+  public:
     explicit FixtureBackend(std::vector<Device> devices);
 
     // The backend for the fixture file at `path`, or why it cannot be read.
-    static std::variant<std::unique_ptr<FixtureBackend>, std::string> fromFile(const std::string& path);
+    static std::variant<std::unique_ptr<FixtureBackend>, std::string>
+    fromFile(const std::string& path);
 
     ScanResult scan() override;
     // Nothing physical to do: the device table records the state change.
     std::optional<std::string> unplug(const Device& device) override;
     bool seesHotplug() const override { return false; }
 
-private:
+  private:
     std::vector<Device> devices_;
 };
 

@@ -1,12 +1,9 @@
+#include "daemon/core/connection_table.h"
 #include "daemon/platform/fixture_backend.h"
 
-#include "daemon/core/connection_table.h"
-
-#include <boost/json/parse.hpp>
-
-#include <gtest/gtest.h>
-
 #include <algorithm>
+#include <boost/json/parse.hpp>
+#include <gtest/gtest.h>
 
 namespace halvo::daemon {
 namespace {
@@ -18,12 +15,15 @@ TEST(FixtureBackendTest, DemoFixtureHasTheDevicesTheDemoShows) {
     ASSERT_EQ(backend.index(), 0u) << std::get<std::string>(backend);
     std::vector<Device> devices = std::get<0>(backend)->scan().devices;
     ASSERT_GE(devices.size(), 4u);
-    auto has = [&](auto predicate) { return std::any_of(devices.begin(), devices.end(), predicate); };
+    auto has = [&](auto predicate) {
+        return std::any_of(devices.begin(), devices.end(), predicate);
+    };
     EXPECT_TRUE(has([](const Device& device) { return device.builtIn; }));
     EXPECT_TRUE(has([](const Device& device) { return !device.serial.empty(); }));
     EXPECT_TRUE(has([](const Device& device) { return device.addr.has_value(); }));
 
-    auto connections = ConnectionTable::fromFile(std::string(HALVOD_DEMO_DIR) + "/connections.json");
+    auto connections =
+        ConnectionTable::fromFile(std::string(HALVOD_DEMO_DIR) + "/connections.json");
     ASSERT_EQ(connections.index(), 0u) << std::get<std::string>(connections);
 }
 
@@ -55,8 +55,10 @@ TEST(FixtureBackendTest, ConnectionFaultsNameTheConnection) {
     const std::pair<const char*, const char*> kCases[] = {
         {R"({"connections": [{"type": "net", "addr": "a"}]})",
          R"(connection #1: "port" must be an integer from 0 to 65535)"},
-        {R"({"connections": [{"type": "rdesk", "pid": 1}]})", R"(connection #1: "app" must be a string)"},
-        {R"({"connections": [{"type": "usb"}]})", R"(connection #1: "type" must be "net" or "rdesk")"},
+        {R"({"connections": [{"type": "rdesk", "pid": 1}]})",
+         R"(connection #1: "app" must be a string)"},
+        {R"({"connections": [{"type": "usb"}]})",
+         R"(connection #1: "type" must be "net" or "rdesk")"},
     };
     for (const auto& [fixture, fault] : kCases) {
         auto parsed = parseConnectionFixture(json::parse(fixture).as_object());

@@ -1,18 +1,17 @@
 #include "daemon/platform/rules_file.h"
 
-#include "util/json_file.h"
 #include "daemon/core/record_validation.h"
 #include "daemon/core/rule_text.h"
-
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include "util/json_file.h"
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
+#include <sys/stat.h>
 #include <system_error>
+#include <unistd.h>
 
 namespace halvo::daemon {
 
@@ -77,13 +76,14 @@ std::optional<std::string> syncFolder(const fs::path& folder) {
 }
 
 // Writes and syncs `text` into a new temporary file beside `path`; its name.
-std::variant<std::string, std::string> writeTemporary(const std::string& path, std::string_view text) {
+std::variant<std::string, std::string> writeTemporary(const std::string& path,
+                                                      std::string_view text) {
     std::string name = (folderOf(path) / temporaryPrefix(path)).string();
     name.append(kTemporarySuffix.substr(1));
     int fd = ::mkostemp(name.data(), O_CLOEXEC);
     if (fd < 0) {
-        return std::variant<std::string, std::string>(std::in_place_index<1>,
-                                                      failure(path, "create temporary file", errno));
+        return std::variant<std::string, std::string>(
+            std::in_place_index<1>, failure(path, "create temporary file", errno));
     }
     const char* step = nullptr;
     if (::fchmod(fd, modeFor(path)) != 0) {
@@ -100,7 +100,8 @@ std::variant<std::string, std::string> writeTemporary(const std::string& path, s
     }
     if (step != nullptr) {
         ::unlink(name.c_str());
-        return std::variant<std::string, std::string>(std::in_place_index<1>, failure(path, step, stepErrno));
+        return std::variant<std::string, std::string>(std::in_place_index<1>,
+                                                      failure(path, step, stepErrno));
     }
     return std::variant<std::string, std::string>(std::in_place_index<0>, std::move(name));
 }

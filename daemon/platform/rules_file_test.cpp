@@ -1,10 +1,8 @@
-#include "daemon/platform/rules_file.h"
-
-#include "tests/support/daemon_harness.h"
 #include "daemon/core/rule_text.h"
+#include "daemon/platform/rules_file.h"
+#include "tests/support/daemon_harness.h"
 
 #include <gtest/gtest.h>
-
 #include <sys/stat.h>
 
 namespace halvo::daemon {
@@ -28,9 +26,10 @@ std::vector<std::string> folderContents(const fs::path& folder) {
 TEST(RulesFileTest, SavedRulesLoadBackTheSame) {
     TempDir scratch;
     const std::string path = (scratch / "rules").string();
-    const std::string text = "share quick host \"a,b\" name is \"Key board\" !built-in hwid 046d:c31c "
-                             "serial \"S 1\" !port 1-2 class 03:01:02 override-name \"K\" takeaway\n"
-                             "block !rdesk\n";
+    const std::string text =
+        "share quick host \"a,b\" name is \"Key board\" !built-in hwid 046d:c31c "
+        "serial \"S 1\" !port 1-2 class 03:01:02 override-name \"K\" takeaway\n"
+        "block !rdesk\n";
     json::array rules = *parseRuleText(text);
 
     EXPECT_EQ(std::get<json::array>(loadRulesFile(path)), json::array());
@@ -74,7 +73,8 @@ TEST(RulesFileTest, FileThatCannotBeKeptIsRefusedUntouched) {
     const std::pair<std::string, std::string> kCases[] = {
         {"share\nshare share\n", path + ": rules not loaded"},
         // Parses, but a name holding a quote would not survive the next save.
-        {"share\nshare name is a\\\"b\n", path + ": invalid rule #2: it does not read back unchanged from rule text"},
+        {"share\nshare name is a\\\"b\n",
+         path + ": invalid rule #2: it does not read back unchanged from rule text"},
     };
     for (const auto& [text, error] : kCases) {
         writeFile(path, text);
@@ -88,7 +88,8 @@ TEST(RulesFileTest, FileThatCannotBeKeptIsRefusedUntouched) {
 TEST(RulesFileTest, LeftoverTemporariesAreRemovedAndNothingElse) {
     TempDir scratch;
     const std::string path = (scratch / "rules").string();
-    for (const char* name : {"rules", ".rules.Ab12Cd", ".rules.zzzzzz", ".rules.bak", ".rules.1234567", "other"}) {
+    for (const char* name :
+         {"rules", ".rules.Ab12Cd", ".rules.zzzzzz", ".rules.bak", ".rules.1234567", "other"}) {
         writeFile(scratch / name, "x");
     }
     removeLeftoverTemporaries(path);

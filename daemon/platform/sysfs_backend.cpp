@@ -2,14 +2,13 @@
 
 #include "util/json_file.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
+#include <fcntl.h>
 #include <system_error>
+#include <unistd.h>
 
 namespace halvo::daemon {
 
@@ -71,9 +70,12 @@ void readClassTriple(const fs::path& folder, Device& device) {
     // Class 0: each interface names its own class; the first one tells
     // what kind of device this is.
     if (auto interface = firstInterface(folder)) {
-        device.deviceClass = readHexAttribute<std::uint8_t>(*interface, "bInterfaceClass").value_or(0);
-        device.subclass = readHexAttribute<std::uint8_t>(*interface, "bInterfaceSubClass").value_or(0);
-        device.protocol = readHexAttribute<std::uint8_t>(*interface, "bInterfaceProtocol").value_or(0);
+        device.deviceClass =
+            readHexAttribute<std::uint8_t>(*interface, "bInterfaceClass").value_or(0);
+        device.subclass =
+            readHexAttribute<std::uint8_t>(*interface, "bInterfaceSubClass").value_or(0);
+        device.protocol =
+            readHexAttribute<std::uint8_t>(*interface, "bInterfaceProtocol").value_or(0);
     }
 }
 

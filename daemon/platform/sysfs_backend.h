@@ -14,7 +14,7 @@
 namespace halvo::daemon {
 
 class SysfsBackend final : public DeviceBackend {
-public:
+  public:
     explicit SysfsBackend(std::filesystem::path root);
 
     ScanResult scan() override;
@@ -23,7 +23,7 @@ public:
     std::optional<std::string> unplug(const Device& device) override;
     bool seesHotplug() const override { return true; }
 
-private:
+  private:
     std::filesystem::path root_;
 };
 

@@ -1,20 +1,15 @@
-#include "daemon/platform/sysfs_backend.h"
-
-#include "tests/support/daemon_harness.h"
 #include "daemon/core/device_table.h"
 #include "daemon/core/device_watcher.h"
+#include "daemon/platform/sysfs_backend.h"
+#include "tests/support/daemon_harness.h"
 
 #include <boost/asio/io_context.hpp>
 #include <boost/json/parse.hpp>
-
-#include <gtest/gtest.h>
-
-#include <sys/stat.h>
-
 #include <fcntl.h>
-#include <unistd.h>
-
+#include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <thread>
+#include <unistd.h>
 
 namespace halvo::daemon {
 namespace {
@@ -30,21 +25,39 @@ using testkit::addSysfsEntry;
 // with a serial, an external hub, a built-in camera without a product name
 // and a device whose authorisation was withdrawn.
 void addSampleBus(const fs::path& root) {
-    addSysfsEntry(root / "usb1", {{"idVendor", "1d6b"}, {"idProduct", "0002"}, {"bDeviceClass", "09"}});
-    addSysfsEntry(root / "1-1", {{"idVendor", "046d"}, {"idProduct", "c31c"}, {"bcdDevice", "0110"},
-                            {"bDeviceClass", "00"}, {"product", "USB Keyboard"}, {"manufacturer", "Logitech"},
-                            {"removable", "removable"}, {"authorized", "1"}});
-    addSysfsEntry(root / "1-1" / "1-1:1.1", {{"bInterfaceClass", "03"}, {"bInterfaceSubClass", "00"}});
-    addSysfsEntry(root / "1-1" / "1-1:1.0",
-             {{"bInterfaceClass", "03"}, {"bInterfaceSubClass", "01"}, {"bInterfaceProtocol", "01"}});
+    addSysfsEntry(root / "usb1",
+                  {{"idVendor", "1d6b"}, {"idProduct", "0002"}, {"bDeviceClass", "09"}});
+    addSysfsEntry(root / "1-1", {{"idVendor", "046d"},
+                                 {"idProduct", "c31c"},
+                                 {"bcdDevice", "0110"},
+                                 {"bDeviceClass", "00"},
+                                 {"product", "USB Keyboard"},
+                                 {"manufacturer", "Logitech"},
+                                 {"removable", "removable"},
+                                 {"authorized", "1"}});
+    addSysfsEntry(root / "1-1" / "1-1:1.1",
+                  {{"bInterfaceClass", "03"}, {"bInterfaceSubClass", "00"}});
+    addSysfsEntry(
+        root / "1-1" / "1-1:1.0",
+        {{"bInterfaceClass", "03"}, {"bInterfaceSubClass", "01"}, {"bInterfaceProtocol", "01"}});
     addSysfsEntry(root / "1-1:1.0", {{"bInterfaceClass", "03"}});
-    addSysfsEntry(root / "1-2.3", {{"idVendor", "0781"}, {"idProduct", "5567"}, {"bcdDevice", "0100"},
-                              {"bDeviceClass", "00"}, {"product", "Cruzer Blade"}, {"serial", "4C5300"},
-                              {"removable", "unknown"}});
-    addSysfsEntry(root / "1-2", {{"idVendor", "05e3"}, {"idProduct", "0610"}, {"bDeviceClass", "09"}});
-    addSysfsEntry(root / "1-4", {{"idVendor", "04f2"}, {"idProduct", "b6d9"}, {"bcdDevice", "5626"},
-                            {"bDeviceClass", "ef"}, {"bDeviceSubClass", "02"}, {"bDeviceProtocol", "01"},
-                            {"manufacturer", "Chicony"}, {"removable", "fixed"}});
+    addSysfsEntry(root / "1-2.3", {{"idVendor", "0781"},
+                                   {"idProduct", "5567"},
+                                   {"bcdDevice", "0100"},
+                                   {"bDeviceClass", "00"},
+                                   {"product", "Cruzer Blade"},
+                                   {"serial", "4C5300"},
+                                   {"removable", "unknown"}});
+    addSysfsEntry(root / "1-2",
+                  {{"idVendor", "05e3"}, {"idProduct", "0610"}, {"bDeviceClass", "09"}});
+    addSysfsEntry(root / "1-4", {{"idVendor", "04f2"},
+                                 {"idProduct", "b6d9"},
+                                 {"bcdDevice", "5626"},
+                                 {"bDeviceClass", "ef"},
+                                 {"bDeviceSubClass", "02"},
+                                 {"bDeviceProtocol", "01"},
+                                 {"manufacturer", "Chicony"},
+                                 {"removable", "fixed"}});
     addSysfsEntry(root / "2-1", {{"idVendor", "0403"}, {"idProduct", "6001"}, {"authorized", "0"}});
 }
 
@@ -97,20 +110,25 @@ TEST(SysfsBackendTest, HotplugBecomesDeviceEventsAndIdsStay) {
 
     events.clear();
     fs::remove_all(root / "1-2.3");
-    addSysfsEntry(root / "1-5", {{"idVendor", "1050"}, {"idProduct", "0407"}, {"product", "YubiKey"}});
+    addSysfsEntry(root / "1-5",
+                  {{"idVendor", "1050"}, {"idProduct", "0407"}, {"product", "YubiKey"}});
     writeFile(root / "2-1" / "authorized", "1\n");
     watcher.rescan();
     ASSERT_EQ(events.size(), 3u);
-    EXPECT_EQ(events[0].payload, json::parse(R"({"id": 2, "name": "Cruzer Blade", "state": "unplugged"})"));
-    EXPECT_EQ(events[1].payload, json::parse(R"({"id": 5, "name": "YubiKey", "state": "plugged"})"));
-    EXPECT_EQ(events[2].payload, json::parse(R"({"id": 4, "name": "USB device", "state": "available"})"));
+    EXPECT_EQ(events[0].payload,
+              json::parse(R"({"id": 2, "name": "Cruzer Blade", "state": "unplugged"})"));
+    EXPECT_EQ(events[1].payload,
+              json::parse(R"({"id": 5, "name": "YubiKey", "state": "plugged"})"));
+    EXPECT_EQ(events[2].payload,
+              json::parse(R"({"id": 4, "name": "USB device", "state": "available"})"));
     EXPECT_EQ(table.find(stickId), nullptr);
     ASSERT_NE(table.find(5), nullptr);
     EXPECT_EQ(table.find(5)->port, "1-5");
 
     // The same stick plugged in again is a new device with a new id.
     events.clear();
-    addSysfsEntry(root / "1-2.3", {{"idVendor", "0781"}, {"idProduct", "5567"}, {"product", "Cruzer Blade"}});
+    addSysfsEntry(root / "1-2.3",
+                  {{"idVendor", "0781"}, {"idProduct", "5567"}, {"product", "Cruzer Blade"}});
     watcher.rescan();
     ASSERT_EQ(events.size(), 1u);
     EXPECT_EQ(events[0].payload["id"], 6);

@@ -1,18 +1,17 @@
 // halvod: serves the USB-sharing control protocol on a loopback port.
+#include "daemon/control/request_handler.h"
+#include "daemon/control/server.h"
 #include "daemon/core/connection_table.h"
 #include "daemon/core/device_table.h"
 #include "daemon/core/device_watcher.h"
-#include "daemon/platform/fixture_backend.h"
-#include "daemon/service/options.h"
-#include "daemon/control/request_handler.h"
 #include "daemon/core/rule_store.h"
+#include "daemon/platform/fixture_backend.h"
 #include "daemon/platform/rules_file.h"
-#include "daemon/control/server.h"
 #include "daemon/platform/sysfs_backend.h"
+#include "daemon/service/options.h"
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/signal_set.hpp>
-
 #include <csignal>
 #include <cstdio>
 #include <memory>
@@ -30,7 +29,8 @@ int fail(const std::string& message) {
     return kExitStartFailed;
 }
 
-std::variant<std::unique_ptr<daemon::DeviceBackend>, std::string> makeBackend(const daemon::Options& options) {
+std::variant<std::unique_ptr<daemon::DeviceBackend>, std::string>
+makeBackend(const daemon::Options& options) {
     if (!options.deviceFixture) {
         return std::make_unique<daemon::SysfsBackend>(options.sysfsRoot);
     }
@@ -79,7 +79,8 @@ int serve(const daemon::Options& options) {
         return fail(*error);
     }
     daemon::RuleStore rules(std::get<0>(std::move(committed)), options.rulesPath);
-    daemon::RequestHandler handler(devices, table, std::get<0>(connections), rules, options.defaultAction);
+    daemon::RequestHandler handler(devices, table, std::get<0>(connections), rules,
+                                   options.defaultAction);
 
     asio::io_context io;
     daemon::Server server(io, handler);
@@ -87,8 +88,9 @@ int serve(const daemon::Options& options) {
         return fail("cannot listen on " + options.listen.address().to_string() + ":" +
                     std::to_string(options.listen.port()) + ": " + *error);
     }
-    daemon::DeviceWatcher watcher(io, devices, table, options.rescanPeriod,
-                                  [&server](const daemon::Event& event) { server.broadcast(event); });
+    daemon::DeviceWatcher watcher(
+        io, devices, table, options.rescanPeriod,
+        [&server](const daemon::Event& event) { server.broadcast(event); });
     if (devices.seesHotplug()) {
         watcher.start();
     }
@@ -112,7 +114,8 @@ int serve(const daemon::Options& options) {
 int main(int argc, char** argv) {
     // A client that vanishes while a reply is written must not end the daemon.
     std::signal(SIGPIPE, SIG_IGN);
-    auto parsed = daemon::parseOptions(std::span<const char* const>(argv + 1, static_cast<std::size_t>(argc - 1)));
+    auto parsed = daemon::parseOptions(
+        std::span<const char* const>(argv + 1, static_cast<std::size_t>(argc - 1)));
     if (std::holds_alternative<daemon::HelpRequested>(parsed)) {
         daemon::printUsage(stdout);
         return 0;

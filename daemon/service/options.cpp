@@ -53,7 +53,8 @@ std::optional<std::string> setDefault(Options& options, std::string_view value) 
 std::optional<std::string> setRescan(Options& options, std::string_view value) {
     auto ms = parseDecimal<std::uint64_t>(value, 1, kMaxRescanMs);
     if (!ms) {
-        return "--rescan-ms wants a number of milliseconds from 1 to " + std::to_string(kMaxRescanMs);
+        return "--rescan-ms wants a number of milliseconds from 1 to " +
+               std::to_string(kMaxRescanMs);
     }
     options.rescanPeriod = std::chrono::milliseconds(*ms);
     return std::nullopt;
@@ -62,15 +63,30 @@ std::optional<std::string> setRescan(Options& options, std::string_view value) {
 constexpr std::array<KnownOption, 8> kOptions = {{
     {"--listen", true, setListen},
     {"--allow-remote", false,
-     [](Options& o, std::string_view) -> std::optional<std::string> { o.allowRemote = true; return std::nullopt; }},
+     [](Options& o, std::string_view) -> std::optional<std::string> {
+         o.allowRemote = true;
+         return std::nullopt;
+     }},
     {"--sysfs", true,
-     [](Options& o, std::string_view v) -> std::optional<std::string> { o.sysfsRoot = v; return std::nullopt; }},
+     [](Options& o, std::string_view v) -> std::optional<std::string> {
+         o.sysfsRoot = v;
+         return std::nullopt;
+     }},
     {"--devices", true,
-     [](Options& o, std::string_view v) -> std::optional<std::string> { o.deviceFixture = std::string(v); return std::nullopt; }},
+     [](Options& o, std::string_view v) -> std::optional<std::string> {
+         o.deviceFixture = std::string(v);
+         return std::nullopt;
+     }},
     {"--connections", true,
-     [](Options& o, std::string_view v) -> std::optional<std::string> { o.connectionFixture = std::string(v); return std::nullopt; }},
+     [](Options& o, std::string_view v) -> std::optional<std::string> {
+         o.connectionFixture = std::string(v);
+         return std::nullopt;
+     }},
     {"--rules", true,
-     [](Options& o, std::string_view v) -> std::optional<std::string> { o.rulesPath = std::string(v); return std::nullopt; }},
+     [](Options& o, std::string_view v) -> std::optional<std::string> {
+         o.rulesPath = std::string(v);
+         return std::nullopt;
+     }},
     {"--default", true, setDefault},
     {"--rescan-ms", true, setRescan},
 }};
@@ -95,7 +111,8 @@ std::optional<asio::ip::tcp::endpoint> parseEndpoint(std::string_view text) {
     return asio::ip::tcp::endpoint(address, *port);
 }
 
-std::variant<Options, HelpRequested, std::string> parseOptions(std::span<const char* const> arguments) {
+std::variant<Options, HelpRequested, std::string>
+parseOptions(std::span<const char* const> arguments) {
     Options options;
     bool sysfsGiven = false;
     for (std::size_t index = 0; index < arguments.size(); ++index) {
@@ -105,7 +122,7 @@ std::variant<Options, HelpRequested, std::string> parseOptions(std::span<const c
         }
         std::string_view name = argument.substr(0, argument.find('='));
         auto option = std::find_if(kOptions.begin(), kOptions.end(),
-                                 [&](const KnownOption& known) { return known.name == name; });
+                                   [&](const KnownOption& known) { return known.name == name; });
         if (option == kOptions.end()) {
             return "unknown option \"" + std::string(argument) + "\"";
         }
@@ -137,18 +154,19 @@ std::variant<Options, HelpRequested, std::string> parseOptions(std::span<const c
 }
 
 void printUsage(std::FILE* out) {
-    std::fputs("usage: halvod [options]\n"
-               "  --listen ADDR:PORT   address to serve (default 127.0.0.1:32999; port 0: any free one)\n"
-               "  --allow-remote       allow an address other than loopback\n"
-               "  --sysfs DIR          USB devices from this sysfs folder (default /sys/bus/usb/devices)\n"
-               "  --devices FILE       USB devices from a JSON fixture instead\n"
-               "  --connections FILE   connections from a JSON fixture\n"
-               "  --rules PATH         rules file, read at start and written on commit\n"
-               "                       (without it, committed rules live in memory only)\n"
-               "  --default ACTION     share or block when no rule matches (default block)\n"
-               "  --rescan-ms N        sysfs rescan period for hot-plug (default 1000)\n"
-               "  -h, --help           this text\n",
-               out);
+    std::fputs(
+        "usage: halvod [options]\n"
+        "  --listen ADDR:PORT   address to serve (default 127.0.0.1:32999; port 0: any free one)\n"
+        "  --allow-remote       allow an address other than loopback\n"
+        "  --sysfs DIR          USB devices from this sysfs folder (default /sys/bus/usb/devices)\n"
+        "  --devices FILE       USB devices from a JSON fixture instead\n"
+        "  --connections FILE   connections from a JSON fixture\n"
+        "  --rules PATH         rules file, read at start and written on commit\n"
+        "                       (without it, committed rules live in memory only)\n"
+        "  --default ACTION     share or block when no rule matches (default block)\n"
+        "  --rescan-ms N        sysfs rescan period for hot-plug (default 1000)\n"
+        "  -h, --help           this text\n",
+        out);
 }
 
 } // namespace halvo::daemon

@@ -4,7 +4,6 @@
 #include "daemon/core/rule_engine.h"
 
 #include <boost/asio/ip/tcp.hpp>
-
 #include <chrono>
 #include <cstdio>
 #include <optional>
@@ -35,7 +34,8 @@ struct HelpRequested {};
 
 // The options, a request for help, or what is wrong with the command line
 // (one sentence without the program name).  `arguments` excludes argv[0].
-std::variant<Options, HelpRequested, std::string> parseOptions(std::span<const char* const> arguments);
+std::variant<Options, HelpRequested, std::string>
+parseOptions(std::span<const char* const> arguments);
 
 // "ADDR:PORT", "[V6ADDR]:PORT"; nothing when malformed.
 std::optional<boost::asio::ip::tcp::endpoint> parseEndpoint(std::string_view text);

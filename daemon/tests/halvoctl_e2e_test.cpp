@@ -2,18 +2,15 @@
 // command.  Each test process takes the port for itself first (a private
 // network namespace, or else a lock shared by all test processes).
 #include "tests/support/daemon_harness.h"
-
 #include "tests/support/private_network.h"
 #include "tests/support/process_runner.h"
 
-#include <gtest/gtest.h>
-
-#include <signal.h>
-#include <sys/stat.h>
-
 #include <cstdio>
 #include <future>
+#include <gtest/gtest.h>
+#include <signal.h>
 #include <sstream>
+#include <sys/stat.h>
 #include <thread>
 
 namespace halvo::daemon {
@@ -21,11 +18,11 @@ namespace {
 
 using testkit::DaemonProcess;
 using testkit::readFile;
-using testkit::TempDir;
-using testkit::writeFile;
+using testkit::runHalvoctl;
 using testkit::RunOptions;
 using testkit::RunResult;
-using testkit::runHalvoctl;
+using testkit::TempDir;
+using testkit::writeFile;
 
 const std::string kDemo = HALVOD_DEMO_DIR;
 
@@ -37,20 +34,18 @@ const char* const kDeviceTable =
     "4\t0403:6001:0600\t1-3.4\tFT232R USB UART /blocked, A50285BI/\n"
     "5\t1050:0407:0543\t2-1\tYubiKey OTP+FIDO+CCID /shared@lab-mac.local/\n";
 
-const char* const kConnectionTable =
-    "Type\tIP/Name\t\tPort/PID\n"
-    "net\t10.0.0.5\t50321\n"
-    "net\tlab-mac.local\t50400\n"
-    "net\t10.0.0.5\t50322\n"
-    "rdesk\tScreen Sharing\t4242\n";
+const char* const kConnectionTable = "Type\tIP/Name\t\tPort/PID\n"
+                                     "net\t10.0.0.5\t50321\n"
+                                     "net\tlab-mac.local\t50400\n"
+                                     "net\t10.0.0.5\t50322\n"
+                                     "rdesk\tScreen Sharing\t4242\n";
 
-const char* const kExampleRuleList =
-    "1: share host \"10.0.0.5\" class 08\n"
-    "2: block !host \"10.0.0.5\" class 08\n"
-    "3: share rdesk class 03\n"
-    "4: block quick built-in\n"
-    "5: share hwid 0403:6001 serial \"A50285BI\"\n"
-    "6: block !rdesk name contains \"YubiKey\"\n";
+const char* const kExampleRuleList = "1: share host \"10.0.0.5\" class 08\n"
+                                     "2: block !host \"10.0.0.5\" class 08\n"
+                                     "3: share rdesk class 03\n"
+                                     "4: block quick built-in\n"
+                                     "5: share hwid 0403:6001 serial \"A50285BI\"\n"
+                                     "6: block !rdesk name contains \"YubiKey\"\n";
 
 // The monitor's lines without their "[time]: " stamps; a line without one
 // is kept whole, so that it shows in a failure.
@@ -60,7 +55,9 @@ std::string withoutTimestamps(const std::string& output) {
     std::string stripped;
     while (std::getline(lines, line)) {
         std::size_t stamp = line.find("]: ");
-        stripped += (line.starts_with("[") && stamp != std::string::npos ? line.substr(stamp + 3) : line) + "\n";
+        stripped +=
+            (line.starts_with("[") && stamp != std::string::npos ? line.substr(stamp + 3) : line) +
+            "\n";
     }
     return stripped;
 }
@@ -94,7 +91,7 @@ struct Expected {
 };
 
 class HalvoctlAgainstHalvod : public ::testing::Test {
-protected:
+  protected:
     static void SetUpTestSuite() {
         static const bool isolated = [] {
             testkit::isolateDaemonPort();
@@ -105,13 +102,15 @@ protected:
 
     void SetUp() override {
         rulesPath = (scratch / "halvod.rules").string();
-        daemon = DaemonProcess::start({"--listen", "127.0.0.1:32999", "--devices", kDemo + "/devices.json",
-                                       "--connections", kDemo + "/connections.json", "--rules", rulesPath});
+        daemon = DaemonProcess::start({"--listen", "127.0.0.1:32999", "--devices",
+                                       kDemo + "/devices.json", "--connections",
+                                       kDemo + "/connections.json", "--rules", rulesPath});
         ASSERT_TRUE(daemon) << "halvod did not start on 127.0.0.1:32999";
     }
 
     // Runs halvoctl and compares everything it did with `expected`.
-    void expectRun(const std::vector<std::string>& args, const Expected& expected, const RunOptions& options = {}) {
+    void expectRun(const std::vector<std::string>& args, const Expected& expected,
+                   const RunOptions& options = {}) {
         RunResult run = runHalvoctl(args, options);
         std::string command;
         for (const std::string& arg : args) {
@@ -139,8 +138,9 @@ TEST_F(HalvoctlAgainstHalvod, ListsDevicesAndConnections) {
 TEST_F(HalvoctlAgainstHalvod, UnplugsADevice) {
     expectRun({"dev", "unplug", "2"}, {"", "", 0});
     RunResult list = runHalvoctl({"dev", "list"});
-    EXPECT_NE(list.out.find("2\t0781:5567:0100\t1-2\tUltra Fit /available, 4C530001230818117373/\n"),
-              std::string::npos)
+    EXPECT_NE(
+        list.out.find("2\t0781:5567:0100\t1-2\tUltra Fit /available, 4C530001230818117373/\n"),
+        std::string::npos)
         << list.out;
     // The utility has no not-found message for unplug.
     expectRun({"dev", "unplug", "9"}, {"", "Internal error.\n", 5});
@@ -148,7 +148,8 @@ TEST_F(HalvoctlAgainstHalvod, UnplugsADevice) {
 
 TEST_F(HalvoctlAgainstHalvod, DropsAndKillsConnections) {
     expectRun({"conn", "drop", "-p", "50322", "10.0.0.5"}, {"", "", 0});
-    expectRun({"conn", "drop", "-p", "50322", "10.0.0.5"}, {"", "Connection has not been found.\n", 2});
+    expectRun({"conn", "drop", "-p", "50322", "10.0.0.5"},
+              {"", "Connection has not been found.\n", 2});
     expectRun({"conn", "kill", "4242"}, {"", "", 0});
     expectRun({"conn", "kill", "4242"}, {"", "Connection has not been found.\n", 2});
     expectRun({"conn", "drop", "lab-mac.local"}, {"", "", 0});
@@ -159,8 +160,9 @@ TEST_F(HalvoctlAgainstHalvod, SharesAndBlocksOneExactDeviceAndKeepsTheRule) {
     expectRun({"dev", "share", "4"}, {"", "", 0});
     expectRun({"dev", "block", "2"}, {"", "", 0});
     expectRun({"dev", "block", "9"}, {"", "The device has not been found.\n", 2});
-    const std::string rules = "block quick hwid 0781:5567:0100 serial \"4C530001230818117373\" port 1-2\n"
-                              "share quick hwid 0403:6001:0600 serial \"A50285BI\" port 1-3.4\n";
+    const std::string rules =
+        "block quick hwid 0781:5567:0100 serial \"4C530001230818117373\" port 1-2\n"
+        "share quick hwid 0403:6001:0600 serial \"A50285BI\" port 1-3.4\n";
     expectRun({"rule", "list", "-N"}, {rules, "", 0});
     EXPECT_EQ(readFile(rulesPath), rules);
     expectRun({"rule", "test", "-h", "10.0.0.7", "2"}, {"block (rule #1)\n", "", 0});
@@ -205,7 +207,8 @@ TEST_F(HalvoctlAgainstHalvod, LoadsFromStandardInputAndRefusesWhatItCannotKeep) 
 
     // Parses, but a name with a double quote would not survive the rules file.
     input.stdinData = "share name is \"a\\\"b\"\n";
-    expectRun({"rule", "load"}, {"(reading from stdin. Press ^D to finish.)\n", "Internal error.\n", 5}, input);
+    expectRun({"rule", "load"},
+              {"(reading from stdin. Press ^D to finish.)\n", "Internal error.\n", 5}, input);
     expectRun({"rule", "list"}, {"1: share rdesk\n2: block quick built-in\n", "", 0});
 }
 

@@ -1,13 +1,10 @@
 // halvod as a program: start-up, the rules file across restarts and kills.
-#include "tests/support/daemon_harness.h"
 #include "daemon/core/rule_text.h"
+#include "tests/support/daemon_harness.h"
 
 #include <boost/json/parse.hpp>
-
 #include <gtest/gtest.h>
-
 #include <signal.h>
-
 #include <thread>
 
 namespace halvo::daemon {
@@ -68,8 +65,9 @@ json::array numberedRules(int count, int salt) {
 TEST(HalvodProcessTest, CommittedRulesSurviveARestart) {
     TempDir scratch;
     const std::string rulesPath = (scratch / "halvod.rules").string();
-    const json::array rules = *parseRuleText("share quick host \"10.0.0.5,lab\" class 08:06\n"
-                                             "block !rdesk name contains \"Key\" !hwid 046d:c31c\n");
+    const json::array rules =
+        *parseRuleText("share quick host \"10.0.0.5,lab\" class 08:06\n"
+                       "block !rdesk name contains \"Key\" !hwid 046d:c31c\n");
     {
         auto daemon = DaemonProcess::start({"--devices", kDevices, "--rules", rulesPath});
         ASSERT_TRUE(daemon);
@@ -86,7 +84,8 @@ TEST(HalvodProcessTest, CommittedRulesSurviveARestart) {
 }
 
 // Starts a commit of `rules` and kills the daemon `delay` after sending it.
-void killDuringCommit(DaemonProcess& daemon, const json::array& rules, std::chrono::microseconds delay) {
+void killDuringCommit(DaemonProcess& daemon, const json::array& rules,
+                      std::chrono::microseconds delay) {
     TestClient client(daemon.port());
     client.request(CommandCode::startRuleTransaction);
     client.request(CommandCode::loadRuleList, rulesPayload(rules));
@@ -112,10 +111,11 @@ TEST(HalvodProcessTest, KillDuringCommitLeavesTheOldOrTheNewRules) {
         client.request(CommandCode::startRuleTransaction);
         client.request(CommandCode::loadRuleList, rulesPayload(previous));
         started = std::chrono::steady_clock::now();
-        ASSERT_EQ((*client.request(CommandCode::endRuleTransaction, action("commit")))["status"], "ok");
+        ASSERT_EQ((*client.request(CommandCode::endRuleTransaction, action("commit")))["status"],
+                  "ok");
     }
-    const auto commitTime =
-        std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - started);
+    const auto commitTime = std::chrono::duration_cast<std::chrono::microseconds>(
+        std::chrono::steady_clock::now() - started);
 
     constexpr int kRounds = 12;
     for (int round = 1; round <= kRounds; ++round) {
@@ -145,7 +145,9 @@ TEST(HalvodProcessTest, KillDuringCommitLeavesTheOldOrTheNewRules) {
 
 TEST(HalvodProcessTest, SysfsHotplugAndUnplugReachEveryClient) {
     TempDir bus;
-    testkit::addSysfsEntry(bus / "1-1", {{"idVendor", "046d"}, {"idProduct", "c31c"}, {"product", "Keyboard"},
+    testkit::addSysfsEntry(bus / "1-1", {{"idVendor", "046d"},
+                                         {"idProduct", "c31c"},
+                                         {"product", "Keyboard"},
                                          {"authorized", "1"}});
     auto daemon = DaemonProcess::start({"--sysfs", bus.path().string(), "--rescan-ms", "20"});
     ASSERT_TRUE(daemon);
@@ -159,18 +161,21 @@ TEST(HalvodProcessTest, SysfsHotplugAndUnplugReachEveryClient) {
     // half written.
     std::filesystem::remove_all(bus / "1-1");
     TempDir staging;
-    testkit::addSysfsEntry(staging / "1-2", {{"idVendor", "0781"}, {"idProduct", "5567"}, {"product", "Stick"}});
+    testkit::addSysfsEntry(staging / "1-2",
+                           {{"idVendor", "0781"}, {"idProduct", "5567"}, {"product", "Stick"}});
     std::filesystem::rename(staging / "1-2", bus / "1-2");
     for (TestClient* client : {&actor, &watcher}) {
         auto gone = client->receive();
         auto added = client->receive();
         ASSERT_TRUE(gone && added);
-        EXPECT_EQ(gone->payload, json::parse(R"({"id": 1, "name": "Keyboard", "state": "unplugged"})"));
+        EXPECT_EQ(gone->payload,
+                  json::parse(R"({"id": 1, "name": "Keyboard", "state": "unplugged"})"));
         EXPECT_EQ(added->payload, json::parse(R"({"id": 2, "name": "Stick", "state": "plugged"})"));
     }
 
     testkit::writeFile(bus / "1-2" / "authorized", "1\n");
-    auto reply = actor.request(CommandCode::disconnectDevice, json::parse(R"({"id": 2})").as_object());
+    auto reply =
+        actor.request(CommandCode::disconnectDevice, json::parse(R"({"id": 2})").as_object());
     ASSERT_TRUE(reply);
     EXPECT_EQ((*reply)["status"], "ok");
     EXPECT_EQ(readFile(bus / "1-2" / "authorized"), "1\n");
@@ -182,11 +187,14 @@ TEST(HalvodProcessTest, SysfsHotplugAndUnplugReachEveryClient) {
 TEST(HalvodProcessTest, RulesFileThatDoesNotParseStopsTheStartUntouched) {
     TempDir scratch;
     const std::string rulesPath = (scratch / "halvod.rules").string();
-    const std::string text = "# two good rules, then a bad one\nshare\nblock rdesk\nshare rdesk host x\n";
+    const std::string text =
+        "# two good rules, then a bad one\nshare\nblock rdesk\nshare rdesk host x\n";
     writeFile(rulesPath, text);
-    auto result = runToExit({"--listen", "127.0.0.1:0", "--devices", kDevices, "--rules", rulesPath});
+    auto result =
+        runToExit({"--listen", "127.0.0.1:0", "--devices", kDevices, "--rules", rulesPath});
     EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.errorOutput, "Parsing error at rule #3\nhalvod: " + rulesPath + ": rules not loaded\n");
+    EXPECT_EQ(result.errorOutput,
+              "Parsing error at rule #3\nhalvod: " + rulesPath + ": rules not loaded\n");
     EXPECT_EQ(readFile(rulesPath), text);
 }
 
@@ -202,23 +210,32 @@ TEST(HalvodProcessTest, StartFailuresSayWhy) {
         std::string line;
     };
     const Case kCases[] = {
-        {{"--listen", taken, "--devices", kDevices}, 1, "halvod: cannot listen on " + taken + ": Address already in use"},
-        {{"--listen", "0.0.0.0:0"}, 2,
-         "halvod: refusing to listen on 0.0.0.0: the protocol has no authentication (add --allow-remote to do it anyway)"},
+        {{"--listen", taken, "--devices", kDevices},
+         1,
+         "halvod: cannot listen on " + taken + ": Address already in use"},
+        {{"--listen", "0.0.0.0:0"},
+         2,
+         "halvod: refusing to listen on 0.0.0.0: the protocol has no authentication (add "
+         "--allow-remote to do it anyway)"},
         {{"--listen", "localhost:1"}, 2, "halvod: --listen wants ADDR:PORT, not \"localhost:1\""},
         {{"--default", "allow"}, 2, "halvod: --default wants share or block"},
-        {{"--sysfs", "/sys", "--devices", kDevices}, 2, "halvod: --sysfs and --devices exclude each other"},
+        {{"--sysfs", "/sys", "--devices", kDevices},
+         2,
+         "halvod: --sysfs and --devices exclude each other"},
         {{"--verbose"}, 2, "halvod: unknown option \"--verbose\""},
         {{"--rules"}, 2, "halvod: --rules needs a value"},
-        {{"--devices", (scratch / "none.json").string()}, 1,
+        {{"--devices", (scratch / "none.json").string()},
+         1,
          "halvod: " + (scratch / "none.json").string() + ": No such file or directory"},
-        {{"--devices", kDevices, "--connections", kDevices}, 1,
+        {{"--devices", kDevices, "--connections", kDevices},
+         1,
          "halvod: " + kDevices + ": \"connections\" must be an array"},
     };
     for (const Case& row : kCases) {
         auto result = runToExit(row.arguments);
         EXPECT_EQ(result.status, row.status) << row.line;
-        EXPECT_NE(result.errorOutput.find(row.line + "\n"), std::string::npos) << result.errorOutput;
+        EXPECT_NE(result.errorOutput.find(row.line + "\n"), std::string::npos)
+            << result.errorOutput;
     }
 }
 

@@ -5,10 +5,9 @@
 #include "link/packet.h"
 #include "tests/support/e2e.h"
 
-#include <gtest/gtest.h>
-
 #include <chrono>
 #include <functional>
+#include <gtest/gtest.h>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -41,12 +40,13 @@ std::string packet(std::uint32_t command, std::string_view json) {
 // Runs `answer` once, on the first request the utility sends; later
 // requests get no answer.
 void answerFirstRequest(ScriptedDaemon& daemon, Answer answer) {
-    daemon.onPacket([answer, answered = false](const ReceivedPacket&, PeerConnection& peer) mutable {
-        if (!answered) {
-            answered = true;
-            answer(peer);
-        }
-    });
+    daemon.onPacket(
+        [answer, answered = false](const ReceivedPacket&, PeerConnection& peer) mutable {
+            if (!answered) {
+                answered = true;
+                answer(peer);
+            }
+        });
 }
 
 // Answers each request code with the packets scripted for it, sent as one
@@ -256,7 +256,9 @@ TEST(HostileDaemonTest, SilentDaemonLeavesTheUtilityWaiting) {
     const Answer answers[] = {
         [](PeerConnection&) {},
         // Replies to requests that were never made, and events.
-        [](PeerConnection& p) { p.sendRaw(packet(1, kOk) + packet(11, kOk) + kDeviceEvent + kHostEvent); },
+        [](PeerConnection& p) {
+            p.sendRaw(packet(1, kOk) + packet(11, kOk) + kDeviceEvent + kHostEvent);
+        },
     };
     for (const Answer& answer : answers) {
         ScriptedDaemon daemon;
@@ -380,7 +382,8 @@ TEST(HostileDaemonTest, ListsOfTheWrongTypePrintNothing) {
         std::uint32_t code;
         const char* key;
     };
-    const ListCase lists[] = {{{"dev", "list"}, 0, "devices"}, {{"conn", "list"}, 1, "connections"}};
+    const ListCase lists[] = {{{"dev", "list"}, 0, "devices"},
+                              {{"conn", "list"}, 1, "connections"}};
     for (const ListCase& list : lists) {
         for (const char* value : {"null", "true", "5", R"("[]")", "{}"}) {
             const std::string reply = std::string("{\"") + list.key + "\":" + value + "}";
@@ -439,7 +442,8 @@ std::string withoutStamps(const std::string& out) {
         std::size_t end = out.find('\n', start);
         end = end == std::string::npos ? out.size() : end + 1;
         std::string line = out.substr(start, end - start);
-        if (std::size_t stamp = line.find("]: "); line.starts_with("[") && stamp != std::string::npos) {
+        if (std::size_t stamp = line.find("]: ");
+            line.starts_with("[") && stamp != std::string::npos) {
             line.erase(0, stamp + 3);
         }
         lines += line;
@@ -568,8 +572,8 @@ TEST(HostileDaemonTest, RuleListTakesEachValueAsItsTypeAllows) {
 
 struct StatusCase {
     std::vector<std::string> args;
-    std::uint32_t code;   // the reply that carries the status
-    std::string prelude;  // packets sent before it, each on its request
+    std::uint32_t code;  // the reply that carries the status
+    std::string prelude; // packets sent before it, each on its request
 };
 
 // "status" of a type other than text is a failure for every command that
@@ -594,16 +598,18 @@ TEST(HostileDaemonTest, StatusOfTheWrongTypeIsAnInternalError) {
             std::vector<std::string> script;
             for (std::string_view rest = command.prelude; !rest.empty();) {
                 const std::size_t size =
-                    link::kHeaderSize + link::decodeHeader(reinterpret_cast<const unsigned char*>(rest.data())).size;
+                    link::kHeaderSize +
+                    link::decodeHeader(reinterpret_cast<const unsigned char*>(rest.data())).size;
                 script.emplace_back(rest.substr(0, size));
                 rest.remove_prefix(size);
             }
             script.push_back(packet(command.code, reply));
-            daemon.onPacket([script, next = std::size_t{0}](const ReceivedPacket&, PeerConnection& p) mutable {
-                if (next < script.size()) {
-                    p.sendRaw(script[next++]);
-                }
-            });
+            daemon.onPacket(
+                [script, next = std::size_t{0}](const ReceivedPacket&, PeerConnection& p) mutable {
+                    if (next < script.size()) {
+                        p.sendRaw(script[next++]);
+                    }
+                });
             Exchange exchange = runAgainst(daemon, command.args);
             const std::string what = testing::PrintToString(command.args) + " " + reply;
             EXPECT_EQ(exchange.run.status, 5) << what;

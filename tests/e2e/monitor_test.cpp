@@ -2,7 +2,6 @@
 #include "tests/support/e2e.h"
 
 #include <gtest/gtest.h>
-
 #include <regex>
 
 namespace halvo::testkit {
@@ -22,7 +21,7 @@ TEST(MonitorTest, PrintsEventsUntilTheDaemonCloses) {
     daemon.onAccept([](PeerConnection& peer) {
         peer.send(4, R"({"id":3,"name":"Key Drive","state":"shared","addr":"10.0.0.7"})");
         peer.send(4, R"({"id":4,"name":"Mouse","state":"plugged"})");
-        peer.send(4, R"({"id":5,"state":"plugged"})");            // no name: dropped
+        peer.send(4, R"({"id":5,"state":"plugged"})"); // no name: dropped
         peer.send(5, R"({"addr":"10.0.0.9","port":32999,"state":"connected"})");
         peer.send(5, R"({"addr":"10.0.0.9","state":"connected"})"); // no port: dropped
         peer.send(6, R"({"status":"ok"})");                         // not an event

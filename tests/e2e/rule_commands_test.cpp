@@ -2,9 +2,8 @@
 // sent, every failure branch, and the editor session's file.
 #include "tests/support/e2e.h"
 
-#include <gtest/gtest.h>
-
 #include <fstream>
+#include <gtest/gtest.h>
 #include <regex>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -19,7 +18,7 @@ constexpr const char* kRuleList =
 
 // A scratch folder for rule files and editor scripts, removed afterwards.
 class ScratchDir {
-public:
+  public:
     ScratchDir() {
         char pattern[] = "/tmp/halvo-e2e-XXXXXX";
         path_ = mkdtemp(pattern);
@@ -33,7 +32,7 @@ public:
     }
     const std::string& path() const { return path_; }
 
-private:
+  private:
     std::string path_;
 };
 
@@ -98,8 +97,7 @@ TEST(RuleLoadTest, SendsTheParsedRecordsAndCommits) {
 TEST(RuleLoadTest, ReadsStandardInputAfterTheNotice) {
     RunOptions options;
     options.stdinData = "share\n";
-    Exchange exchange =
-        runWithReplies({"rule", "load"}, {{6, kOk}, {8, kOk}, {11, kOk}}, options);
+    Exchange exchange = runWithReplies({"rule", "load"}, {{6, kOk}, {8, kOk}, {11, kOk}}, options);
     EXPECT_EQ(exchange.run.out, "(reading from stdin. Press ^D to finish.)\n");
     EXPECT_EQ(exchange.run.status, 0);
     EXPECT_EQ(describe(exchange.sent)[1], R"(8 {"rules":[{"action":"share"}]})");
@@ -118,7 +116,8 @@ TEST(RuleLoadTest, BadSourcesEndBeforeTheDaemonIsContacted) {
         std::string err;
     } cases[] = {
         {{"rule", "load", bad}, "Parsing error at rule #2\n"},
-        {{"rule", "load", dir.path() + "/missing"}, "Error loading rules from " + dir.path() + "/missing.\n"},
+        {{"rule", "load", dir.path() + "/missing"},
+         "Error loading rules from " + dir.path() + "/missing.\n"},
         {{"rule", "load", dir.path()}, "Error loading rules from " + dir.path() + ".\n"},
         // "-" is a file name for rule load; only rule test -f reads stdin for it.
         {{"rule", "load", "-"}, "Error loading rules from -.\n"},
@@ -162,22 +161,46 @@ TEST(RuleTestTest, SequencesVerdictsAndStatuses) {
     const TestCase cases[] = {
         {{"rule", "test", "-h", "10.0.0.5", "3"},
          {{6, kOk}, {10, R"j({"status":"ok","verdict":"share (rule #1)"})j"}},
-         "share (rule #1)\n", "", 0,
+         "share (rule #1)\n",
+         "",
+         0,
          {"6", R"(10 {"id":3,"type":"net","addr":"10.0.0.5"})"}},
         {{"rule", "test", "-h", "h", "-r", "3"},
          {{6, kOk}, {10, R"({"status":"ok","verdict":"%s block"})"}},
-         "%s block\n", "", 0, {"6", R"(10 {"id":3,"type":"rdesk"})"}},
+         "%s block\n",
+         "",
+         0,
+         {"6", R"(10 {"id":3,"type":"rdesk"})"}},
         {{"rule", "test", "-r", "3"},
          {{6, kOk}, {10, R"({"status":"ok","verdict":"share\u0000 tail"})"}},
-         "share\n", "", 0, {"6", R"(10 {"id":3,"type":"rdesk"})"}},
-        {{"rule", "test", "-r", "3"}, {{6, kOk}, {10, R"({"status":"notfound"})"}}, "",
-         "Device has not been found.\n", 2, {"6", R"(10 {"id":3,"type":"rdesk"})"}},
-        {{"rule", "test", "-r", "3"}, {{6, kOk}, {10, R"({"status":"ok"})"}}, "",
-         "Internal error.\n", 5, {"6", R"(10 {"id":3,"type":"rdesk"})"}},
-        {{"rule", "test", "-r", "3"}, {{6, kOk}, {10, R"({"status":"ok","verdict":1})"}}, "",
-         "Internal error.\n", 5, {"6", R"(10 {"id":3,"type":"rdesk"})"}},
-        {{"rule", "test", "-r", "3"}, {{6, R"({"status":"notfound"})"}}, "",
-         "Device has not been found.\n", 2, {"6"}},
+         "share\n",
+         "",
+         0,
+         {"6", R"(10 {"id":3,"type":"rdesk"})"}},
+        {{"rule", "test", "-r", "3"},
+         {{6, kOk}, {10, R"({"status":"notfound"})"}},
+         "",
+         "Device has not been found.\n",
+         2,
+         {"6", R"(10 {"id":3,"type":"rdesk"})"}},
+        {{"rule", "test", "-r", "3"},
+         {{6, kOk}, {10, R"({"status":"ok"})"}},
+         "",
+         "Internal error.\n",
+         5,
+         {"6", R"(10 {"id":3,"type":"rdesk"})"}},
+        {{"rule", "test", "-r", "3"},
+         {{6, kOk}, {10, R"({"status":"ok","verdict":1})"}},
+         "",
+         "Internal error.\n",
+         5,
+         {"6", R"(10 {"id":3,"type":"rdesk"})"}},
+        {{"rule", "test", "-r", "3"},
+         {{6, R"({"status":"notfound"})"}},
+         "",
+         "Device has not been found.\n",
+         2,
+         {"6"}},
         {{"rule", "test", "-r", "3"}, {{6, "{}"}}, "", "Internal error.\n", 5, {"6"}},
     };
     for (const TestCase& c : cases) {
@@ -217,14 +240,15 @@ TEST(RuleTestTest, AnyPacketWithoutStatusIsAnInternalError) {
 // The editor session: VISUAL names a small script; the notice on stdout
 // names the private copy.
 class RuleEditTest : public ::testing::Test {
-protected:
+  protected:
     // Twelve random letters and digits: a name that still holds the
     // template's "XXXXXX" was only half filled in.
     static std::string editPathIn(const std::string& out) {
         std::smatch match;
         static const std::regex notice(
             R"re(In case of error the copy of rules is put into "(/tmp/tmp\.[A-Za-z0-9]{12})"\.)re");
-        if (!std::regex_search(out, match, notice) || match[1].str().find("XXXXXX") != std::string::npos) {
+        if (!std::regex_search(out, match, notice) ||
+            match[1].str().find("XXXXXX") != std::string::npos) {
             return "";
         }
         return match[1].str();
@@ -242,8 +266,11 @@ protected:
 
 TEST_F(RuleEditTest, EditedRulesAreLoadedCommittedAndTheCopyRemoved) {
     // The editor keeps what it was given (mode and text) and appends a rule.
-    RunOptions options = withEditor("stat -c %a \"$1\" > " + dir.path() + "/mode\n"
-                                    "cp \"$1\" " + dir.path() + "/before\n"
+    RunOptions options = withEditor("stat -c %a \"$1\" > " + dir.path() +
+                                    "/mode\n"
+                                    "cp \"$1\" " +
+                                    dir.path() +
+                                    "/before\n"
                                     "echo 'block name is \"Cam\"' >> \"$1\"\n");
     Exchange exchange =
         runWithReplies({"rule", "edit"}, {{6, kOk}, {7, kRuleList}, {8, kOk}, {11, kOk}}, options);
@@ -267,9 +294,9 @@ TEST_F(RuleEditTest, EditedRulesAreLoadedCommittedAndTheCopyRemoved) {
 
 TEST_F(RuleEditTest, RejectedSetLeavesTheEditedCopy) {
     RunOptions options = withEditor("echo 'share rdesk' > \"$1\"\n");
-    Exchange exchange = runWithReplies(
-        {"rule", "edit"}, {{6, kOk}, {7, kRuleList}, {8, R"({"status":"invalid rule #1"})"}},
-        options);
+    Exchange exchange =
+        runWithReplies({"rule", "edit"},
+                       {{6, kOk}, {7, kRuleList}, {8, R"({"status":"invalid rule #1"})"}}, options);
     std::string path = editPathIn(exchange.run.out);
     EXPECT_EQ(exchange.run.err, "Internal error.\n");
     EXPECT_EQ(exchange.run.status, 5);

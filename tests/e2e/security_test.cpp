@@ -3,12 +3,11 @@
 // VISUAL, or cost the user an edited rule file.
 #include "tests/support/e2e.h"
 
-#include <gtest/gtest.h>
-
 #include <arpa/inet.h>
 #include <chrono>
 #include <filesystem>
 #include <functional>
+#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <optional>
 #include <poll.h>
@@ -30,7 +29,7 @@ const std::string kInternalError = "Internal error.\n";
 
 // A private folder under /tmp, removed with everything in it.
 class ScratchDir {
-public:
+  public:
     ScratchDir() {
         std::string pattern = (fs::temp_directory_path() / "halvo-security-XXXXXX").string();
         if (::mkdtemp(pattern.data()) == nullptr) {
@@ -47,7 +46,7 @@ public:
 
     std::string operator/(const std::string& name) const { return (path_ / name).string(); }
 
-private:
+  private:
     fs::path path_;
 };
 
@@ -121,7 +120,8 @@ TEST(SecurityTest, EventTextIsPrintedAsItStands) {
     Exchange exchange = runAgainst(daemon, {"monitor"});
     EXPECT_EQ(exchange.run.status, 5);
     EXPECT_EQ(exchange.run.err, "\nconnection stopped by peer\n");
-    EXPECT_NE(exchange.run.out.find(withFormat("]: device id:1 \"F\" got F@F\n")), std::string::npos)
+    EXPECT_NE(exchange.run.out.find(withFormat("]: device id:1 \"F\" got F@F\n")),
+              std::string::npos)
         << exchange.run.out;
     EXPECT_NE(exchange.run.out.find(withFormat("]: host F:2 is F\n")), std::string::npos)
         << exchange.run.out;
@@ -145,10 +145,10 @@ TEST(SecurityTest, UserTextIsPrintedAndSentAsItStands) {
     EXPECT_EQ(help.status, 0);
     EXPECT_EQ(help.out, expected);
 
-    for (const auto& [args, sent] :
-         std::vector<std::pair<std::vector<std::string>, std::string>>{
+    for (const auto& [args, sent] : std::vector<std::pair<std::vector<std::string>, std::string>>{
              {{"conn", "drop", kFormat}, withFormat(R"(2 {"host":"F"})")},
-             {{"rule", "test", "-h", kFormat, "1"}, withFormat(R"(10 {"id":1,"type":"net","addr":"F"})")},
+             {{"rule", "test", "-h", kFormat, "1"},
+              withFormat(R"(10 {"id":1,"type":"net","addr":"F"})")},
          }) {
         ScriptedDaemon daemon;
         daemon.replyTo(6, kOk);
@@ -162,7 +162,7 @@ TEST(SecurityTest, UserTextIsPrintedAndSentAsItStands) {
 // Listens on the daemon's port without ever accepting, so that a connection
 // attempt stays visible as a pending one.
 class SilentListener {
-public:
+  public:
     SilentListener() {
         fd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
         int yes = 1;
@@ -185,7 +185,7 @@ public:
         return ::poll(&entry, 1, 0) > 0;
     }
 
-private:
+  private:
     int fd_;
 };
 
@@ -203,8 +203,12 @@ TEST(SecurityTest, RuleSetThatFailsToParseNeverReachesTheDaemon) {
         {{"rule", "load", dir / "bad"}, std::nullopt, "Parsing error at rule #2\n"},
         {{"rule", "load", dir / "not-utf8"}, std::nullopt, "Parsing error at rule #1\n"},
         {{"rule", "load"}, "share\nshare share\n", "Parsing error at rule #2\n"},
-        {{"rule", "test", "-f", dir / "bad", "-r", "1"}, std::nullopt, "Parsing error at rule #2\n"},
-        {{"rule", "test", "-f", "-", "-h", "h", "1"}, "block quick quick\n", "Parsing error at rule #1\n"},
+        {{"rule", "test", "-f", dir / "bad", "-r", "1"},
+         std::nullopt,
+         "Parsing error at rule #2\n"},
+        {{"rule", "test", "-f", "-", "-h", "h", "1"},
+         "block quick quick\n",
+         "Parsing error at rule #1\n"},
     };
     for (const UnparsedCase& c : cases) {
         SilentListener daemon;

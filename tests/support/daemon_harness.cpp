@@ -1,22 +1,20 @@
 #include "tests/support/daemon_harness.h"
 
+#include <arpa/inet.h>
 #include <boost/json/parse.hpp>
 #include <boost/json/serialize.hpp>
-
-#include <arpa/inet.h>
+#include <cstdlib>
 #include <fcntl.h>
+#include <fstream>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <signal.h>
+#include <sstream>
 #include <sys/socket.h>
 #include <sys/wait.h>
-#include <unistd.h>
-
-#include <cstdlib>
-#include <fstream>
-#include <sstream>
 #include <thread>
+#include <unistd.h>
 
 #ifndef HALVOD_PATH
 #error "HALVOD_PATH must name the halvod under test"
@@ -82,9 +80,11 @@ bool TestClient::send(link::CommandCode command, const json::object& payload) {
     return sendRaw(link::encodePacket(link::code(command), payload));
 }
 
-bool TestClient::readExactly(char* into, std::size_t size, std::chrono::steady_clock::time_point deadline) {
+bool TestClient::readExactly(char* into, std::size_t size,
+                             std::chrono::steady_clock::time_point deadline) {
     while (size > 0) {
-        auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+            deadline - std::chrono::steady_clock::now());
         pollfd wanted{fd_, POLLIN, 0};
         if (left.count() <= 0 || ::poll(&wanted, 1, static_cast<int>(left.count())) <= 0) {
             return false;
@@ -138,7 +138,8 @@ std::optional<json::object> TestClient::request(link::CommandCode command) {
     return awaitReply(command);
 }
 
-std::optional<json::object> TestClient::request(link::CommandCode command, const json::object& payload) {
+std::optional<json::object> TestClient::request(link::CommandCode command,
+                                                const json::object& payload) {
     if (!send(command, payload)) {
         return std::nullopt;
     }

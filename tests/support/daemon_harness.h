@@ -6,9 +6,6 @@
 #include "tests/support/files.h"
 
 #include <boost/json/object.hpp>
-
-#include <sys/types.h>
-
 #include <chrono>
 #include <cstdint>
 #include <deque>
@@ -18,13 +15,15 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <sys/types.h>
 #include <vector>
 
 namespace halvo::testkit {
 
 // A sysfs folder as the kernel shows it: one attribute a file, each value
 // ended by a line feed.
-void addSysfsEntry(const std::filesystem::path& folder, const std::map<std::string, std::string>& attributes);
+void addSysfsEntry(const std::filesystem::path& folder,
+                   const std::map<std::string, std::string>& attributes);
 
 struct Packet {
     std::uint32_t command = 0;
@@ -34,7 +33,7 @@ struct Packet {
 // One client connection to a daemon on 127.0.0.1, with blocking calls and
 // time limits.
 class TestClient {
-public:
+  public:
     explicit TestClient(std::uint16_t port);
     ~TestClient();
     TestClient(const TestClient&) = delete;
@@ -52,7 +51,8 @@ public:
     // Sends a request and returns the reply with the same command code;
     // events that arrive first are kept in `events`.
     std::optional<boost::json::object> request(link::CommandCode command);
-    std::optional<boost::json::object> request(link::CommandCode command, const boost::json::object& payload);
+    std::optional<boost::json::object> request(link::CommandCode command,
+                                               const boost::json::object& payload);
 
     // Whether the daemon closes the connection within the time.
     bool closedByPeer(std::chrono::milliseconds timeout = std::chrono::seconds(5));
@@ -61,7 +61,7 @@ public:
 
     std::deque<Packet> events;
 
-private:
+  private:
     bool readExactly(char* into, std::size_t size, std::chrono::steady_clock::time_point deadline);
     std::optional<boost::json::object> awaitReply(link::CommandCode command);
 
@@ -72,7 +72,7 @@ private:
 // arguments name one.  Its standard error goes to a file that the test can
 // read at any time.
 class DaemonProcess {
-public:
+  public:
     // Nothing when the daemon did not announce its port in time (it may
     // have exited: see `runToExit`).
     static std::unique_ptr<DaemonProcess> start(const std::vector<std::string>& arguments);
@@ -86,7 +86,7 @@ public:
     // Exit status, or 128 + signal when a signal ended it.
     int wait();
 
-private:
+  private:
     DaemonProcess() = default;
 
     pid_t pid_ = -1;
@@ -101,6 +101,7 @@ struct ExitResult {
 
 // Runs halvod with the arguments to its end (bounded by `timeout`, after
 // which it is killed).
-ExitResult runToExit(const std::vector<std::string>& arguments, std::chrono::milliseconds timeout = std::chrono::seconds(10));
+ExitResult runToExit(const std::vector<std::string>& arguments,
+                     std::chrono::milliseconds timeout = std::chrono::seconds(10));
 
 } // namespace halvo::testkit

@@ -1,10 +1,9 @@
 #include "tests/support/files.h"
 
-#include <stdlib.h>
-
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
+#include <stdlib.h>
 #include <system_error>
 
 namespace halvo::testkit {

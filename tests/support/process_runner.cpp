@@ -153,8 +153,8 @@ RunResult runProgram(const std::string& program, const std::vector<std::string>&
 
     RunResult result;
     const auto deadline = Clock::now() + options.timeout;
-    bool drained = pump(options.stdinData ? in.write : -1, options.stdinData.value_or(""),
-                        out.read, err.read, result, deadline);
+    bool drained = pump(options.stdinData ? in.write : -1, options.stdinData.value_or(""), out.read,
+                        err.read, result, deadline);
     if (!options.stdinData) {
         close(in.write);
     }

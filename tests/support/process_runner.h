@@ -22,8 +22,8 @@ struct RunOptions {
 struct RunResult {
     std::string out;
     std::string err;
-    int status = -1;      // exit status when the program exited
-    int signal = 0;       // the signal that ended it, if any
+    int status = -1; // exit status when the program exited
+    int signal = 0;  // the signal that ended it, if any
     bool timedOut = false;
 };
 

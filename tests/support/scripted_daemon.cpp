@@ -2,9 +2,8 @@
 
 #include "link/packet.h"
 
-#include <boost/json/parse.hpp>
-
 #include <arpa/inet.h>
+#include <boost/json/parse.hpp>
 #include <cerrno>
 #include <netinet/in.h>
 #include <netinet/tcp.h>

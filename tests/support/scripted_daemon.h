@@ -3,9 +3,8 @@
 // scripts it, malformed packets and closes mid-packet included.
 #pragma once
 
-#include <boost/json/object.hpp>
-
 #include <atomic>
+#include <boost/json/object.hpp>
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -27,7 +26,7 @@ struct ReceivedPacket {
 
 // What a script can do to the connection. Every call writes at once.
 class PeerConnection {
-public:
+  public:
     explicit PeerConnection(int fd) : fd_(fd) {}
 
     // A well-formed packet.
@@ -42,12 +41,12 @@ public:
     void close();
     bool closed() const { return fd_ < 0; }
 
-private:
+  private:
     int fd_;
 };
 
 class ScriptedDaemon {
-public:
+  public:
     using AcceptScript = std::function<void(PeerConnection&)>;
     using PacketScript = std::function<void(const ReceivedPacket&, PeerConnection&)>;
 
@@ -76,7 +75,7 @@ public:
     // The port listened on, once started.
     std::uint16_t port() const { return port_; }
 
-private:
+  private:
     void serve();
     void session(int fd);
 

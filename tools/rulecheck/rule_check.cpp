@@ -6,7 +6,6 @@
 #include "rules/text_position.h"
 
 #include <boost/json/object.hpp>
-
 #include <string>
 
 namespace halvo::rulecheck {

@@ -1,9 +1,8 @@
 #include "tools/rulecheck/rule_check.h"
 #include "util/output_testing.h"
 
-#include <gtest/gtest.h>
-
 #include <cstdio>
+#include <gtest/gtest.h>
 #include <string>
 
 namespace {
