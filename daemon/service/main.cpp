@@ -7,7 +7,7 @@
 #include "daemon/core/rule_store.h"
 #include "daemon/platform/fixture_backend.h"
 #include "daemon/platform/rules_file.h"
-#include "daemon/platform/sysfs_backend.h"
+#include "daemon/platform/linux/sysfs_backend.h"
 #include "daemon/service/options.h"
 
 #include <boost/asio/io_context.hpp>

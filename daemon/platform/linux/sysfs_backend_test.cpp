@@ -1,6 +1,6 @@
 #include "daemon/core/device_table.h"
 #include "daemon/core/device_watcher.h"
-#include "daemon/platform/sysfs_backend.h"
+#include "daemon/platform/linux/sysfs_backend.h"
 #include "tests/support/daemon_harness.h"
 
 #include <boost/asio/io_context.hpp>

@@ -1,4 +1,4 @@
-#include "daemon/platform/sysfs_backend.h"
+#include "daemon/platform/linux/sysfs_backend.h"
 
 #include "util/json_file.h"
 
