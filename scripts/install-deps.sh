@@ -5,6 +5,7 @@ set -euo pipefail
 
 packages=(
   g++ cmake ninja-build pkg-config                  # toolchain
+  clang-format                                      # the style check
   libboost1.81-dev libboost-json1.81-dev            # Boost.Asio, Boost.JSON
   libboost-program-options1.81-dev                  # halvod's options and config file
   libsystemd-dev systemd                            # notify, socket activation, journal; unit checks
