@@ -34,7 +34,8 @@ void reportLaunchFailure(int error) {
     char* end = std::copy(head.begin(), head.end(), message);
     end = std::to_chars(end, message + sizeof message - tail.size(), error).ptr;
     end = std::copy(tail.begin(), tail.end(), end);
-    [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, message, static_cast<std::size_t>(end - message));
+    [[maybe_unused]] const ssize_t written =
+        ::write(STDERR_FILENO, message, static_cast<std::size_t>(end - message));
 }
 
 [[noreturn]] void execEditor(char* const argv[]) {

@@ -6,8 +6,8 @@
 #include "daemon/core/device_watcher.h"
 #include "daemon/core/rule_store.h"
 #include "daemon/platform/fixture_backend.h"
-#include "daemon/platform/rules_file.h"
 #include "daemon/platform/linux/sysfs_backend.h"
+#include "daemon/platform/rules_file.h"
 #include "daemon/service/options.h"
 
 #include <boost/asio/io_context.hpp>
