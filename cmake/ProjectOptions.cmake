@@ -15,32 +15,48 @@ if(HALVO_SANITIZE)
   target_link_options(halvo_sanitizers INTERFACE -fsanitize=address,undefined)
 endif()
 
-# Shipped executables link the C++ runtime statically: the dynamic libstdc++
-# costs a measurable share of a short run's start-up.  Sanitizer builds keep
-# the dynamic runtime, which the sanitizer runtimes expect.
+include(${CMAKE_CURRENT_LIST_DIR}/Platform.cmake)
+halvo_platform_choices("${CMAKE_SYSTEM_NAME}" "${CMAKE_CXX_COMPILER_ID}" HALVO)
+
+# Shipped executables link the C++ runtime in where it is a library of its
+# own: the dynamic libstdc++ costs a measurable share of a short run's
+# start-up. Sanitizer builds keep the dynamic runtime, which the sanitizer
+# runtimes expect.
 add_library(halvo_static_runtime INTERFACE)
 if(NOT HALVO_SANITIZE)
-  target_link_options(halvo_static_runtime INTERFACE -static-libstdc++ -static-libgcc)
+  target_link_options(halvo_static_runtime INTERFACE ${HALVO_RUNTIME_LINK})
 endif()
 
 # The control utility lives a few milliseconds per command, most of them in
-# loading: linked wholly statically it starts as fast as a plain C client
-# and maps no shared library pages. Position independent where the
-# toolchain allows, so that it keeps address randomisation; unused sections
-# dropped, so that start-up touches fewer pages. The daemon keeps the
-# shared C library. Memory checkers that replace the allocator at load time
-# (valgrind) need the dynamic link: HALVO_STATIC_PROGRAM=OFF.
-option(HALVO_STATIC_PROGRAM "Link halvoctl wholly statically" ON)
+# loading: where the C library allows, it is linked wholly statically and
+# starts as fast as a plain C client. Position independent where the
+# toolchain allows, so that it keeps address randomisation. Memory checkers
+# that replace the allocator at load time (valgrind) need the dynamic link:
+# HALVO_STATIC_PROGRAM=OFF.
+option(HALVO_STATIC_PROGRAM "Link halvoctl wholly statically where the system allows" ON)
 add_library(halvo_static_program INTERFACE)
-if(NOT HALVO_SANITIZE AND HALVO_STATIC_PROGRAM)
+if(NOT HALVO_SANITIZE AND HALVO_STATIC_PROGRAM AND HALVO_PROGRAM_LINK)
   include(CheckCXXSourceCompiles)
-  set(CMAKE_REQUIRED_LINK_OPTIONS -static-pie)
-  check_cxx_source_compiles("int main() { return 0; }" HALVO_HAVE_STATIC_PIE)
+  set(CMAKE_REQUIRED_LINK_OPTIONS ${HALVO_PROGRAM_LINK})
+  check_cxx_source_compiles("int main() { return 0; }" HALVO_HAVE_PROGRAM_LINK)
   unset(CMAKE_REQUIRED_LINK_OPTIONS)
-  if(HALVO_HAVE_STATIC_PIE)
-    target_link_options(halvo_static_program INTERFACE -static-pie -Wl,--gc-sections)
+  if(HALVO_HAVE_PROGRAM_LINK)
+    target_link_options(halvo_static_program INTERFACE ${HALVO_PROGRAM_LINK})
   else()
-    target_link_options(halvo_static_program INTERFACE -static -Wl,--gc-sections)
+    target_link_options(halvo_static_program INTERFACE ${HALVO_PROGRAM_FALLBACK})
+  endif()
+endif()
+
+# libsystemd (notification, socket activation, the journal) where the system
+# can have it and it is installed; halvod builds without it elsewhere.
+set(HALVO_HAVE_SYSTEMD OFF)
+if(HALVO_MAY_USE_SYSTEMD)
+  find_package(PkgConfig QUIET)
+  if(PkgConfig_FOUND)
+    pkg_check_modules(SYSTEMD QUIET IMPORTED_TARGET libsystemd)
+    if(SYSTEMD_FOUND)
+      set(HALVO_HAVE_SYSTEMD ON)
+    endif()
   endif()
 endif()
 

@@ -2,7 +2,6 @@
 
 #include <cstdarg>
 #include <cstdio>
-#include <syslog.h>
 
 namespace halvo::link {
 
@@ -31,30 +30,6 @@ void Logger::writeFormatted(LogLevel level, const char* format, va_list args) {
     std::string message(static_cast<std::size_t>(length), '\0');
     std::vsnprintf(message.data(), message.size() + 1, format, args);
     write(level, message);
-}
-
-namespace {
-
-class SystemLogger final : public Logger {
-  public:
-    SystemLogger(std::string subsystem, std::string category)
-        : tag_(std::move(subsystem) + "[" + std::move(category) + "]") {}
-
-  protected:
-    void write(LogLevel level, std::string_view message) override {
-        int priority = level == LogLevel::error ? LOG_ERR : LOG_INFO;
-        syslog(priority, "%s: %.*s", tag_.c_str(), static_cast<int>(message.size()),
-               message.data());
-    }
-
-  private:
-    std::string tag_;
-};
-
-} // namespace
-
-std::shared_ptr<Logger> makeSystemLogger(std::string subsystem, std::string category) {
-    return std::make_shared<SystemLogger>(std::move(subsystem), std::move(category));
 }
 
 std::vector<CapturingLogger::Entry> CapturingLogger::entries() const {

@@ -28,7 +28,8 @@ class Logger {
         __attribute__((format(printf, 3, 0)));
 };
 
-// The system log: syslog(3), each message tagged with subsystem and category.
+// The system log: os_log on Apple systems, under the subsystem and category;
+// syslog(3) elsewhere, each message tagged "subsystem[category]".
 std::shared_ptr<Logger> makeSystemLogger(std::string subsystem, std::string category);
 
 // Keeps every message in memory, for tests.

@@ -154,7 +154,9 @@ void QVTCPCommonConnection::receiveData() {
     piece->capacity = min == max
                           ? piece->minimum
                           : std::max(piece->minimum, std::min<std::size_t>(max, kOpenReadChunk));
-    piece->data = std::make_unique_for_overwrite<char[]>(piece->capacity);
+    // Left uninitialised (as make_unique_for_overwrite would, which older
+    // libc++ lacks): the read fills it.
+    piece->data = std::unique_ptr<char[]>(new char[piece->capacity]);
     readMore(std::move(piece));
 }
 

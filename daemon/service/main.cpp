@@ -6,8 +6,8 @@
 #include "daemon/core/device_watcher.h"
 #include "daemon/core/rule_store.h"
 #include "daemon/platform/fixture_backend.h"
-#include "daemon/platform/linux/sysfs_backend.h"
 #include "daemon/platform/rules_file.h"
+#include "daemon/platform/system_devices.h"
 #include "daemon/service/options.h"
 
 #include <boost/asio/io_context.hpp>
@@ -32,7 +32,7 @@ int fail(const std::string& message) {
 std::variant<std::unique_ptr<daemon::DeviceBackend>, std::string>
 makeBackend(const daemon::Options& options) {
     if (!options.deviceFixture) {
-        return std::make_unique<daemon::SysfsBackend>(options.sysfsRoot);
+        return daemon::openSystemDevices(options.sysfsRoot);
     }
     auto fixture = daemon::FixtureBackend::fromFile(*options.deviceFixture);
     if (auto* error = std::get_if<std::string>(&fixture)) {

@@ -1,5 +1,7 @@
 #include "daemon/service/options.h"
 
+#include "daemon/platform/system_devices.h"
+
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -167,6 +169,7 @@ void printUsage(std::FILE* out) {
         "  --rescan-ms N        sysfs rescan period for hot-plug (default 1000)\n"
         "  -h, --help           this text\n",
         out);
+    std::fprintf(out, "device backends in this build: %s\n", kDeviceBackends);
 }
 
 } // namespace halvo::daemon

@@ -7,6 +7,26 @@
 namespace halvo::testkit {
 namespace {
 
+// getopt(3) words its own diagnostics: the GNU C library quotes the option
+// letter, the BSD C libraries (macOS, FreeBSD) do not and call it illegal.
+#if defined(__GLIBC__)
+constexpr const char* kUnknownOption = "invalid option";
+constexpr const char* kQuote = "'";
+#else
+constexpr const char* kUnknownOption = "illegal option";
+constexpr const char* kQuote = "";
+#endif
+
+std::string getoptMessage(const char* command, const char* what, char option) {
+    return std::string(command) + ": " + what + " -- " + kQuote + option + kQuote + "\n";
+}
+std::string unknownOption(const char* command, char option) {
+    return getoptMessage(command, kUnknownOption, option);
+}
+std::string missingArgument(const char* command, char option) {
+    return getoptMessage(command, "option requires an argument", option);
+}
+
 struct UsageCase {
     std::vector<std::string> args;
     std::string message; // before the help text on stderr
@@ -28,10 +48,10 @@ TEST(CommandLineTest, ErrorsPrintTheirMessageThenHelpOnStderrWithStatus22) {
         {{"conn", "kill"}, "Error: PID is missing.\n"},
         {{"rule", "test", "-r"}, "Error: device Id is missing.\n"},
         {{"rule", "test", "5"}, "Error: Host or Remote Desktop connection should be specified.\n"},
-        {{"rule", "list", "-x"}, "list: invalid option -- 'x'\n"},
-        {{"conn", "drop", "-p"}, "drop: option requires an argument -- 'p'\n"},
-        {{"rule", "test", "-h"}, "test: option requires an argument -- 'h'\n"},
-        {{"rule", "test", "-q", "-r", "5"}, "test: invalid option -- 'q'\n"},
+        {{"rule", "list", "-x"}, unknownOption("list", 'x')},
+        {{"conn", "drop", "-p"}, missingArgument("drop", 'p')},
+        {{"rule", "test", "-h"}, missingArgument("test", 'h')},
+        {{"rule", "test", "-q", "-r", "5"}, unknownOption("test", 'q')},
     };
     for (const UsageCase& c : cases) {
         RunResult run = runHalvoctl(c.args);

@@ -2,6 +2,7 @@
 // reach the daemon after a rule set failed to parse, reach a shell through
 // VISUAL, or cost the user an edited rule file.
 #include "tests/support/e2e.h"
+#include "tests/support/portable_fd.h"
 
 #include <arpa/inet.h>
 #include <chrono>
@@ -164,7 +165,7 @@ TEST(SecurityTest, UserTextIsPrintedAndSentAsItStands) {
 class SilentListener {
   public:
     SilentListener() {
-        fd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        fd_ = testkit::openSocket(AF_INET, SOCK_STREAM);
         int yes = 1;
         ::setsockopt(fd_, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
         sockaddr_in address{};

@@ -1,5 +1,7 @@
 #include "tests/support/daemon_harness.h"
 
+#include "tests/support/portable_fd.h"
+
 #include <arpa/inet.h>
 #include <boost/json/parse.hpp>
 #include <boost/json/serialize.hpp>
@@ -34,7 +36,7 @@ void addSysfsEntry(const fs::path& folder, const std::map<std::string, std::stri
 }
 
 TestClient::TestClient(std::uint16_t port) {
-    fd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    fd_ = openSocket(AF_INET, SOCK_STREAM);
     if (fd_ < 0) {
         return;
     }
@@ -63,7 +65,7 @@ void TestClient::close() {
 
 bool TestClient::sendRaw(std::string_view bytes) {
     while (!bytes.empty()) {
-        ssize_t sent = ::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        ssize_t sent = sendQuietly(fd_, bytes.data(), bytes.size());
         if (sent <= 0) {
             return false;
         }

@@ -1,19 +1,26 @@
 #include "tests/support/private_network.h"
 
+#include "tests/support/portable_fd.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <net/if.h>
-#include <sched.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#if defined(__linux__)
+#include <sched.h>
+#endif
+
 namespace halvo::testkit {
 
 namespace {
+
+#if defined(__linux__)
 
 bool writeFile(const char* path, const char* text) {
     int fd = open(path, O_WRONLY | O_CLOEXEC);
@@ -42,7 +49,7 @@ bool mapOwnIds(uid_t uid, gid_t gid) {
 }
 
 bool bringLoopbackUp() {
-    int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    int fd = openSocket(AF_INET, SOCK_DGRAM);
     if (fd < 0) {
         return false;
     }
@@ -67,6 +74,13 @@ bool enterNamespace() {
     // Root without user namespaces may still make a network namespace.
     return unshare(CLONE_NEWNET) == 0 && bringLoopbackUp();
 }
+#else
+// Network namespaces are Linux's own: elsewhere the tests share the port
+// under a lock.
+bool enterNamespace() {
+    return false;
+}
+#endif
 
 void lockSharedPort() {
     int fd = open("/tmp/halvo-tests-port-32999.lock", O_RDWR | O_CREAT | O_CLOEXEC, 0666);

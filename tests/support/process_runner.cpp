@@ -1,5 +1,7 @@
 #include "tests/support/process_runner.h"
 
+#include "tests/support/portable_fd.h"
+
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -23,7 +25,7 @@ struct Pipe {
 
 Pipe makePipe() {
     int fds[2];
-    if (pipe2(fds, O_CLOEXEC) != 0) {
+    if (!openPipe(fds)) {
         std::abort();
     }
     return {fds[0], fds[1]};

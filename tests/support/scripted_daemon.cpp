@@ -1,6 +1,7 @@
 #include "tests/support/scripted_daemon.h"
 
 #include "link/packet.h"
+#include "tests/support/portable_fd.h"
 
 #include <arpa/inet.h>
 #include <boost/json/parse.hpp>
@@ -18,7 +19,7 @@ namespace {
 
 void writeAll(int fd, std::string_view bytes) {
     while (!bytes.empty()) {
-        ssize_t written = ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        ssize_t written = sendQuietly(fd, bytes.data(), bytes.size());
         if (written < 0) {
             if (errno == EINTR) {
                 continue;
@@ -129,7 +130,7 @@ void ScriptedDaemon::replyTo(std::uint32_t command, std::string json) {
 }
 
 void ScriptedDaemon::start() {
-    listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    listener_ = openSocket(AF_INET, SOCK_STREAM);
     int yes = 1;
     ::setsockopt(listener_, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
     sockaddr_in address{};
@@ -173,7 +174,7 @@ void ScriptedDaemon::serve() {
     if (!pending) {
         return;
     }
-    int fd = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+    int fd = acceptConnection(listener_);
     if (fd < 0) {
         return;
     }

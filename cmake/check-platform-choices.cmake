@@ -1,0 +1,31 @@
+# Checks the build's platform choices for systems whose SDKs are not here:
+#   cmake -P cmake/check-platform-choices.cmake
+# Runs the same function the build runs, with each system name and
+# compiler, and fails on a flag that does not belong there.
+cmake_minimum_required(VERSION 3.25)
+include(${CMAKE_CURRENT_LIST_DIR}/Platform.cmake)
+
+foreach(system Linux Darwin FreeBSD)
+  foreach(compiler GNU Clang AppleClang)
+    halvo_platform_choices(${system} ${compiler} P)
+    set(all "${P_PROGRAM_LINK};${P_PROGRAM_FALLBACK};${P_RUNTIME_LINK}")
+    set(where "${system} with ${compiler}:")
+    string(REGEX MATCH "-static|--gc-sections" linux_only "${all}")
+    string(FIND "${all}" "-dead_strip" dead_strip)
+    if(system STREQUAL "Linux")
+      if(NOT "-static-pie" IN_LIST P_PROGRAM_LINK OR NOT P_LINUX_BACKENDS)
+        message(SEND_ERROR "${where} halvoctl links as a static PIE, the Linux backends are built")
+      endif()
+    elseif(linux_only OR P_LINUX_BACKENDS OR P_MAY_USE_SYSTEMD)
+      message(SEND_ERROR "${where} nothing Linux-only (${linux_only}, backends ${P_LINUX_BACKENDS}, systemd ${P_MAY_USE_SYSTEMD})")
+    endif()
+    if(system STREQUAL "Darwin")
+      if(dead_strip EQUAL -1 OR NOT P_SYSTEM_LOG STREQUAL "oslog")
+        message(SEND_ERROR "${where} Apple's linker strips with -dead_strip; messages go to os_log")
+      endif()
+    elseif(NOT dead_strip EQUAL -1 OR NOT P_SYSTEM_LOG STREQUAL "syslog")
+      message(SEND_ERROR "${where} -dead_strip and os_log are Apple's only")
+    endif()
+  endforeach()
+endforeach()
+message(STATUS "platform choices: Linux, Darwin and FreeBSD checked")

@@ -1,0 +1,14 @@
+#include "daemon/platform/system_devices.h"
+
+#include "daemon/platform/linux/sysfs_backend.h"
+
+namespace halvo::daemon {
+
+const char* const kDeviceBackends = "sysfs (--sysfs DIR), fixture (--devices FILE)";
+
+std::variant<std::unique_ptr<DeviceBackend>, std::string>
+openSystemDevices(const std::string& sysfsRoot) {
+    return std::make_unique<SysfsBackend>(sysfsRoot);
+}
+
+} // namespace halvo::daemon

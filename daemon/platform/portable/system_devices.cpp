@@ -1,0 +1,13 @@
+// Systems without sysfs: the machine's devices cannot be read (yet), so
+// halvod serves fixture devices only.
+#include "daemon/platform/system_devices.h"
+
+namespace halvo::daemon {
+
+const char* const kDeviceBackends = "fixture (--devices FILE)";
+
+std::variant<std::unique_ptr<DeviceBackend>, std::string> openSystemDevices(const std::string&) {
+    return std::string("sysfs devices are available only on Linux; use --devices FILE");
+}
+
+} // namespace halvo::daemon

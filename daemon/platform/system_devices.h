@@ -1,0 +1,21 @@
+// The machine's own USB devices, where the system lets halvod read them:
+// sysfs on Linux. Elsewhere only fixture devices (--devices FILE) exist.
+#pragma once
+
+#include "daemon/core/device_backend.h"
+
+#include <memory>
+#include <string>
+#include <variant>
+
+namespace halvo::daemon {
+
+// What this build can serve, for the usage text: "sysfs (Linux), fixture".
+extern const char* const kDeviceBackends;
+
+// The backend reading devices below `sysfsRoot`, or why this system has
+// none.
+std::variant<std::unique_ptr<DeviceBackend>, std::string>
+openSystemDevices(const std::string& sysfsRoot);
+
+} // namespace halvo::daemon
