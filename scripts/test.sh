@@ -13,13 +13,19 @@ cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DHALVO_WERROR=ON
 cmake --build build -j "$jobs"
 ctest --test-dir build -j "$jobs" --output-on-failure | tee build/ctest-summary.log
 
+# Portability: the platform choices for macOS and FreeBSD, the C-library
+# calls of halvoctl's code, and a build with libc++.
+cmake -P cmake/check-platform-choices.cmake
+bash scripts/check-posix-symbols.sh build
+bash scripts/libcxx-tests.sh build-libcxx | tee build/ctest-libcxx-summary.log
+
 bash scripts/sanitize-tests.sh build-asan | tee build/ctest-asan-summary.log
 bash fuzz/run.sh "${HALVO_FUZZ_SECONDS:-20}"
 
 # ctest ends each run with "... 0 tests failed out of N" (a failure has
-# already stopped the script): add both suites up.
+# already stopped the script): add the suites up.
 passed=0
-for log in build/ctest-summary.log build/ctest-asan-summary.log; do
+for log in build/ctest-summary.log build/ctest-libcxx-summary.log build/ctest-asan-summary.log; do
   count=$(sed -n 's/.*tests failed out of \([0-9]*\).*/\1/p' "$log" | tail -1)
   passed=$((passed + ${count:-0}))
 done
