@@ -4,6 +4,9 @@
 #include <boost/json/parse.hpp>
 #include <boost/json/serialize.hpp>
 #include <cstring>
+#include <limits>
+#include <new>
+#include <stdexcept>
 
 namespace halvo::link {
 
@@ -27,40 +30,33 @@ std::uint32_t getU32(const unsigned char* in) {
 // are refused as not JSON instead of being walked.
 constexpr std::size_t kMaxJsonDepth = 512;
 
-} // namespace
+// Counts what a parse takes from the heap and refuses more than its limit.
+class BoundedResource final : public json::memory_resource {
+  public:
+    explicit BoundedResource(std::size_t limit) : remaining_(limit) {}
 
-HeaderBytes encodeHeader(PacketHeader header) {
-    HeaderBytes bytes{};
-    putU32(bytes.data(), header.command);
-    putU32(bytes.data() + 4, header.size);
-    return bytes;
-}
-
-PacketHeader decodeHeader(const unsigned char* bytes) {
-    return PacketHeader{getU32(bytes), getU32(bytes + 4)};
-}
-
-std::string encodePacket(std::uint32_t command, std::string_view payload) {
-    std::string packet(kHeaderSize + payload.size(), '\0');
-    HeaderBytes header = encodeHeader({command, static_cast<std::uint32_t>(payload.size())});
-    std::memcpy(packet.data(), header.data(), header.size());
-    if (!payload.empty()) {
-        std::memcpy(packet.data() + kHeaderSize, payload.data(), payload.size());
+  private:
+    void* do_allocate(std::size_t bytes, std::size_t align) override {
+        if (bytes > remaining_) {
+            throw std::bad_alloc();
+        }
+        void* block = upstream_->allocate(bytes, align);
+        remaining_ -= bytes;
+        return block;
     }
-    return packet;
-}
+    void do_deallocate(void* block, std::size_t bytes, std::size_t align) override {
+        upstream_->deallocate(block, bytes, align);
+        remaining_ += bytes;
+    }
+    bool do_is_equal(const json::memory_resource& other) const noexcept override {
+        return this == &other;
+    }
 
-std::string encodePacket(std::uint32_t command, const json::object& payload) {
-    return encodePacket(command, json::serialize(payload));
-}
+    std::size_t remaining_;
+    json::memory_resource* upstream_ = json::storage_ptr().get(); // the heap
+};
 
-std::string encodePacket(std::uint32_t command) {
-    return encodePacket(command, std::string_view{});
-}
-
-DecodedPayload decodePayload(std::string_view bytes) {
-    // One arena per payload: replies are parsed once, read, and dropped whole.
-    json::storage_ptr arena = json::make_shared_resource<json::monotonic_resource>();
+DecodedPayload decodeWith(std::string_view bytes, json::storage_ptr arena) {
     json::parse_options options;
     options.max_depth = kMaxJsonDepth;
     std::error_code error;
@@ -79,6 +75,55 @@ DecodedPayload decodePayload(std::string_view bytes) {
         return PayloadError{PayloadError::Kind::notObject, {}};
     }
     return std::move(document.get_object());
+}
+
+} // namespace
+
+HeaderBytes encodeHeader(PacketHeader header) {
+    HeaderBytes bytes{};
+    putU32(bytes.data(), header.command);
+    putU32(bytes.data() + 4, header.size);
+    return bytes;
+}
+
+PacketHeader decodeHeader(const unsigned char* bytes) {
+    return PacketHeader{getU32(bytes), getU32(bytes + 4)};
+}
+
+std::string encodePacket(std::uint32_t command, std::string_view payload) {
+    std::string packet(kHeaderSize + payload.size(), '\0');
+    if (payload.size() > std::numeric_limits<std::uint32_t>::max()) {
+        throw std::length_error("packet payload of " + std::to_string(payload.size()) + " bytes");
+    }
+    HeaderBytes header = encodeHeader({command, static_cast<std::uint32_t>(payload.size())});
+    std::memcpy(packet.data(), header.data(), header.size());
+    if (!payload.empty()) {
+        std::memcpy(packet.data() + kHeaderSize, payload.data(), payload.size());
+    }
+    return packet;
+}
+
+std::string encodePacket(std::uint32_t command, const json::object& payload) {
+    return encodePacket(command, json::serialize(payload));
+}
+
+std::string encodePacket(std::uint32_t command) {
+    return encodePacket(command, std::string_view{});
+}
+
+DecodedPayload decodePayload(std::string_view bytes) {
+    // One arena per payload: replies are parsed once, read, and dropped whole.
+    return decodeWith(bytes, json::make_shared_resource<json::monotonic_resource>());
+}
+
+DecodedPayload decodePayload(std::string_view bytes, std::size_t memoryLimit) {
+    json::storage_ptr bounded = json::make_shared_resource<BoundedResource>(memoryLimit);
+    try {
+        return decodeWith(
+            bytes, json::make_shared_resource<json::monotonic_resource>(1024, std::move(bounded)));
+    } catch (const std::bad_alloc&) {
+        return PayloadError{PayloadError::Kind::notJson, "too large to parse"};
+    }
 }
 
 } // namespace halvo::link

@@ -54,7 +54,9 @@ constexpr bool isValidPayloadSize(std::uint32_t size) {
     return static_cast<std::uint32_t>(size - 1u) < kMaxPayloadSize;
 }
 
-// Header and payload as one buffer, ready for a single send.
+// Header and payload as one buffer, ready for a single send. A payload whose
+// size does not fit the header's 32 bits is a programming error: it throws
+// std::length_error rather than send a wrong size.
 std::string encodePacket(std::uint32_t command, std::string_view payload);
 std::string encodePacket(std::uint32_t command, const boost::json::object& payload);
 std::string encodePacket(std::uint32_t command);
@@ -67,5 +69,8 @@ struct PayloadError {
 };
 using DecodedPayload = std::variant<boost::json::object, PayloadError>;
 DecodedPayload decodePayload(std::string_view bytes);
+// The same, giving up (as not JSON, "too large to parse") when the document
+// would take more than `memoryLimit` bytes of memory.
+DecodedPayload decodePayload(std::string_view bytes, std::size_t memoryLimit);
 
 } // namespace halvo::link

@@ -24,7 +24,7 @@ std::size_t placeholderStart(const std::string& path) {
 
 } // namespace
 
-int makeUniqueFile(std::string& path) {
+int makeUniqueFile(std::string& path, mode_t mode) {
     const std::size_t start = placeholderStart(path);
     if (start == path.size()) {
         errno = EINVAL;
@@ -36,7 +36,7 @@ int makeUniqueFile(std::string& path) {
         for (std::size_t i = start; i < path.size(); ++i) {
             path[i] = kNameCharacters[pick(entropy)];
         }
-        const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+        const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode);
         if (fd >= 0 || errno != EEXIST) {
             return fd;
         }

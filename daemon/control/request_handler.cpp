@@ -1,9 +1,11 @@
 #include "daemon/control/request_handler.h"
 
+#include "daemon/core/activity_log.h"
 #include "daemon/core/json_integer.h"
 #include "daemon/core/record_validation.h"
 
 #include <algorithm>
+#include <boost/json/serialize.hpp>
 #include <iterator>
 
 namespace halvo::daemon {
@@ -17,6 +19,33 @@ Outcome status(std::string_view text, std::vector<Event> events = {}) {
     json::object reply;
     reply["status"] = text;
     return Outcome{std::move(reply), std::move(events)};
+}
+
+// The caller's uid for the log, or "none" for a client that is no local user.
+std::string who(const Caller& caller) {
+    return caller.uid ? std::to_string(*caller.uid) : std::string("none");
+}
+
+Outcome refuse(const Caller& caller, std::string_view what) {
+    logActivity(LogLevel::warning, "refused to " + std::string(what) + ": permission denied",
+                {{"HALVO_UID", who(caller)}});
+    return status(kStatusPermissionDenied);
+}
+
+// The bytes of the rule list reply {"rules":[...]} for `rules`.
+std::size_t listSize(const json::array& rules) {
+    return json::serialize(rules).size() + std::string_view(R"({"rules":})").size();
+}
+
+// A rule list that could not be sent in one packet would break every later
+// "rule list": refused before it is kept.
+std::optional<Outcome> checkListFits(std::size_t replySize) {
+    if (replySize <= link::kMaxPayloadSize) {
+        return std::nullopt;
+    }
+    return status("refused: the rule list would take " + std::to_string(replySize) +
+                  " bytes, more than one packet holds (" + std::to_string(link::kMaxPayloadSize) +
+                  ")");
 }
 
 Outcome badRequest(std::string_view problem) {
@@ -67,7 +96,7 @@ RequestHandler::RequestHandler(DeviceBackend& backend, DeviceTable& devices,
     : backend_(backend), devices_(devices), connections_(connections), rules_(rules),
       defaultAction_(defaultAction) {}
 
-Outcome RequestHandler::handle(ClientId client, std::uint32_t command,
+Outcome RequestHandler::handle(const Caller& caller, std::uint32_t command,
                                const json::object& request) {
     auto route =
         std::find_if(std::begin(kRoutes), std::end(kRoutes), [command](const Route& known) {
@@ -76,22 +105,25 @@ Outcome RequestHandler::handle(ClientId client, std::uint32_t command,
     if (route == std::end(kRoutes)) {
         return status(kStatusUnknownCommand);
     }
-    return (this->*route->handler)(client, request);
+    return (this->*route->handler)(caller, request);
 }
 
 void RequestHandler::clientLeft(ClientId client) {
     rules_.rollback(client);
 }
 
-Outcome RequestHandler::listDevices(ClientId, const json::object&) {
+Outcome RequestHandler::listDevices(const Caller&, const json::object&) {
     return Outcome{devices_.listReply(), {}};
 }
 
-Outcome RequestHandler::listConnections(ClientId, const json::object&) {
+Outcome RequestHandler::listConnections(const Caller&, const json::object&) {
     return Outcome{connections_.listReply(), {}};
 }
 
-Outcome RequestHandler::killConnection(ClientId, const json::object& request) {
+Outcome RequestHandler::killConnection(const Caller& caller, const json::object& request) {
+    if (!caller.mayChange) {
+        return refuse(caller, "drop a connection");
+    }
     std::vector<Event> events;
     if (request.contains("pid")) {
         auto pid = getBoundedInteger(request, "pid", kMaxU32);
@@ -117,10 +149,15 @@ Outcome RequestHandler::killConnection(ClientId, const json::object& request) {
     if (events.empty()) {
         return status(kStatusNotFound);
     }
+    logActivity(LogLevel::notice, "connection dropped",
+                {{"HALVO_REQUEST", json::serialize(request)}, {"HALVO_UID", who(caller)}});
     return status(kStatusOk, std::move(events));
 }
 
-Outcome RequestHandler::unplugDevice(ClientId, const json::object& request) {
+Outcome RequestHandler::unplugDevice(const Caller& caller, const json::object& request) {
+    if (!caller.mayChange) {
+        return refuse(caller, "unplug a device");
+    }
     auto id = requestedId(request);
     if (!id) {
         return badRequest("\"id\" must be an integer from 0 to 4294967295");
@@ -130,8 +167,12 @@ Outcome RequestHandler::unplugDevice(ClientId, const json::object& request) {
         return status(kStatusNotFound);
     }
     if (auto error = backend_.unplug(*device)) {
+        logActivity(LogLevel::error, "unplug failed: " + *error,
+                    {{"HALVO_DEVICE", device->port}, {"HALVO_UID", who(caller)}});
         return status("cannot unplug the device: " + *error);
     }
+    logActivity(LogLevel::notice, "device unplugged",
+                {{"HALVO_DEVICE", device->port}, {"HALVO_UID", who(caller)}});
     std::vector<Event> events;
     if (auto event = devices_.recordUnplug(*id)) {
         events.push_back(std::move(*event));
@@ -139,18 +180,19 @@ Outcome RequestHandler::unplugDevice(ClientId, const json::object& request) {
     return status(kStatusOk, std::move(events));
 }
 
-Outcome RequestHandler::startTransaction(ClientId client, const json::object&) {
-    return status(rules_.begin(client) ? kStatusOk : kStatusBusy);
+Outcome RequestHandler::startTransaction(const Caller& caller, const json::object&) {
+    rules_.begin(caller.id);
+    return status(kStatusOk);
 }
 
-Outcome RequestHandler::listRules(ClientId client, const json::object&) {
+Outcome RequestHandler::listRules(const Caller& caller, const json::object&) {
     json::object reply;
-    reply["rules"] = rules_.rulesFor(client);
+    reply["rules"] = rules_.rulesFor(caller.id);
     return Outcome{std::move(reply), {}};
 }
 
-Outcome RequestHandler::loadRules(ClientId client, const json::object& request) {
-    if (!rules_.holds(client)) {
+Outcome RequestHandler::loadRules(const Caller& caller, const json::object& request) {
+    if (!rules_.holds(caller.id)) {
         return status(kStatusNoTransaction);
     }
     const json::value* rules = request.if_contains("rules");
@@ -161,12 +203,16 @@ Outcome RequestHandler::loadRules(ClientId client, const json::object& request) 
     if (auto* error = std::get_if<std::string>(&accepted)) {
         return status(*error);
     }
-    rules_.replace(client, std::get<json::array>(std::move(accepted)));
+    json::array& set = std::get<json::array>(accepted);
+    if (auto tooLarge = checkListFits(listSize(set))) {
+        return *tooLarge;
+    }
+    rules_.replace(caller.id, std::move(set));
     return status(kStatusOk);
 }
 
-Outcome RequestHandler::insertDeviceRule(ClientId client, const json::object& request) {
-    if (!rules_.holds(client)) {
+Outcome RequestHandler::insertDeviceRule(const Caller& caller, const json::object& request) {
+    if (!rules_.holds(caller.id)) {
         return status(kStatusNoTransaction);
     }
     auto id = requestedId(request);
@@ -190,11 +236,18 @@ Outcome RequestHandler::insertDeviceRule(ClientId client, const json::object& re
     if (auto* error = std::get_if<std::string>(&accepted)) {
         return status(*error);
     }
-    rules_.insertFirst(client, std::move(std::get<json::array>(accepted)[0].get_object()));
+    json::object& rule = std::get<json::array>(accepted)[0].get_object();
+    // One more element: the rule and its comma.
+    const std::size_t grown =
+        listSize(rules_.rulesFor(caller.id)) + json::serialize(rule).size() + 1;
+    if (auto tooLarge = checkListFits(grown)) {
+        return *tooLarge;
+    }
+    rules_.insertFirst(caller.id, std::move(rule));
     return status(kStatusOk);
 }
 
-Outcome RequestHandler::testRules(ClientId client, const json::object& request) {
+Outcome RequestHandler::testRules(const Caller& caller, const json::object& request) {
     auto id = requestedId(request);
     if (!id) {
         return badRequest("\"id\" must be an integer from 0 to 4294967295");
@@ -216,27 +269,50 @@ Outcome RequestHandler::testRules(ClientId client, const json::object& request) 
     if (device == nullptr) {
         return status(kStatusNotFound);
     }
-    Verdict verdict = evaluate(rules_.rulesFor(client), *device, peer, defaultAction_);
+    Verdict verdict = evaluate(rules_.rulesFor(caller.id), *device, peer, defaultAction_);
     Outcome outcome = status(kStatusOk);
     outcome.reply["verdict"] = describe(verdict);
     return outcome;
 }
 
-Outcome RequestHandler::endTransaction(ClientId client, const json::object& request) {
-    if (!rules_.holds(client)) {
+Outcome RequestHandler::endTransaction(const Caller& caller, const json::object& request) {
+    if (!rules_.holds(caller.id)) {
         return status(kStatusNoTransaction);
     }
     const json::value* action = request.if_contains("action");
     if (action != nullptr && *action == "rollback") {
-        rules_.rollback(client);
+        rules_.rollback(caller.id);
         return status(kStatusOk);
     }
     if (action == nullptr || *action != "commit") {
         return badRequest("\"action\" must be \"commit\" or \"rollback\"");
     }
-    if (auto error = rules_.commit(client)) {
-        return status("cannot save the rules: " + *error);
+    if (!caller.mayChange) {
+        return refuse(caller, "commit rules");
     }
+    RuleStore::CommitResult result = rules_.commit(caller.id);
+    switch (result.outcome) {
+    case RuleStore::CommitOutcome::noTransaction:
+        return status(kStatusNoTransaction);
+    case RuleStore::CommitOutcome::conflict:
+        logActivity(LogLevel::notice, "commit refused: the rules changed meanwhile",
+                    {{"HALVO_UID", who(caller)}});
+        return status(kStatusConflict);
+    case RuleStore::CommitOutcome::notSaved:
+        logActivity(LogLevel::error, "commit failed: " + result.problem,
+                    {{"HALVO_UID", who(caller)}});
+        return status("cannot save the rules: " + result.problem);
+    case RuleStore::CommitOutcome::committed:
+        break;
+    }
+    if (!result.problem.empty()) {
+        // The new file is in place, so the commit stands; it may not survive
+        // a power loss.
+        logActivity(LogLevel::warning, "rules saved but not synced: " + result.problem, {});
+    }
+    logActivity(LogLevel::notice,
+                "rules committed: " + std::to_string(rules_.committed().size()) + " rules",
+                {{"HALVO_UID", who(caller)}});
     return status(kStatusOk);
 }
 

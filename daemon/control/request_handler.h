@@ -16,15 +16,27 @@
 
 #include <boost/json/object.hpp>
 #include <cstdint>
+#include <optional>
+#include <sys/types.h>
 #include <vector>
 
 namespace halvo::daemon {
 
 inline constexpr std::string_view kStatusOk = "ok";
 inline constexpr std::string_view kStatusNotFound = "notfound";
-inline constexpr std::string_view kStatusBusy = "busy: another client holds the rule transaction";
+inline constexpr std::string_view kStatusConflict =
+    "conflict: the rules changed since this transaction began";
+inline constexpr std::string_view kStatusPermissionDenied =
+    "permission denied: only root, the daemon's user and the admin group may change this";
 inline constexpr std::string_view kStatusNoTransaction = "no rule transaction";
 inline constexpr std::string_view kStatusUnknownCommand = "unknown command";
+
+// Who sent a request.
+struct Caller {
+    ClientId id = 0;
+    std::optional<uid_t> uid; // the local user, when one is known
+    bool mayChange = false;   // may drop, unplug and commit
+};
 
 struct Outcome {
     boost::json::object reply;
@@ -36,24 +48,24 @@ class RequestHandler {
     RequestHandler(DeviceBackend& backend, DeviceTable& devices, ConnectionTable& connections,
                    RuleStore& rules, Action defaultAction);
 
-    Outcome handle(ClientId client, std::uint32_t command, const boost::json::object& request);
+    Outcome handle(const Caller& caller, std::uint32_t command, const boost::json::object& request);
 
     // The client has gone: its rule transaction, if any, is rolled back.
     void clientLeft(ClientId client);
 
   private:
-    Outcome listDevices(ClientId client, const boost::json::object& request);
-    Outcome listConnections(ClientId client, const boost::json::object& request);
-    Outcome killConnection(ClientId client, const boost::json::object& request);
-    Outcome unplugDevice(ClientId client, const boost::json::object& request);
-    Outcome startTransaction(ClientId client, const boost::json::object& request);
-    Outcome listRules(ClientId client, const boost::json::object& request);
-    Outcome loadRules(ClientId client, const boost::json::object& request);
-    Outcome insertDeviceRule(ClientId client, const boost::json::object& request);
-    Outcome testRules(ClientId client, const boost::json::object& request);
-    Outcome endTransaction(ClientId client, const boost::json::object& request);
+    Outcome listDevices(const Caller& caller, const boost::json::object& request);
+    Outcome listConnections(const Caller& caller, const boost::json::object& request);
+    Outcome killConnection(const Caller& caller, const boost::json::object& request);
+    Outcome unplugDevice(const Caller& caller, const boost::json::object& request);
+    Outcome startTransaction(const Caller& caller, const boost::json::object& request);
+    Outcome listRules(const Caller& caller, const boost::json::object& request);
+    Outcome loadRules(const Caller& caller, const boost::json::object& request);
+    Outcome insertDeviceRule(const Caller& caller, const boost::json::object& request);
+    Outcome testRules(const Caller& caller, const boost::json::object& request);
+    Outcome endTransaction(const Caller& caller, const boost::json::object& request);
 
-    using Handler = Outcome (RequestHandler::*)(ClientId, const boost::json::object&);
+    using Handler = Outcome (RequestHandler::*)(const Caller&, const boost::json::object&);
     struct Route {
         link::CommandCode command;
         Handler handler;

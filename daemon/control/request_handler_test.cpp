@@ -1,10 +1,12 @@
 #include "daemon/control/request_handler.h"
 #include "daemon/core/rule_text.h"
 #include "daemon/platform/fixture_backend.h"
+#include "daemon/platform/rules_file.h"
 
 #include <boost/json/parse.hpp>
 #include <boost/json/serialize.hpp>
 #include <gtest/gtest.h>
+#include <sstream>
 
 namespace halvo::daemon {
 namespace {
@@ -14,6 +16,8 @@ using link::CommandCode;
 
 constexpr ClientId kAlice = 1;
 constexpr ClientId kBob = 2;
+// A client that may look but not change (no local user, or not an admin).
+constexpr ClientId kStranger = 3;
 
 std::vector<Device> twoDevices() {
     auto parsed = parseDeviceFixture(json::parse(R"({"devices": [
@@ -45,13 +49,15 @@ class RequestHandlerTest : public ::testing::Test {
   protected:
     explicit RequestHandlerTest(std::optional<std::string> rulesPath = std::nullopt)
         : backend(twoDevices()), connections(threeConnections()),
-          rules(rulesOf("block hwid 046d\n"), std::move(rulesPath)),
+          file(rulesPath ? std::optional<RulesFile>(std::in_place, *rulesPath) : std::nullopt),
+          rules(rulesOf("block hwid 046d\n"), file ? &*file : nullptr),
           handler(backend, devices, connections, rules, Action::share) {
         devices.update(backend.scan().devices);
     }
 
     json::object ask(ClientId client, CommandCode command, std::string_view request = "{}") {
-        Outcome outcome = handler.handle(client, link::code(command), payload(request));
+        const Caller caller{client, 1000, client != kStranger};
+        Outcome outcome = handler.handle(caller, link::code(command), payload(request));
         lastEvents = std::move(outcome.events);
         return outcome.reply;
     }
@@ -72,30 +78,100 @@ class RequestHandlerTest : public ::testing::Test {
     FixtureBackend backend;
     DeviceTable devices;
     ConnectionTable connections;
+    std::optional<RulesFile> file;
     RuleStore rules;
     RequestHandler handler;
     std::vector<Event> lastEvents;
 };
 
-TEST_F(RequestHandlerTest, OneTransactionAtATimeAndOthersSeeTheCommittedSet) {
+// Transactions take no lock: each works on a snapshot, and a commit over a
+// set that changed since the snapshot is refused with nothing changed.
+TEST_F(RequestHandlerTest, TransactionsInEveryOrderCommitOnlyOverWhatTheyBeganOn) {
+    struct Case {
+        const char* steps; // "Ab" Alice begins, "Bc" Bob commits, ...
+        const char* statuses;
+        const char* committed;
+    };
+    const Case cases[] = {
+        {"Ab Ac Bb Bc", "ok ok ok ok", "bob"},
+        {"Ab Bb Ac Bc", "ok ok ok conflict", "alice"},
+        {"Ab Bb Bc Ac", "ok ok ok conflict", "bob"},
+        {"Ab Ab Bb Bc Ac", "ok ok ok ok conflict", "bob"},
+    };
     const json::array original = rulesOf("block hwid 046d\n");
-    const json::array replacement = rulesOf("share rdesk\nblock quick built-in\n");
+    for (const Case& c : cases) {
+        std::istringstream steps(c.steps);
+        std::string statuses;
+        for (std::string step; steps >> step;) {
+            const ClientId client = step[0] == 'A' ? kAlice : kBob;
+            if (step[1] == 'b') {
+                statuses += statusOf(client, CommandCode::startRuleTransaction);
+                // Each loads its own set: one share rule naming who it is.
+                json::object load;
+                load["rules"] = rulesOf(std::string("share name is \"") +
+                                        (client == kAlice ? "alice" : "bob") + "\"\n");
+                EXPECT_EQ(statusOf(client, CommandCode::loadRuleList, json::serialize(load)), "ok");
+            } else {
+                std::string status =
+                    statusOf(client, CommandCode::endRuleTransaction, R"({"action": "commit"})");
+                statuses += status == kStatusConflict ? "conflict" : status;
+            }
+            statuses += " ";
+        }
+        statuses.pop_back();
+        EXPECT_EQ(statuses, c.statuses) << c.steps;
+        EXPECT_EQ(rulesSeenBy(kStranger),
+                  rulesOf(std::string("share name is \"") + c.committed + "\"\n"))
+            << c.steps;
+        handler.clientLeft(kAlice);
+        handler.clientLeft(kBob);
+    }
+}
 
-    EXPECT_EQ(statusOf(kAlice, CommandCode::startRuleTransaction), "ok");
-    EXPECT_EQ(statusOf(kBob, CommandCode::startRuleTransaction), kStatusBusy);
-    EXPECT_EQ(statusOf(kBob, CommandCode::loadRuleList, R"({"rules": []})"), kStatusNoTransaction);
-    EXPECT_EQ(statusOf(kBob, CommandCode::endRuleTransaction, R"({"action": "commit"})"),
-              kStatusNoTransaction);
+TEST_F(RequestHandlerTest, OnlyThoseAllowedChangeWhatIsShared) {
+    const std::pair<CommandCode, const char*> changes[] = {
+        {CommandCode::disconnectDevice, R"({"id": 2})"},
+        {CommandCode::killConnection, R"({"host": "10.0.0.5"})"},
+        {CommandCode::killConnection, R"({"pid": 4242})"},
+        {CommandCode::endRuleTransaction, R"({"action": "commit"})"},
+    };
+    // A stranger still works in a transaction of its own, and tests with it.
+    ASSERT_EQ(statusOf(kStranger, CommandCode::startRuleTransaction), "ok");
+    EXPECT_EQ(statusOf(kStranger, CommandCode::loadRuleList, R"({"rules": [{"action": "share"}]})"),
+              "ok");
+    EXPECT_EQ(statusOf(kStranger, CommandCode::testRule, R"({"id": 1, "type": "rdesk"})"), "ok");
+    for (const auto& [command, request] : changes) {
+        EXPECT_EQ(statusOf(kStranger, command, request), kStatusPermissionDenied) << request;
+        EXPECT_TRUE(lastEvents.empty()) << request;
+    }
+    EXPECT_EQ(rulesSeenBy(kAlice), rulesOf("block hwid 046d\n"));
+    EXPECT_EQ(ask(kStranger, CommandCode::connectionList)["connections"].as_array().size(), 3u);
+    EXPECT_EQ(statusOf(kAlice, CommandCode::disconnectDevice, R"({"id": 2})"), "ok");
+}
 
+TEST_F(RequestHandlerTest, RuleListsThatWouldNotFitOnePacketAreRefused) {
+    // 99 rules that leave 20 bytes of the packet free: one more, or one
+    // more device rule, would not fit.
+    const auto named = [](std::size_t length) {
+        return rulesOf("share name is \"" + std::string(length, 'n') + "\"\n")[0];
+    };
+    json::array big(99, named(link::kMaxPayloadSize / 100));
+    const std::size_t listSize =
+        json::serialize(big).size() + std::string_view(R"({"rules":})").size();
+    big[0] = named(link::kMaxPayloadSize / 100 + link::kMaxPayloadSize - 20 - listSize);
+    big.push_back(big[1]);
     json::object load;
-    load["rules"] = replacement;
+    load["rules"] = big;
+    ASSERT_EQ(statusOf(kAlice, CommandCode::startRuleTransaction), "ok");
+    EXPECT_TRUE(statusOf(kAlice, CommandCode::loadRuleList, json::serialize(load))
+                    .starts_with("refused: the rule list would take "));
+    big.pop_back();
+    load["rules"] = big;
     EXPECT_EQ(statusOf(kAlice, CommandCode::loadRuleList, json::serialize(load)), "ok");
-    EXPECT_EQ(rulesSeenBy(kAlice), replacement);
-    EXPECT_EQ(rulesSeenBy(kBob), original);
-
-    EXPECT_EQ(statusOf(kAlice, CommandCode::endRuleTransaction, R"({"action": "commit"})"), "ok");
-    EXPECT_EQ(rulesSeenBy(kBob), replacement);
-    EXPECT_EQ(statusOf(kBob, CommandCode::startRuleTransaction), "ok");
+    EXPECT_TRUE(
+        statusOf(kAlice, CommandCode::insertRuleForDevice, R"({"id": 1, "action": "share"})")
+            .starts_with("refused: the rule list would take "));
+    EXPECT_EQ(rulesSeenBy(kAlice), big);
 }
 
 TEST_F(RequestHandlerTest, RollbackAndDepartureLeaveTheCommittedSet) {
@@ -214,7 +290,7 @@ TEST_F(RequestHandlerTest, UnplugAnnouncesTheDeviceAndOffersItAgain) {
 
 TEST_F(RequestHandlerTest, UnknownCommandsGetAStatus) {
     for (std::uint32_t command : {4u, 5u, 12u, 0xffffffffu}) {
-        Outcome outcome = handler.handle(kAlice, command, {});
+        Outcome outcome = handler.handle(Caller{kAlice, 0, true}, command, {});
         EXPECT_EQ(outcome.reply["status"], json::value(kStatusUnknownCommand)) << command;
     }
 }

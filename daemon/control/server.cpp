@@ -1,9 +1,11 @@
 #include "daemon/control/server.h"
 
+#include "daemon/core/activity_log.h"
+#include "daemon/platform/socket_owner.h"
 #include "link/packet.h"
 
+#include <algorithm>
 #include <boost/asio/socket_base.hpp>
-#include <cstdio>
 
 namespace halvo::daemon {
 
@@ -17,8 +19,10 @@ constexpr std::chrono::milliseconds kAcceptRetryDelay{100};
 
 } // namespace
 
-Server::Server(asio::io_context& io, RequestHandler& handler)
-    : handler_(handler), acceptor_(io), acceptRetry_(io) {}
+Server::Server(asio::io_context& io, RequestHandler& handler, AccessPolicy access,
+               ClientLimits limits)
+    : handler_(handler), access_(access), limits_(limits), budget_(limits.memoryBudget),
+      acceptor_(io), acceptRetry_(io) {}
 
 std::optional<std::string> Server::listen(const tcp::endpoint& endpoint) {
     boost::system::error_code error;
@@ -52,7 +56,7 @@ void Server::accept() {
             return;
         }
         if (error) {
-            std::fprintf(stderr, "halvod: accept: %s\n", error.message().c_str());
+            logActivity(LogLevel::error, "accept failed: " + error.message());
             acceptRetry_.expires_after(kAcceptRetryDelay);
             acceptRetry_.async_wait([this](const boost::system::error_code& waitError) {
                 if (!waitError) {
@@ -61,17 +65,53 @@ void Server::accept() {
             });
             return;
         }
-        if (sessions_.size() >= kMaxClients) {
-            boost::system::error_code ignored;
-            socket.close(ignored);
-        } else {
-            std::uint64_t id = nextClientId_++;
-            auto session = std::make_shared<Session>(std::move(socket), id, *this);
-            sessions_.emplace(id, session);
-            session->start();
-        }
+        admit(std::move(socket));
         accept();
     });
+}
+
+void Server::admit(tcp::socket socket) {
+    boost::system::error_code ignored;
+    const std::optional<uid_t> uid =
+        localSocketOwner(socket.local_endpoint(ignored), socket.remote_endpoint(ignored));
+    std::optional<std::string> refusal = refusalFor(uid);
+    std::uint64_t id = nextClientId_++;
+    auto session = std::make_shared<Session>(std::move(socket), id, *this, limits_, budget_);
+    session->setUid(uid);
+    session->setMayChange(access_.mayChange(uid));
+    sessions_.emplace(id, session);
+    if (refusal) {
+        logActivity(LogLevel::warning, "client refused: " + *refusal,
+                    {{"HALVO_UID", uid ? std::to_string(*uid) : std::string("none")}});
+        session->refuse(std::move(*refusal));
+    } else {
+        session->start();
+    }
+}
+
+std::optional<std::string> Server::refusalFor(std::optional<uid_t> uid) {
+    const std::size_t sameUser = static_cast<std::size_t>(
+        std::count_if(sessions_.begin(), sessions_.end(),
+                      [uid](const auto& entry) { return entry.second->uid() == uid; }));
+    if (sameUser >= limits_.maxClientsPerUser) {
+        return "busy: too many clients of this user (" + std::to_string(limits_.maxClientsPerUser) +
+               ")";
+    }
+    if (sessions_.size() < limits_.maxClients) {
+        return std::nullopt;
+    }
+    // Full: the client heard from least recently makes room if it has been
+    // idle long enough.
+    auto idlest =
+        std::min_element(sessions_.begin(), sessions_.end(), [](const auto& a, const auto& b) {
+            return a.second->lastHeard() < b.second->lastHeard();
+        });
+    if (std::chrono::steady_clock::now() - idlest->second->lastHeard() >= limits_.idleAfter) {
+        std::shared_ptr<Session> idle = idlest->second;
+        idle->close("idle while the client table is full");
+        return std::nullopt;
+    }
+    return "busy: too many clients (" + std::to_string(limits_.maxClients) + ")";
 }
 
 void Server::broadcast(const Event& event) {
@@ -94,8 +134,18 @@ void Server::stop() {
 }
 
 void Server::packetReceived(Session& session, std::uint32_t command, boost::json::object payload) {
-    Outcome outcome = handler_.handle(session.id(), command, payload);
-    session.send(link::encodePacket(command, outcome.reply));
+    const Caller caller{session.id(), session.uid(), session.mayChange()};
+    Outcome outcome = handler_.handle(caller, command, payload);
+    std::string reply = link::encodePacket(command, outcome.reply);
+    if (reply.size() - link::kHeaderSize > link::kMaxPayloadSize) {
+        // Loads are refused before a rule list could grow this large.
+        logActivity(LogLevel::error, "reply too large for a packet",
+                    {{"HALVO_REQUEST", std::to_string(command)}});
+        boost::json::object refusal;
+        refusal["status"] = "internal error: the reply would not fit in one packet";
+        reply = link::encodePacket(command, refusal);
+    }
+    session.send(std::move(reply), true);
     for (const Event& event : outcome.events) {
         broadcast(event);
     }

@@ -2,6 +2,8 @@
 // thread that runs the io_context, so the tables need no locks.
 #pragma once
 
+#include "daemon/control/access_policy.h"
+#include "daemon/control/client_limits.h"
 #include "daemon/control/request_handler.h"
 #include "daemon/control/session.h"
 #include "daemon/core/event.h"
@@ -19,11 +21,10 @@ namespace halvo::daemon {
 
 class Server final : public SessionHost {
   public:
-    // Clients beyond this many are turned away at once, so that a flood of
-    // connections cannot use up the daemon's descriptors.
-    static constexpr std::size_t kMaxClients = 512;
-
-    Server(boost::asio::io_context& io, RequestHandler& handler);
+    // Each client's local user is looked up when it connects; `access` says
+    // what it may change, `limits` how much of the daemon it may hold.
+    Server(boost::asio::io_context& io, RequestHandler& handler, AccessPolicy access,
+           ClientLimits limits = {});
 
     // Binds and starts accepting; the reason on failure.
     std::optional<std::string> listen(const boost::asio::ip::tcp::endpoint& endpoint);
@@ -43,8 +44,15 @@ class Server final : public SessionHost {
 
   private:
     void accept();
+    void admit(boost::asio::ip::tcp::socket socket);
+    // Why a new client of `uid` cannot be served now, or nothing; may drop a
+    // long idle client to make room.
+    std::optional<std::string> refusalFor(std::optional<uid_t> uid);
 
     RequestHandler& handler_;
+    AccessPolicy access_;
+    ClientLimits limits_;
+    MemoryBudget budget_;
     boost::asio::ip::tcp::acceptor acceptor_;
     boost::asio::steady_timer acceptRetry_;
     std::map<std::uint64_t, std::shared_ptr<Session>> sessions_;

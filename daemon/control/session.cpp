@@ -1,9 +1,11 @@
 #include "daemon/control/session.h"
 
+#include "daemon/core/activity_log.h"
+#include "daemon/platform/memory_release.h"
+
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/read.hpp>
 #include <boost/asio/write.hpp>
-#include <cstdio>
 #include <variant>
 
 namespace halvo::daemon {
@@ -11,8 +13,32 @@ namespace halvo::daemon {
 namespace asio = boost::asio;
 namespace json = boost::json;
 
-Session::Session(asio::ip::tcp::socket socket, std::uint64_t id, SessionHost& host)
-    : socket_(std::move(socket)), id_(id), host_(host) {}
+namespace {
+
+// A payload that waits for the shared budget looks again after this long.
+constexpr std::chrono::milliseconds kBudgetRetry{20};
+// Buffers from this size on are worth handing back to the system when freed.
+constexpr std::size_t kLargeBuffer = 1 * kMiB;
+
+} // namespace
+
+bool MemoryBudget::tryTake(std::size_t bytes) {
+    if (used_ + bytes > limit_) {
+        return false;
+    }
+    used_ += bytes;
+    return true;
+}
+
+Session::Session(asio::ip::tcp::socket socket, std::uint64_t id, SessionHost& host,
+                 const ClientLimits& limits, MemoryBudget& budget)
+    : socket_(std::move(socket)), id_(id), host_(host), limits_(limits), budget_(budget),
+      budgetRetry_(socket_.get_executor()) {
+    boost::system::error_code ignored;
+    peer_ = socket_.remote_endpoint(ignored);
+}
+
+Session::~Session() = default;
 
 void Session::start() {
     boost::system::error_code ignored;
@@ -20,27 +46,57 @@ void Session::start() {
     readHeader();
 }
 
+void Session::refuse(std::string reason) {
+    refusal_ = std::move(reason);
+    readHeader();
+}
+
 void Session::readHeader() {
     asio::async_read(
         socket_, asio::buffer(header_),
         [self = shared_from_this()](const boost::system::error_code& error, std::size_t) {
+            if (self->closed_) {
+                return;
+            }
             if (error) {
                 self->close();
                 return;
             }
+            self->lastHeard_ = std::chrono::steady_clock::now();
             link::PacketHeader header = link::decodeHeader(self->header_.data());
+            if (self->refusal_) {
+                json::object reply;
+                reply["status"] = *self->refusal_;
+                self->closeWhenSent_ = true;
+                self->send(link::encodePacket(header.command, reply), true);
+                return;
+            }
             if (header.size == 0) {
                 self->payload_.clear();
                 self->deliver(header.command);
                 return;
             }
             if (!link::isValidPayloadSize(header.size)) {
-                std::fprintf(stderr, "halvod: client %llu: payload size %u refused\n",
-                             static_cast<unsigned long long>(self->id_), header.size);
-                self->close();
+                self->close("payload size refused");
                 return;
             }
-            self->readPayload(header.command, header.size);
+            self->waitForBudget(header.command, header.size);
+        });
+}
+
+// Reads the payload once the shared budget holds its bytes.
+void Session::waitForBudget(std::uint32_t command, std::uint32_t size) {
+    if (budget_.tryTake(size)) {
+        payloadBudget_ = size;
+        readPayload(command, size);
+        return;
+    }
+    budgetRetry_.expires_after(kBudgetRetry);
+    budgetRetry_.async_wait(
+        [self = shared_from_this(), command, size](const boost::system::error_code& error) {
+            if (!error && !self->closed_) {
+                self->waitForBudget(command, size);
+            }
         });
 }
 
@@ -51,6 +107,9 @@ void Session::readPayload(std::uint32_t command, std::uint32_t size) {
     asio::async_read(
         socket_, asio::dynamic_buffer(payload_, size), asio::transfer_exactly(size),
         [self = shared_from_this(), command](const boost::system::error_code& error, std::size_t) {
+            if (self->closed_) {
+                return;
+            }
             if (error) {
                 self->close();
                 return;
@@ -61,34 +120,47 @@ void Session::readPayload(std::uint32_t command, std::uint32_t size) {
 
 void Session::deliver(std::uint32_t command) {
     json::object request;
+    const bool large = payload_.size() >= kLargeBuffer;
     if (!payload_.empty()) {
-        link::DecodedPayload decoded = link::decodePayload(payload_);
-        if (std::holds_alternative<link::PayloadError>(decoded)) {
-            std::fprintf(stderr, "halvod: client %llu: payload is not a JSON object\n",
-                         static_cast<unsigned long long>(id_));
-            close();
+        link::DecodedPayload decoded = link::decodePayload(payload_, limits_.maxParseBytes);
+        if (auto* problem = std::get_if<link::PayloadError>(&decoded)) {
+            close(problem->description == "too large to parse" ? "payload too large to parse"
+                                                               : "payload is not a JSON object");
             return;
         }
         request = std::get<json::object>(std::move(decoded));
     }
     payload_ = std::string();
+    budget_.give(payloadBudget_);
+    payloadBudget_ = 0;
     host_.packetReceived(*this, command, std::move(request));
-    if (!closed_) {
+    if (large) {
+        returnFreeMemory();
+    }
+    if (closed_) {
+        return;
+    }
+    if (queuedBytes_ > limits_.readPauseBytes) {
+        readPaused_ = true;
+    } else {
         readHeader();
     }
 }
 
-void Session::send(std::string packet) {
+void Session::send(std::string packet, bool isReply) {
     if (closed_) {
         return;
     }
-    queuedBytes_ += packet.size();
-    if (queuedBytes_ > kMaxQueuedBytes) {
-        std::fprintf(stderr, "halvod: client %llu: too much unread output\n",
-                     static_cast<unsigned long long>(id_));
-        close();
+    const std::size_t size = packet.size();
+    if (!isReply && queuedBytes_ > 0 &&
+        (queuedBytes_ + size > limits_.maxUnreadBytes || !budget_.tryTake(size))) {
+        close("too much unread output");
         return;
     }
+    if (isReply || queuedBytes_ == 0) {
+        budget_.take(size);
+    }
+    queuedBytes_ += size;
     outbox_.push_back(std::move(packet));
     if (outbox_.size() == 1) {
         writeNext();
@@ -106,23 +178,56 @@ void Session::writeNext() {
                 self->close();
                 return;
             }
-            self->queuedBytes_ -= self->outbox_.front().size();
+            const std::size_t sent = self->outbox_.front().size();
+            self->queuedBytes_ -= sent;
+            self->budget_.give(sent);
             self->outbox_.pop_front();
             if (!self->outbox_.empty()) {
                 self->writeNext();
+            } else if (self->closeWhenSent_) {
+                self->close();
+                return;
             }
+            self->resumeReading();
         });
 }
 
-void Session::close() {
+void Session::resumeReading() {
+    if (readPaused_ && queuedBytes_ <= limits_.readPauseBytes) {
+        readPaused_ = false;
+        readHeader();
+    }
+}
+
+void Session::log(const char* reason) const {
+    logActivity(LogLevel::warning, std::string("client dropped: ") + reason,
+                {{"HALVO_CLIENT", std::to_string(id_)},
+                 {"HALVO_UID", uid_ ? std::to_string(*uid_) : std::string("none")},
+                 {"HALVO_PEER", peer_.address().to_string() + ":" + std::to_string(peer_.port())}});
+}
+
+void Session::close(const char* reason) {
     if (closed_) {
         return;
     }
+    if (reason != nullptr) {
+        log(reason);
+    }
     closed_ = true;
+    const bool large = queuedBytes_ + payloadBudget_ >= kLargeBuffer;
+    budget_.give(queuedBytes_ + payloadBudget_);
+    queuedBytes_ = 0;
+    payloadBudget_ = 0;
+    outbox_.clear();
+    payload_ = std::string();
+    budgetRetry_.cancel();
     boost::system::error_code ignored;
     socket_.shutdown(asio::ip::tcp::socket::shutdown_both, ignored);
     socket_.close(ignored);
     host_.sessionEnded(*this);
+    if (large) {
+        returnFreeMemory();
+    }
 }
 
 } // namespace halvo::daemon

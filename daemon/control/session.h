@@ -2,23 +2,48 @@
 // its host, and sends replies and events in the order they are queued.
 //
 // A packet is bad when its payload size is above 100 MiB or its payload is
-// not a JSON object; a request without payload (size 0) is read as an empty
-// object.  A bad packet, the peer closing, an I/O error or a client that lets
-// too much output pile up ends the session; the host hears of it once.
+// not a JSON object (or would take more memory than allowed once parsed); a
+// request without payload (size 0) is read as an empty object. A bad packet,
+// the peer closing, an I/O error or a client that leaves too much output
+// unread ends the session; the host hears of it once.
+//
+// Memory stays bounded: the client is not read while its replies are unsent
+// (backpressure), and payload and output bytes are taken from a budget that
+// all sessions share.
 #pragma once
 
+#include "daemon/control/client_limits.h"
 #include "link/packet.h"
 
 #include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/steady_timer.hpp>
 #include <boost/json/object.hpp>
+#include <chrono>
 #include <cstdint>
 #include <deque>
 #include <memory>
+#include <optional>
 #include <string>
+#include <sys/types.h>
 
 namespace halvo::daemon {
 
 class Session;
+
+// Bytes held by all sessions for unread payloads and unsent output.
+class MemoryBudget {
+  public:
+    explicit MemoryBudget(std::size_t limit) : limit_(limit) {}
+    bool tryTake(std::size_t bytes);
+    void take(std::size_t bytes) { used_ += bytes; }
+    void give(std::size_t bytes) { used_ -= bytes; }
+    bool exceeded() const { return used_ > limit_; }
+    std::size_t used() const { return used_; }
+
+  private:
+    std::size_t limit_;
+    std::size_t used_ = 0;
+};
 
 class SessionHost {
   public:
@@ -32,32 +57,56 @@ class SessionHost {
 
 class Session : public std::enable_shared_from_this<Session> {
   public:
-    // Output a client may leave unread before it is dropped.
-    static constexpr std::size_t kMaxQueuedBytes = 256u * 1024u * 1024u;
+    Session(boost::asio::ip::tcp::socket socket, std::uint64_t id, SessionHost& host,
+            const ClientLimits& limits, MemoryBudget& budget);
+    ~Session();
 
-    Session(boost::asio::ip::tcp::socket socket, std::uint64_t id, SessionHost& host);
-
+    // Serves requests.
     void start();
-    // Queues one encoded packet.
-    void send(std::string packet);
+    // Answers the client's first request with `reason` as its status, then
+    // closes: a refusal the client can report.
+    void refuse(std::string reason);
+    // Queues one encoded packet; a reply is always queued, an event may drop
+    // a client that does not read.
+    void send(std::string packet, bool isReply = false);
     // Ends the session; the host's sessionEnded follows at once.
-    void close();
+    void close(const char* reason = nullptr);
 
     std::uint64_t id() const { return id_; }
+    std::optional<uid_t> uid() const { return uid_; }
+    void setUid(std::optional<uid_t> uid) { uid_ = uid; }
+    bool mayChange() const { return mayChange_; }
+    void setMayChange(bool mayChange) { mayChange_ = mayChange; }
+    std::chrono::steady_clock::time_point lastHeard() const { return lastHeard_; }
+    const boost::asio::ip::tcp::endpoint& peer() const { return peer_; }
 
   private:
     void readHeader();
     void readPayload(std::uint32_t command, std::uint32_t size);
+    void waitForBudget(std::uint32_t command, std::uint32_t size);
     void deliver(std::uint32_t command);
     void writeNext();
+    void resumeReading();
+    void log(const char* reason) const;
 
     boost::asio::ip::tcp::socket socket_;
+    boost::asio::ip::tcp::endpoint peer_;
     std::uint64_t id_;
     SessionHost& host_;
+    const ClientLimits& limits_;
+    MemoryBudget& budget_;
+    boost::asio::steady_timer budgetRetry_;
+    std::optional<uid_t> uid_;
+    bool mayChange_ = false;
     link::HeaderBytes header_{};
     std::string payload_;
+    std::size_t payloadBudget_ = 0;
     std::deque<std::string> outbox_;
     std::size_t queuedBytes_ = 0;
+    std::chrono::steady_clock::time_point lastHeard_ = std::chrono::steady_clock::now();
+    std::optional<std::string> refusal_;
+    bool readPaused_ = false;
+    bool closeWhenSent_ = false;
     bool closed_ = false;
 };
 

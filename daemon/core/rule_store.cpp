@@ -1,63 +1,63 @@
 #include "daemon/core/rule_store.h"
 
-#include "daemon/platform/rules_file.h"
-
 namespace halvo::daemon {
 
 namespace json = boost::json;
 
-RuleStore::RuleStore(json::array committed, std::optional<std::string> rulesPath)
-    : committed_(std::move(committed)), rulesPath_(std::move(rulesPath)) {}
+RuleStore::RuleStore(json::array committed, RulesSaver* saver)
+    : committed_(std::move(committed)), saver_(saver) {}
 
-bool RuleStore::begin(ClientId client) {
-    if (holder_ && *holder_ != client) {
-        return false;
-    }
-    holder_ = client;
-    working_ = committed_;
-    return true;
+void RuleStore::begin(ClientId client) {
+    transactions_[client] = Transaction{committed_, version_};
 }
 
 bool RuleStore::holds(ClientId client) const {
-    return holder_ == client;
+    return transactions_.contains(client);
 }
 
 const json::array& RuleStore::rulesFor(ClientId client) const {
-    return holds(client) ? working_ : committed_;
+    auto transaction = transactions_.find(client);
+    return transaction == transactions_.end() ? committed_ : transaction->second.working;
 }
 
 void RuleStore::replace(ClientId client, json::array rules) {
-    if (holds(client)) {
-        working_ = std::move(rules);
+    if (auto transaction = transactions_.find(client); transaction != transactions_.end()) {
+        transaction->second.working = std::move(rules);
     }
 }
 
 void RuleStore::insertFirst(ClientId client, json::object rule) {
-    if (holds(client)) {
-        working_.insert(working_.begin(), std::move(rule));
+    if (auto transaction = transactions_.find(client); transaction != transactions_.end()) {
+        json::array& working = transaction->second.working;
+        working.insert(working.begin(), std::move(rule));
     }
 }
 
-std::optional<std::string> RuleStore::commit(ClientId client) {
-    if (!holds(client)) {
-        return std::string("no rule transaction");
+RuleStore::CommitResult RuleStore::commit(ClientId client) {
+    auto transaction = transactions_.find(client);
+    if (transaction == transactions_.end()) {
+        return {CommitOutcome::noTransaction, {}};
     }
-    if (rulesPath_) {
-        if (auto error = saveRulesFile(*rulesPath_, working_)) {
-            return error;
+    if (transaction->second.baseVersion != version_) {
+        transactions_.erase(transaction);
+        return {CommitOutcome::conflict, {}};
+    }
+    std::string problem;
+    if (saver_ != nullptr) {
+        RulesSaver::Result saved = saver_->save(transaction->second.working);
+        if (saved.outcome == RulesSaver::Outcome::notSaved) {
+            return {CommitOutcome::notSaved, std::move(saved.problem)};
         }
+        problem = std::move(saved.problem);
     }
-    committed_ = std::move(working_);
-    working_ = json::array();
-    holder_.reset();
-    return std::nullopt;
+    committed_ = std::move(transaction->second.working);
+    ++version_;
+    transactions_.erase(transaction);
+    return {CommitOutcome::committed, std::move(problem)};
 }
 
 void RuleStore::rollback(ClientId client) {
-    if (holds(client)) {
-        working_ = json::array();
-        holder_.reset();
-    }
+    transactions_.erase(client);
 }
 
 } // namespace halvo::daemon

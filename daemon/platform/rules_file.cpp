@@ -3,6 +3,7 @@
 #include "daemon/core/record_validation.h"
 #include "daemon/core/rule_text.h"
 #include "util/json_file.h"
+#include "util/unique_file.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -21,7 +22,7 @@ namespace json = boost::json;
 namespace {
 
 constexpr std::string_view kTemporarySuffix = ".XXXXXX";
-constexpr mode_t kNewFileMode = 0644;
+constexpr mode_t kFileMode = 0640;
 
 fs::path folderOf(const std::string& path) {
     fs::path folder = fs::path(path).parent_path();
@@ -51,61 +52,6 @@ bool writeAll(int fd, std::string_view bytes) {
     return true;
 }
 
-// Keeps the mode of the file being replaced, so that a save does not widen
-// or narrow who may read the rules.
-mode_t modeFor(const std::string& path) {
-    struct stat status {};
-    if (::stat(path.c_str(), &status) == 0) {
-        return status.st_mode & 07777;
-    }
-    return kNewFileMode;
-}
-
-std::optional<std::string> syncFolder(const fs::path& folder) {
-    int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fd < 0) {
-        return failure(folder.string(), "open folder", errno);
-    }
-    int result = ::fsync(fd);
-    int syncErrno = errno;
-    ::close(fd);
-    if (result != 0) {
-        return failure(folder.string(), "sync folder", syncErrno);
-    }
-    return std::nullopt;
-}
-
-// Writes and syncs `text` into a new temporary file beside `path`; its name.
-std::variant<std::string, std::string> writeTemporary(const std::string& path,
-                                                      std::string_view text) {
-    std::string name = (folderOf(path) / temporaryPrefix(path)).string();
-    name.append(kTemporarySuffix.substr(1));
-    int fd = ::mkostemp(name.data(), O_CLOEXEC);
-    if (fd < 0) {
-        return std::variant<std::string, std::string>(
-            std::in_place_index<1>, failure(path, "create temporary file", errno));
-    }
-    const char* step = nullptr;
-    if (::fchmod(fd, modeFor(path)) != 0) {
-        step = "set mode";
-    } else if (!writeAll(fd, text)) {
-        step = "write";
-    } else if (::fsync(fd) != 0) {
-        step = "sync";
-    }
-    int stepErrno = errno;
-    if (::close(fd) != 0 && step == nullptr) {
-        step = "close";
-        stepErrno = errno;
-    }
-    if (step != nullptr) {
-        ::unlink(name.c_str());
-        return std::variant<std::string, std::string>(std::in_place_index<1>,
-                                                      failure(path, step, stepErrno));
-    }
-    return std::variant<std::string, std::string>(std::in_place_index<0>, std::move(name));
-}
-
 } // namespace
 
 std::variant<json::array, std::string> loadRulesFile(const std::string& path) {
@@ -128,22 +74,91 @@ std::variant<json::array, std::string> loadRulesFile(const std::string& path) {
     return std::get<json::array>(std::move(accepted));
 }
 
-std::optional<std::string> saveRulesFile(const std::string& path, const json::array& rules) {
+RulesFileCalls systemRulesFileCalls() {
+    return RulesFileCalls{
+        [](int fd) { return ::fsync(fd); },
+        [](const char* from, const char* to) { return ::rename(from, to); },
+        [](const char* folder) { return ::open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC); },
+    };
+}
+
+RulesFile::RulesFile(std::string path, std::optional<gid_t> group, RulesFileCalls calls)
+    : path_(std::move(path)), group_(group), calls_(std::move(calls)) {}
+
+RulesSaver::Result RulesFile::save(const json::array& rules) {
     auto text = printRuleText(rules);
     if (!text) {
-        return path + ": the rules cannot be printed as rule text";
+        return {Outcome::notSaved, path_ + ": the rules cannot be printed as rule text"};
     }
-    auto temporary = writeTemporary(path, *text);
+    auto temporary = writeTemporary(*text);
     if (temporary.index() == 1) {
-        return std::get<1>(temporary);
+        return {Outcome::notSaved, std::get<1>(std::move(temporary))};
     }
     const std::string& name = std::get<0>(temporary);
-    if (::rename(name.c_str(), path.c_str()) != 0) {
+    if (calls_.rename(name.c_str(), path_.c_str()) != 0) {
         int renameErrno = errno;
         ::unlink(name.c_str());
-        return failure(path, "rename", renameErrno);
+        return {Outcome::notSaved, failure(path_, "rename", renameErrno)};
     }
-    return syncFolder(folderOf(path));
+    // From here on the new file is the rules file, whatever happens next.
+    const fs::path folder = folderOf(path_);
+    int fd = calls_.openFolder(folder.c_str());
+    if (fd < 0) {
+        return {Outcome::savedUnsynced, failure(folder.string(), "open folder", errno)};
+    }
+    int result = calls_.fsync(fd);
+    int syncErrno = errno;
+    ::close(fd);
+    if (result != 0) {
+        return {Outcome::savedUnsynced, failure(folder.string(), "sync folder", syncErrno)};
+    }
+    return {Outcome::saved, {}};
+}
+
+// Writes and syncs `text` into a new temporary file beside the rules file;
+// its name, or why not.
+std::variant<std::string, std::string> RulesFile::writeTemporary(std::string_view text) {
+    std::string name = (folderOf(path_) / temporaryPrefix(path_)).string();
+    name.append(kTemporarySuffix.substr(1));
+    int fd = util::makeUniqueFile(name, kFileMode);
+    if (fd < 0) {
+        return std::variant<std::string, std::string>(
+            std::in_place_index<1>, failure(path_, "create temporary file", errno));
+    }
+    const char* step = nullptr;
+    // The admin group may read the rules; a daemon that may not give the file
+    // that group keeps it to its own.
+    if (group_ && ::fchown(fd, static_cast<uid_t>(-1), *group_) != 0) {
+        ::fchmod(fd, kFileMode & 0700);
+    }
+    if (!writeAll(fd, text)) {
+        step = "write";
+    } else if (calls_.fsync(fd) != 0) {
+        step = "sync";
+    }
+    int stepErrno = errno;
+    if (::close(fd) != 0 && step == nullptr) {
+        step = "close";
+        stepErrno = errno;
+    }
+    if (step != nullptr) {
+        ::unlink(name.c_str());
+        return std::variant<std::string, std::string>(std::in_place_index<1>,
+                                                      failure(path_, step, stepErrno));
+    }
+    return std::variant<std::string, std::string>(std::in_place_index<0>, std::move(name));
+}
+
+std::optional<std::string> checkRulesFolder(const std::string& path) {
+    const fs::path folder = folderOf(path);
+    std::error_code error;
+    if (!fs::is_directory(folder, error)) {
+        return folder.string() + ": the rules file's folder does not exist";
+    }
+    if (::access(folder.c_str(), W_OK | X_OK) != 0) {
+        return failure(folder.string(), "the rules file's folder is not writable", errno);
+    }
+    return std::nullopt;
 }
 
 void removeLeftoverTemporaries(const std::string& path) {

@@ -2,13 +2,22 @@
 //
 // A save never leaves a half-written file: the text goes to a temporary file
 // in the same folder, is synced, and replaces the old file by a rename, after
-// which the folder is synced too.  Killed at any moment, the daemon leaves
-// either the old rules or the new ones behind.
+// which the folder is synced too. Killed at any moment, the daemon leaves
+// either the old rules or the new ones behind. Once the rename has happened
+// the new rules are the rules, even when the folder's sync then fails.
+//
+// Both files are created with mode 0640 (less the umask) and never widened:
+// the rules say which devices are shared with whom, for root and the admin
+// group to read.
 #pragma once
 
+#include "daemon/core/rule_store.h"
+
 #include <boost/json/array.hpp>
+#include <functional>
 #include <optional>
 #include <string>
+#include <sys/types.h>
 #include <variant>
 
 namespace halvo::daemon {
@@ -20,12 +29,37 @@ namespace halvo::daemon {
 // touched in either case.
 std::variant<boost::json::array, std::string> loadRulesFile(const std::string& path);
 
-// Replaces the file's contents with `rules`; the reason on failure, with the
-// old file left as it was.
-std::optional<std::string> saveRulesFile(const std::string& path, const boost::json::array& rules);
+// Why the folder of `path` cannot take a rules file (it must exist and be
+// writable), or nothing.
+std::optional<std::string> checkRulesFolder(const std::string& path);
 
 // Removes the temporary files that a save interrupted by a kill leaves in the
 // file's folder.
 void removeLeftoverTemporaries(const std::string& path);
+
+// The system calls a save makes that can fail after the text is written;
+// tests replace them to fail on purpose.
+struct RulesFileCalls {
+    std::function<int(int fd)> fsync;
+    std::function<int(const char* from, const char* to)> rename;
+    std::function<int(const char* folder)> openFolder;
+};
+RulesFileCalls systemRulesFileCalls();
+
+class RulesFile final : public RulesSaver {
+  public:
+    // `group`: the group given the files, when there is one.
+    explicit RulesFile(std::string path, std::optional<gid_t> group = std::nullopt,
+                       RulesFileCalls calls = systemRulesFileCalls());
+
+    Result save(const boost::json::array& rules) override;
+
+  private:
+    std::variant<std::string, std::string> writeTemporary(std::string_view text);
+
+    std::string path_;
+    std::optional<gid_t> group_;
+    RulesFileCalls calls_;
+};
 
 } // namespace halvo::daemon

@@ -2,6 +2,7 @@
 #include "daemon/platform/rules_file.h"
 #include "tests/support/daemon_harness.h"
 
+#include <cerrno>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -33,38 +34,82 @@ TEST(RulesFileTest, SavedRulesLoadBackTheSame) {
     json::array rules = *parseRuleText(text);
 
     EXPECT_EQ(std::get<json::array>(loadRulesFile(path)), json::array());
-    EXPECT_EQ(saveRulesFile(path, rules), std::nullopt);
+    RulesFile file(path);
+    EXPECT_EQ(file.save(rules).outcome, RulesSaver::Outcome::saved);
     EXPECT_EQ(readFile(path), text);
     EXPECT_EQ(std::get<json::array>(loadRulesFile(path)), rules);
-    EXPECT_EQ(saveRulesFile(path, json::array()), std::nullopt);
+    EXPECT_EQ(file.save(json::array()).outcome, RulesSaver::Outcome::saved);
     EXPECT_EQ(readFile(path), "");
     EXPECT_EQ(folderContents(scratch.path()), std::vector<std::string>{"rules"});
 }
 
-TEST(RulesFileTest, SaveKeepsTheFilesMode) {
+TEST(RulesFileTest, FilesAreNeverWiderThan0640) {
     TempDir scratch;
     const std::string path = (scratch / "rules").string();
     writeFile(path, "share\n");
-    ASSERT_EQ(::chmod(path.c_str(), 0640), 0);
-    ASSERT_EQ(saveRulesFile(path, *parseRuleText("block\n")), std::nullopt);
+    ASSERT_EQ(::chmod(path.c_str(), 0666), 0);
+    const mode_t umask = ::umask(0);
+    const RulesSaver::Result saved = RulesFile(path).save(*parseRuleText("block\n"));
+    ::umask(umask);
+    ASSERT_EQ(saved.outcome, RulesSaver::Outcome::saved);
     struct stat status {};
     ASSERT_EQ(::stat(path.c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777, 0640u);
 }
 
-TEST(RulesFileTest, FailedSaveLeavesNothingBehind) {
-    TempDir scratch;
-    // A folder where the file should be: the rename fails after the write.
-    fs::create_directories(scratch / "rules" / "inside");
-    auto error = saveRulesFile((scratch / "rules").string(), *parseRuleText("share\n"));
-    ASSERT_TRUE(error);
-    EXPECT_EQ(*error, (scratch / "rules").string() + ": rename: Is a directory");
-    EXPECT_EQ(folderContents(scratch.path()), std::vector<std::string>{"rules"});
+// Before the rename nothing changes and the save failed; after it the new
+// rules are the rules, and only their durability is in doubt.
+TEST(RulesFileTest, FaultsBeforeAndAfterTheRename) {
+    struct Fault {
+        const char* step;
+        int failingFsync; // 1: the file's, 2: the folder's; 0: none
+        bool failRename;
+        bool failOpenFolder;
+        RulesSaver::Outcome outcome;
+        const char* problemEnd;
+        const char* fileAfter;
+    };
+    const Fault faults[] = {
+        {"file sync", 1, false, false, RulesSaver::Outcome::notSaved, ": sync: Input/output error",
+         "share\n"},
+        {"rename", 0, true, false, RulesSaver::Outcome::notSaved, ": rename: Input/output error",
+         "share\n"},
+        {"open folder", 0, false, true, RulesSaver::Outcome::savedUnsynced,
+         ": open folder: Input/output error", "block\n"},
+        {"folder sync", 2, false, false, RulesSaver::Outcome::savedUnsynced,
+         ": sync folder: Input/output error", "block\n"},
+    };
+    for (const Fault& fault : faults) {
+        TempDir scratch;
+        const std::string path = (scratch / "rules").string();
+        writeFile(path, "share\n");
+        int fsyncs = 0;
+        RulesFileCalls calls = systemRulesFileCalls();
+        const RulesFileCalls real = calls;
+        calls.fsync = [&](int fd) {
+            return ++fsyncs == fault.failingFsync ? (errno = EIO, -1) : real.fsync(fd);
+        };
+        if (fault.failRename) {
+            calls.rename = [](const char*, const char*) { return errno = EIO, -1; };
+        }
+        if (fault.failOpenFolder) {
+            calls.openFolder = [](const char*) { return errno = EIO, -1; };
+        }
+        const RulesSaver::Result saved =
+            RulesFile(path, std::nullopt, calls).save(*parseRuleText("block\n"));
+        EXPECT_EQ(saved.outcome, fault.outcome) << fault.step;
+        EXPECT_TRUE(saved.problem.ends_with(fault.problemEnd))
+            << fault.step << ": " << saved.problem;
+        EXPECT_EQ(readFile(path), fault.fileAfter) << fault.step;
+        EXPECT_EQ(folderContents(scratch.path()), std::vector<std::string>{"rules"}) << fault.step;
+    }
+}
 
-    error = saveRulesFile((scratch / "missing" / "rules").string(), json::array());
-    ASSERT_TRUE(error);
-    EXPECT_EQ(*error, (scratch / "missing" / "rules").string() +
-                          ": create temporary file: No such file or directory");
+TEST(RulesFileTest, FolderThatCannotTakeTheFileIsFoundAtStart) {
+    TempDir scratch;
+    EXPECT_EQ(checkRulesFolder((scratch / "rules").string()), std::nullopt);
+    EXPECT_EQ(checkRulesFolder((scratch / "missing" / "rules").string()),
+              (scratch / "missing").string() + ": the rules file's folder does not exist");
 }
 
 TEST(RulesFileTest, FileThatCannotBeKeptIsRefusedUntouched) {

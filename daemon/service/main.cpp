@@ -15,6 +15,8 @@
 #include <csignal>
 #include <cstdio>
 #include <memory>
+#include <sys/resource.h>
+#include <unistd.h>
 
 namespace {
 
@@ -53,8 +55,21 @@ std::variant<boost::json::array, std::string> loadCommittedRules(const daemon::O
         std::fputs("halvod: no --rules file: committed rules are kept in memory only\n", stderr);
         return boost::json::array();
     }
+    // A folder that cannot take the file fails here, not at the first commit.
+    if (auto problem = daemon::checkRulesFolder(*options.rulesPath)) {
+        return *problem;
+    }
     daemon::removeLeftoverTemporaries(*options.rulesPath);
     return daemon::loadRulesFile(*options.rulesPath);
+}
+
+// Every client holds a descriptor: allow as many as the system lets us.
+void raiseDescriptorLimit() {
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < limit.rlim_max) {
+        limit.rlim_cur = limit.rlim_max;
+        ::setrlimit(RLIMIT_NOFILE, &limit);
+    }
 }
 
 int serve(const daemon::Options& options) {
@@ -78,12 +93,19 @@ int serve(const daemon::Options& options) {
     if (auto* error = std::get_if<std::string>(&committed)) {
         return fail(*error);
     }
-    daemon::RuleStore rules(std::get<0>(std::move(committed)), options.rulesPath);
+    const std::optional<gid_t> adminGroup = daemon::findGroup(options.adminGroup);
+    std::optional<daemon::RulesFile> rulesFile;
+    if (options.rulesPath) {
+        rulesFile.emplace(*options.rulesPath, adminGroup);
+    }
+    daemon::RuleStore rules(std::get<0>(std::move(committed)), rulesFile ? &*rulesFile : nullptr);
     daemon::RequestHandler handler(devices, table, std::get<0>(connections), rules,
                                    options.defaultAction);
 
+    raiseDescriptorLimit();
     asio::io_context io;
-    daemon::Server server(io, handler);
+    daemon::Server server(io, handler, daemon::AccessPolicy(::geteuid(), adminGroup),
+                          options.limits);
     if (auto error = server.listen(options.listen)) {
         return fail("cannot listen on " + options.listen.address().to_string() + ":" +
                     std::to_string(options.listen.port()) + ": " + *error);

@@ -62,7 +62,30 @@ std::optional<std::string> setRescan(Options& options, std::string_view value) {
     return std::nullopt;
 }
 
-constexpr std::array<KnownOption, 8> kOptions = {{
+constexpr std::uint64_t kMaxLimit = 1u << 30;
+
+// Sets a whole number of `Unit`s, from 1 to kMaxLimit, into `Field`.
+template <auto Field, std::uint64_t Unit>
+std::optional<std::string> setLimit(Options& options, std::string_view value) {
+    auto number = parseDecimal<std::uint64_t>(value, 1, kMaxLimit);
+    if (!number) {
+        return "wants a whole number from 1 to " + std::to_string(kMaxLimit) + ", not \"" +
+               std::string(value) + "\"";
+    }
+    options.limits.*Field = static_cast<std::size_t>(*number * Unit);
+    return std::nullopt;
+}
+
+std::optional<std::string> setIdle(Options& options, std::string_view value) {
+    auto seconds = parseDecimal<std::uint64_t>(value, 1, kMaxLimit);
+    if (!seconds) {
+        return "wants a number of seconds from 1 to " + std::to_string(kMaxLimit);
+    }
+    options.limits.idleAfter = std::chrono::seconds(*seconds);
+    return std::nullopt;
+}
+
+constexpr std::array<KnownOption, 15> kOptions = {{
     {"--listen", true, setListen},
     {"--allow-remote", false,
      [](Options& o, std::string_view) -> std::optional<std::string> {
@@ -91,6 +114,17 @@ constexpr std::array<KnownOption, 8> kOptions = {{
      }},
     {"--default", true, setDefault},
     {"--rescan-ms", true, setRescan},
+    {"--admin-group", true,
+     [](Options& o, std::string_view v) -> std::optional<std::string> {
+         o.adminGroup = std::string(v);
+         return std::nullopt;
+     }},
+    {"--max-clients", true, setLimit<&ClientLimits::maxClients, 1>},
+    {"--max-clients-per-user", true, setLimit<&ClientLimits::maxClientsPerUser, 1>},
+    {"--memory-budget-mib", true, setLimit<&ClientLimits::memoryBudget, kMiB>},
+    {"--max-unread-mib", true, setLimit<&ClientLimits::maxUnreadBytes, kMiB>},
+    {"--max-parse-mib", true, setLimit<&ClientLimits::maxParseBytes, kMiB>},
+    {"--idle-seconds", true, setIdle},
 }};
 
 } // namespace
@@ -141,7 +175,7 @@ parseOptions(std::span<const char* const> arguments) {
             value = arguments[++index];
         }
         if (auto problem = option->apply(options, value)) {
-            return *problem;
+            return problem->starts_with("--") ? *problem : std::string(name) + " " + *problem;
         }
         sysfsGiven = sysfsGiven || name == "--sysfs";
     }
@@ -167,6 +201,14 @@ void printUsage(std::FILE* out) {
         "                       (without it, committed rules live in memory only)\n"
         "  --default ACTION     share or block when no rule matches (default block)\n"
         "  --rescan-ms N        sysfs rescan period for hot-plug (default 1000)\n"
+        "  --admin-group NAME   group whose members may change what is shared (default halvo)\n"
+        "  --max-clients N      clients served at once (default 4096)\n"
+        "  --max-clients-per-user N  clients of one user at once (default 1024)\n"
+        "  --memory-budget-mib N     unsent output and unread payloads of all clients (default "
+        "256)\n"
+        "  --max-unread-mib N   unread output after which a client is dropped (default 128)\n"
+        "  --max-parse-mib N    memory one request may take once parsed (default 512)\n"
+        "  --idle-seconds N     idle time after which a client may make room (default 600)\n"
         "  -h, --help           this text\n",
         out);
     std::fprintf(out, "device backends in this build: %s\n", kDeviceBackends);

@@ -1,6 +1,7 @@
 // halvod's command line.
 #pragma once
 
+#include "daemon/control/client_limits.h"
 #include "daemon/core/rule_engine.h"
 
 #include <boost/asio/ip/tcp.hpp>
@@ -28,6 +29,10 @@ struct Options {
     std::optional<std::string> rulesPath;
     Action defaultAction = Action::block;
     std::chrono::milliseconds rescanPeriod{1000};
+    // Members of this group may change what is shared (besides root and the
+    // daemon's own user).
+    std::string adminGroup = "halvo";
+    ClientLimits limits;
 };
 
 struct HelpRequested {};

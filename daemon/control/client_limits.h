@@ -1,0 +1,30 @@
+// The bounds that keep one client, or a crowd of them, from taking the
+// daemon's memory or its client table. Each has an option (halvod(8)).
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+
+namespace halvo::daemon {
+
+inline constexpr std::size_t kMiB = 1024u * 1024u;
+
+struct ClientLimits {
+    std::size_t maxClients = 4096;
+    std::size_t maxClientsPerUser = 1024;
+    // A client is not read while this much of its output is unsent: it gets
+    // its replies before it may ask again.
+    std::size_t readPauseBytes = 1 * kMiB;
+    // A client that leaves more unread (events pile up) is dropped; above
+    // the largest reply, a full rule list.
+    std::size_t maxUnreadBytes = 128 * kMiB;
+    // All clients' unsent output and received payloads together; past it,
+    // payloads wait to be read and clients with unread output are dropped.
+    std::size_t memoryBudget = 256 * kMiB;
+    // Memory one request's JSON may take once parsed.
+    std::size_t maxParseBytes = 512 * kMiB;
+    // When the table is full, a client idle this long makes room for a new one.
+    std::chrono::seconds idleAfter{600};
+};
+
+} // namespace halvo::daemon
