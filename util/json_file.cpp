@@ -31,6 +31,12 @@ std::variant<std::string, std::string> readWholeFile(const std::string& path) {
     char chunk[65536];
     std::size_t count = 0;
     while ((count = std::fread(chunk, 1, sizeof chunk, file.get())) > 0) {
+        if (bytes.size() + count > kMaxWholeFileSize) {
+            return std::variant<std::string, std::string>(
+                std::in_place_index<1>, path + ": larger than " +
+                                            std::to_string(kMaxWholeFileSize / (1024 * 1024)) +
+                                            " MiB");
+        }
         bytes.append(chunk, count);
     }
     if (std::ferror(file.get())) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <boost/json/object.hpp>
+#include <cstddef>
 #include <string>
 #include <variant>
 
@@ -10,7 +11,12 @@ namespace halvo::util {
 // The file's top-level JSON object, or why there is none ("PATH: reason").
 std::variant<boost::json::object, std::string> readJsonObjectFile(const std::string& path);
 
-// The whole file as bytes, or why it cannot be read ("PATH: reason").
+// Files larger than this are refused rather than read (a device such as
+// /dev/zero never ends).
+inline constexpr std::size_t kMaxWholeFileSize = 256u * 1024u * 1024u;
+
+// The whole file as bytes, or why it cannot be read ("PATH: reason",
+// "PATH: larger than 256 MiB").
 std::variant<std::string, std::string> readWholeFile(const std::string& path);
 
 } // namespace halvo::util

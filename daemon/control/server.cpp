@@ -90,28 +90,35 @@ void Server::admit(tcp::socket socket) {
 }
 
 std::optional<std::string> Server::refusalFor(std::optional<uid_t> uid) {
-    const std::size_t sameUser = static_cast<std::size_t>(
-        std::count_if(sessions_.begin(), sessions_.end(),
-                      [uid](const auto& entry) { return entry.second->uid() == uid; }));
-    if (sameUser >= limits_.maxClientsPerUser) {
-        return "busy: too many clients of this user (" + std::to_string(limits_.maxClientsPerUser) +
-               ")";
+    std::optional<std::string> refusal;
+    auto among = [](const auto&) { return true; };
+    auto sameUser = [uid](const auto& entry) { return entry.second->uid() == uid; };
+    if (static_cast<std::size_t>(std::count_if(sessions_.begin(), sessions_.end(), sameUser)) >=
+        limits_.maxClientsPerUser) {
+        refusal = "busy: too many clients of this user (" +
+                  std::to_string(limits_.maxClientsPerUser) + ")";
+        return makeRoom(sameUser) ? std::nullopt : refusal;
     }
-    if (sessions_.size() < limits_.maxClients) {
-        return std::nullopt;
+    if (sessions_.size() >= limits_.maxClients) {
+        refusal = "busy: too many clients (" + std::to_string(limits_.maxClients) + ")";
+        return makeRoom(among) ? std::nullopt : refusal;
     }
-    // Full: the client heard from least recently makes room if it has been
-    // idle long enough.
-    auto idlest =
-        std::min_element(sessions_.begin(), sessions_.end(), [](const auto& a, const auto& b) {
-            return a.second->lastHeard() < b.second->lastHeard();
-        });
-    if (std::chrono::steady_clock::now() - idlest->second->lastHeard() >= limits_.idleAfter) {
-        std::shared_ptr<Session> idle = idlest->second;
-        idle->close("idle while the client table is full");
-        return std::nullopt;
+    return std::nullopt;
+}
+
+template <typename Filter> bool Server::makeRoom(Filter candidates) {
+    // The client heard from least recently goes, if it has been idle long enough.
+    std::shared_ptr<Session> idlest;
+    for (const auto& entry : sessions_) {
+        if (candidates(entry) && (!idlest || entry.second->lastHeard() < idlest->lastHeard())) {
+            idlest = entry.second;
+        }
     }
-    return "busy: too many clients (" + std::to_string(limits_.maxClients) + ")";
+    if (!idlest || std::chrono::steady_clock::now() - idlest->lastHeard() < limits_.idleAfter) {
+        return false;
+    }
+    idlest->close("idle while the client table is full");
+    return true;
 }
 
 void Server::broadcast(const Event& event) {

@@ -48,6 +48,9 @@ class Server final : public SessionHost {
     // Why a new client of `uid` cannot be served now, or nothing; may drop a
     // long idle client to make room.
     std::optional<std::string> refusalFor(std::optional<uid_t> uid);
+    // Drops the longest idle client that `candidates` accepts, if it has been
+    // idle long enough; whether it did.
+    template <typename Filter> bool makeRoom(Filter candidates);
 
     RequestHandler& handler_;
     AccessPolicy access_;

@@ -230,6 +230,13 @@ TEST(HalvodProcessTest, StartFailuresSayWhy) {
         {{"--devices", kDevices, "--connections", kDevices},
          1,
          "halvod: " + kDevices + ": \"connections\" must be an array"},
+        {{"--devices", "/dev/zero"}, 1, "halvod: /dev/zero: larger than 256 MiB"},
+        {{"--devices", kDevices, "--rules", (scratch / "none" / "rules").string()},
+         1,
+         "halvod: " + (scratch / "none").string() + ": the rules file's folder does not exist"},
+        {{"--max-clients", "0"},
+         2,
+         "halvod: --max-clients wants a whole number from 1 to 1073741824, not \"0\""},
     };
     for (const Case& row : kCases) {
         auto result = runToExit(row.arguments);

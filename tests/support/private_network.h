@@ -8,7 +8,9 @@ namespace halvo::testkit {
 // privilege is needed); every child inherits it. Where namespaces are not
 // available, takes a lock on the port shared by all test processes instead
 // and holds it until the process ends. Must run before any thread starts.
-// Returns true when a private namespace was entered.
-bool isolateDaemonPort();
+// Returns true when a private namespace was entered. With `keepUsers`, root
+// enters a network namespace only, so that its children can still switch to
+// the machine's other users.
+bool isolateDaemonPort(bool keepUsers = false);
 
 } // namespace halvo::testkit

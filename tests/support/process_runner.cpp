@@ -176,13 +176,17 @@ RunResult runProgram(const std::string& program, const std::vector<std::string>&
     return result;
 }
 
-RunResult runHalvoctl(const std::vector<std::string>& args, const RunOptions& options) {
+std::string halvoctlPath() {
 #ifdef HALVOCTL_PATH
-    return runProgram(HALVOCTL_PATH, args, options);
+    return HALVOCTL_PATH;
 #else
     const char* path = std::getenv("HALVOCTL");
-    return runProgram(path != nullptr ? path : "halvoctl", args, options);
+    return path != nullptr ? path : "halvoctl";
 #endif
+}
+
+RunResult runHalvoctl(const std::vector<std::string>& args, const RunOptions& options) {
+    return runProgram(halvoctlPath(), args, options);
 }
 
 } // namespace halvo::testkit

@@ -30,7 +30,8 @@ struct RunResult {
 RunResult runProgram(const std::string& program, const std::vector<std::string>& args,
                      const RunOptions& options = {});
 
-// The halvoctl under test.
+// The halvoctl under test, and its path.
+std::string halvoctlPath();
 RunResult runHalvoctl(const std::vector<std::string>& args, const RunOptions& options = {});
 
 } // namespace halvo::testkit
