@@ -150,11 +150,11 @@ std::optional<json::object> TestClient::request(link::CommandCode command,
 
 bool TestClient::closedByPeer(std::chrono::milliseconds timeout) {
     auto deadline = std::chrono::steady_clock::now() + timeout;
-    char byte = 0;
+    std::vector<char> unread(64 * 1024);
     while (std::chrono::steady_clock::now() < deadline) {
         pollfd wanted{fd_, POLLIN, 0};
         if (::poll(&wanted, 1, 50) > 0) {
-            ssize_t got = ::recv(fd_, &byte, 1, 0);
+            ssize_t got = ::recv(fd_, unread.data(), unread.size(), 0);
             if (got <= 0) {
                 return true;
             }
