@@ -20,7 +20,7 @@ struct ClientLimits {
     std::size_t maxUnreadBytes = 128 * kMiB;
     // All clients' unsent output and received payloads together; past it,
     // payloads wait to be read and clients with unread output are dropped.
-    std::size_t memoryBudget = 256 * kMiB;
+    std::size_t memoryBudget = 128 * kMiB;
     // Memory one request's JSON may take once parsed.
     std::size_t maxParseBytes = 512 * kMiB;
     // When the table is full, a client idle this long makes room for a new one.

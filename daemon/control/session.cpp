@@ -23,7 +23,8 @@ constexpr std::size_t kLargeBuffer = 1 * kMiB;
 } // namespace
 
 bool MemoryBudget::tryTake(std::size_t bytes) {
-    if (used_ + bytes > limit_) {
+    // A request larger than the whole budget is still read, alone.
+    if (used_ + bytes > limit_ && used_ > 0) {
         return false;
     }
     used_ += bytes;
