@@ -205,7 +205,7 @@ void printUsage(std::FILE* out) {
         "  --max-clients N      clients served at once (default 4096)\n"
         "  --max-clients-per-user N  clients of one user at once (default 1024)\n"
         "  --memory-budget-mib N     unsent output and unread payloads of all clients (default "
-        "256)\n"
+        "128)\n"
         "  --max-unread-mib N   unread output after which a client is dropped (default 128)\n"
         "  --max-parse-mib N    memory one request may take once parsed (default 512)\n"
         "  --idle-seconds N     idle time after which a client may make room (default 600)\n"
