@@ -128,6 +128,22 @@ void Server::broadcast(const Event& event) {
     for (auto& [id, session] : sessions) {
         session->send(packet);
     }
+    enforceBudget();
+}
+
+void Server::enforceBudget() {
+    // The clients that read least pay for the budget, not the active ones.
+    while (budget_.exceeded()) {
+        auto hog =
+            std::max_element(sessions_.begin(), sessions_.end(), [](const auto& a, const auto& b) {
+                return a.second->unsentBytes() < b.second->unsentBytes();
+            });
+        if (hog == sessions_.end() || hog->second->unsentBytes() == 0) {
+            return;
+        }
+        std::shared_ptr<Session> dropped = hog->second;
+        dropped->close("too much unread output");
+    }
 }
 
 void Server::stop() {
@@ -153,6 +169,7 @@ void Server::packetReceived(Session& session, std::uint32_t command, boost::json
         reply = link::encodePacket(command, refusal);
     }
     session.send(std::move(reply), true);
+    enforceBudget();
     for (const Event& event : outcome.events) {
         broadcast(event);
     }

@@ -51,6 +51,9 @@ class Server final : public SessionHost {
     // Drops the longest idle client that `candidates` accepts, if it has been
     // idle long enough; whether it did.
     template <typename Filter> bool makeRoom(Filter candidates);
+    // Drops the clients with the most unsent output while the shared budget
+    // is exceeded.
+    void enforceBudget();
 
     RequestHandler& handler_;
     AccessPolicy access_;

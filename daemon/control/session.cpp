@@ -102,9 +102,10 @@ void Session::waitForBudget(std::uint32_t command, std::uint32_t size) {
 }
 
 void Session::readPayload(std::uint32_t command, std::uint32_t size) {
+    // The budget holds the whole size: reserved at once, the buffer is never
+    // copied as it grows, and its pages cost memory only as bytes arrive.
     payload_.clear();
-    // The buffer grows as bytes arrive, so a header that announces 100 MiB
-    // costs nothing until the bytes come.
+    payload_.reserve(size);
     asio::async_read(
         socket_, asio::dynamic_buffer(payload_, size), asio::transfer_exactly(size),
         [self = shared_from_this(), command](const boost::system::error_code& error, std::size_t) {
@@ -153,14 +154,12 @@ void Session::send(std::string packet, bool isReply) {
         return;
     }
     const std::size_t size = packet.size();
-    if (!isReply && queuedBytes_ > 0 &&
-        (queuedBytes_ + size > limits_.maxUnreadBytes || !budget_.tryTake(size))) {
+    if (!isReply && queuedBytes_ > 0 && queuedBytes_ + size > limits_.maxUnreadBytes) {
         close("too much unread output");
         return;
     }
-    if (isReply || queuedBytes_ == 0) {
-        budget_.take(size);
-    }
+    // Over the shared budget, the host drops whoever holds the most.
+    budget_.take(size);
     queuedBytes_ += size;
     outbox_.push_back(std::move(packet));
     if (outbox_.size() == 1) {

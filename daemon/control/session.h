@@ -66,9 +66,10 @@ class Session : public std::enable_shared_from_this<Session> {
     // Answers the client's first request with `reason` as its status, then
     // closes: a refusal the client can report.
     void refuse(std::string reason);
-    // Queues one encoded packet; a reply is always queued, an event may drop
-    // a client that does not read.
+    // Queues one encoded packet; a reply is always queued, an event drops a
+    // client that leaves too much unread.
     void send(std::string packet, bool isReply = false);
+    std::size_t unsentBytes() const { return queuedBytes_; }
     // Ends the session; the host's sessionEnded follows at once.
     void close(const char* reason = nullptr);
 

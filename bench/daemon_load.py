@@ -1,0 +1,200 @@
+#!/usr/bin/env python3
+"""Loads a running halvod the way a hostile local user would and reports what
+it costs: peak and settled resident memory, and how many clients were served.
+
+    bench/daemon_load.py HALVOD [SCENARIO...]
+
+Each scenario starts its own halvod on an ephemeral loopback port (fixture
+devices, rules in a scratch folder), measures its idle memory, runs the load,
+reads the peak (VmHWM) and the memory once the clients have gone, and checks
+that a fresh client is still served. Scenarios: clients (1000 at once),
+pipeliners (10 clients that send requests and never read), sleepers (8
+clients that never read while events flow), senders (30 clients sending
+99 MiB each).
+"""
+import json
+import os
+import re
+import socket
+import struct
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+
+MiB = 1024 * 1024
+
+
+def packet(code, payload=b""):
+    return struct.pack("<II", code, len(payload)) + payload
+
+
+def read_packet(sock):
+    header = b""
+    while len(header) < 8:
+        chunk = sock.recv(8 - len(header))
+        if not chunk:
+            return None
+        header += chunk
+    code, size = struct.unpack("<II", header)
+    body = bytearray()
+    while len(body) < size:
+        chunk = sock.recv(min(size - len(body), 1 << 20))
+        if not chunk:
+            return None
+        body += chunk
+    return code, json.loads(bytes(body)) if body else {}
+
+
+def status_kib(pid, field):
+    with open(f"/proc/{pid}/status") as status:
+        for line in status:
+            if line.startswith(field + ":"):
+                return int(line.split()[1])
+    return 0
+
+
+class Daemon:
+    def __init__(self, halvod, scratch, extra=()):
+        devices = os.path.join(scratch, "devices.json")
+        with open(devices, "w") as out:
+            # One device with a 1 KiB name: each of its events takes about 1 KiB.
+            json.dump({"devices": [{"vid": 1, "pid": 2, "rev": 3, "port": "1-1",
+                                    "name": "n" * 1024}]}, out)
+        self.process = subprocess.Popen(
+            [halvod, "--listen", "127.0.0.1:0", "--devices", devices,
+             "--rules", os.path.join(scratch, "rules"), *extra],
+            stderr=subprocess.PIPE, text=True)
+        line = self.process.stderr.readline()
+        while "listening on" not in line:
+            line = self.process.stderr.readline()
+        self.port = int(line.rsplit(":", 1)[1])
+        self.log = []
+        threading.Thread(target=self._drain, daemon=True).start()
+
+    def _drain(self):
+        for line in self.process.stderr:
+            self.log.append(line)
+
+    def connect(self):
+        sock = socket.create_connection(("127.0.0.1", self.port))
+        sock.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+        return sock
+
+    def served(self):
+        with self.connect() as sock:
+            sock.sendall(packet(0))
+            reply = read_packet(sock)
+            return reply is not None and "devices" in reply[1]
+
+    def rss_mib(self):
+        return status_kib(self.process.pid, "VmRSS") / 1024
+
+    def peak_mib(self):
+        return status_kib(self.process.pid, "VmHWM") / 1024
+
+    def stop(self):
+        self.process.terminate()
+        self.process.wait()
+
+
+def clients(daemon):
+    """1000 clients connected at once, each asks for the device list."""
+    socks = [daemon.connect() for _ in range(1000)]
+    for sock in socks:
+        sock.sendall(packet(0))
+    served = sum(1 for sock in socks if (reply := read_packet(sock)) and "devices" in reply[1])
+    for sock in socks:
+        sock.close()
+    return f"{served} of 1000 served"
+
+
+def pipeliners(daemon):
+    """10 clients each send a million device-list requests and never read."""
+    socks = [daemon.connect() for _ in range(10)]
+    burst = packet(0) * 1_000_000
+    for sock in socks:
+        sock.setblocking(False)
+    deadline = time.time() + 10
+    pending = {sock: memoryview(burst) for sock in socks}
+    while pending and time.time() < deadline:
+        for sock, rest in list(pending.items()):
+            try:
+                sent = sock.send(rest[:1 << 20])
+                pending[sock] = rest[sent:]
+                if not pending[sock]:
+                    del pending[sock]
+            except BlockingIOError:
+                pass
+        time.sleep(0.01)
+    peak = daemon.peak_mib()
+    for sock in socks:
+        sock.close()
+    return f"{len(socks) - len(pending)} of 10 sent all 8 MB; peak {peak:.0f} MiB"
+
+
+def sleepers(daemon):
+    """8 clients never read while 200 000 device events (1 KiB each) flow."""
+    socks = [daemon.connect() for _ in range(8)]
+    driver = daemon.connect()
+    unplug = packet(3, b'{"id": 1}')
+    for _ in range(200):
+        driver.sendall(unplug * 1000)
+        replies = 0
+        while replies < 1000:
+            code, _ = read_packet(driver)
+            replies += code == 3
+    dropped = sum(1 for line in daemon.log if "too much unread output" in line)
+    for sock in socks:
+        sock.close()
+    driver.close()
+    return f"{dropped} of 8 dropped"
+
+
+def senders(daemon):
+    """30 clients each send a 99 MiB request at once."""
+    payload = b'{"a":"' + b"x" * (99 * MiB - 8) + b'"}'
+    body = packet(0, payload)
+    results = []
+
+    def send():
+        with daemon.connect() as sock:
+            sock.sendall(body)
+            reply = read_packet(sock)
+            results.append(reply is not None)
+
+    threads = [threading.Thread(target=send) for _ in range(30)]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join()
+    return f"{sum(results)} of 30 answered"
+
+
+SCENARIOS = {"clients": clients, "pipeliners": pipeliners, "sleepers": sleepers,
+             "senders": senders}
+
+
+def main():
+    halvod = sys.argv[1]
+    names = sys.argv[2:] or list(SCENARIOS)
+    print("| load | outcome | idle RSS | peak RSS | RSS after | fresh client |")
+    print("|---|---|---|---|---|---|")
+    for name in names:
+        with tempfile.TemporaryDirectory() as scratch:
+            daemon = Daemon(halvod, scratch)
+            try:
+                time.sleep(0.2)
+                idle = daemon.rss_mib()
+                outcome = SCENARIOS[name](daemon)
+                time.sleep(1.0)
+                print(f"| {name} | {outcome} | {idle:.0f} MiB | {daemon.peak_mib():.0f} MiB "
+                      f"| {daemon.rss_mib():.0f} MiB | {'served' if daemon.served() else 'NOT served'} |",
+                      flush=True)
+            finally:
+                daemon.stop()
+
+
+if __name__ == "__main__":
+    main()
