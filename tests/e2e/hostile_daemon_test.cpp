@@ -89,27 +89,16 @@ struct LinkCase {
 // `dev list` against a daemon whose answer ends the link.
 TEST(HostileDaemonTest, BrokenFramingAndPayloadsEndTheLinkWithTheirReason) {
     // clang-format off
+    // The sizes and JSON kinds one by one are the receive state machine's
+    // unit tests; these are the ends that only a real link shows.
     const LinkCase cases[] = {
-        {"size 0", [](PeerConnection& p) { p.sendHeader(0, 0); p.sendRaw("{}"); }, kBroken},
-        {"size 1 cannot hold an object", [](PeerConnection& p) { p.sendHeader(0, 1); p.sendRaw("{"); }, kBroken},
         {"size one above the limit", [](PeerConnection& p) { p.sendHeader(0, kMaxPayload + 1); }, kBroken},
-        {"size 0xffffffff", [](PeerConnection& p) { p.sendHeader(0, 0xffffffffu); }, kBroken},
         {"header cut short by a close", [](PeerConnection& p) { p.sendRaw(std::string("\0\0\0\0\x05", 5)); p.close(); }, kBroken},
         {"payload cut short by a close", [](PeerConnection& p) { p.sendHeader(0, 50); p.sendRaw(R"({"devices":[)"); p.close(); }, kBroken},
         {"close after a whole header", [](PeerConnection& p) { p.sendHeader(0, 20); p.close(); }, kStoppedByPeer},
         {"close instead of a reply", [](PeerConnection& p) { p.close(); }, kStoppedByPeer},
         {"invalid UTF-8", [](PeerConnection& p) { p.send(0, "{\"devices\":[],\"x\":\"\xff\"}"); }, kBroken},
-        {"overlong UTF-8", [](PeerConnection& p) { p.send(0, "{\"devices\":[],\"x\":\"\xc0\xaf\"}"); }, kBroken},
-        {"not JSON", [](PeerConnection& p) { p.send(0, "devices"); }, kBroken},
-        {"a trailing NUL", [](PeerConnection& p) { p.send(0, std::string("{\"devices\":[]}\0", 15)); }, kBroken},
-        {"two objects", [](PeerConnection& p) { p.send(0, "{}{}"); }, kBroken},
-        {"a comment", [](PeerConnection& p) { p.send(0, "{/* c */}"); }, kBroken},
         {"an array", [](PeerConnection& p) { p.send(0, R"([{"devices":[]}])"); }, kBroken},
-        {"a number", [](PeerConnection& p) { p.send(0, "42"); }, kBroken},
-        {"a string", [](PeerConnection& p) { p.send(0, R"("devices")"); }, kBroken},
-        {"true", [](PeerConnection& p) { p.send(0, "true"); }, kBroken},
-        {"null", [](PeerConnection& p) { p.send(0, "null"); }, kBroken},
-        {"arrays 100000 deep", [](PeerConnection& p) { p.send(0, "{\"devices\":" + nested("[", "]", 100000) + "}"); }, kBroken},
         {"objects 100000 deep", [](PeerConnection& p) { p.send(0, nested("{\"a\":", "}", 100000)); }, kBroken},
         {"an event, then a bad packet", [](PeerConnection& p) { p.send(4, R"({"id":1,"name":"n","state":"s"})"); p.send(0, "[]"); }, kBroken},
     };
@@ -272,168 +261,6 @@ TEST(HostileDaemonTest, SilentDaemonLeavesTheUtilityWaiting) {
     }
 }
 
-// A JSON object's members as written, so that a case can swap one value's
-// text (keeping literals such as 18446744073709551616 as the daemon wrote
-// them).
-using Members = std::vector<std::pair<std::string, std::string>>;
-
-std::string objectText(const Members& members) {
-    std::string text = "{";
-    for (const auto& [key, value] : members) {
-        if (text.size() > 1) {
-            text += ',';
-        }
-        text += '"' + key + "\":" + value;
-    }
-    return text + "}";
-}
-
-Members with(Members members, const std::string& key, const std::string& value) {
-    for (auto& [name, text] : members) {
-        if (name == key) {
-            text = value;
-            return members;
-        }
-    }
-    members.emplace_back(key, value);
-    return members;
-}
-
-// Values of every JSON type but number, and the non-string ones.
-const char* const kNotNumbers[] = {"null", "true", "false", R"("3")", "[3]", R"({"v":3})"};
-const char* const kNotStrings[] = {"null", "true", "5", "-1.5", R"(["s"])", R"({"s":"s"})"};
-
-struct ValueCase {
-    const char* key;
-    const char* value;
-    const char* shown; // the row, line or clause the value gives; nullptr: left out
-};
-
-struct DeviceCase {
-    const char* key;
-    const char* value;
-    const char* columns;      // the row up to the port; nullptr: left out
-    const char* status = "s"; // between the slashes
-};
-
-// One element of "devices" per case, each named after its position, so the
-// table shows which elements printed and in which order.
-TEST(HostileDaemonTest, DeviceListTakesEachValueAsItsTypeAllows) {
-    // clang-format off
-    std::vector<DeviceCase> cases = {
-        {"id", "-1", "4294967295\t0001:0002:0003"},
-        {"id", "4294967296", "0\t0001:0002:0003"},
-        {"id", "4294967297", "1\t0001:0002:0003"},
-        {"id", "18446744073709551615", "4294967295\t0001:0002:0003"},
-        {"id", "18446744073709551616", "0\t0001:0002:0003"},
-        {"id", "3.9", "3\t0001:0002:0003"},
-        {"id", "-1.5", "4294967295\t0001:0002:0003"},
-        {"id", "1e2", "100\t0001:0002:0003"},
-        {"vid", "-1", "7\tffffffff:0002:0003"},
-        {"vid", "65536", "7\t10000:0002:0003"},
-        {"pid", "2.99", "7\t0001:0002:0003"},
-        {"rev", "74565", "7\t0001:0002:12345"},
-        {"built-in", "2", "7\t0001:0002:0003", "built-in, s"},
-        {"built-in", "0.5", "7\t0001:0002:0003", "built-in, s"},
-        {"built-in", "0", "7\t0001:0002:0003"},
-        {"addr", R"("")", "7\t0001:0002:0003", "s@"},
-        {"serial", R"("S")", "7\t0001:0002:0003", "s, S"},
-    };
-    // clang-format on
-    for (const char* key : {"id", "vid", "pid", "rev"}) {
-        for (const char* value : kNotNumbers) {
-            cases.push_back({key, value, nullptr});
-        }
-    }
-    for (const char* key : {"port", "name", "state", "addr", "serial"}) {
-        for (const char* value : kNotStrings) {
-            cases.push_back({key, value, nullptr});
-        }
-    }
-    for (const char* value : {"null", R"("true")", "[true]", "{}"}) {
-        cases.push_back({"built-in", value, nullptr});
-    }
-    const Members device = {{"id", "7"},         {"vid", "1"},       {"pid", "2"},
-                            {"rev", "3"},        {"port", R"("p")"}, {"built-in", "false"},
-                            {"state", R"("s")"}, {"serial", R"("")"}};
-    std::string elements = R"(7,"text",null,[],true)"; // not objects: left out
-    std::string expected = kDeviceHeader;
-    for (std::size_t i = 0; i < cases.size(); ++i) {
-        const DeviceCase& c = cases[i];
-        const std::string name = "d" + std::to_string(i);
-        const Members named = with(device, "name", '"' + name + '"');
-        elements += "," + objectText(with(named, c.key, c.value));
-        if (c.columns != nullptr) {
-            expected += std::string(c.columns) + "\tp\t" + name + " /" + c.status + "/\n";
-        }
-    }
-    ScriptedDaemon daemon;
-    const std::string reply = R"({"devices":[)" + elements + "]}";
-    answerFirstRequest(daemon, [&reply](PeerConnection& p) { p.send(0, reply); });
-    Exchange exchange = runAgainst(daemon, {"dev", "list"});
-    EXPECT_EQ(exchange.run.status, 0);
-    EXPECT_EQ(exchange.run.err, "");
-    EXPECT_EQ(exchange.run.out, expected) << reply;
-}
-
-TEST(HostileDaemonTest, ListsOfTheWrongTypePrintNothing) {
-    struct ListCase {
-        std::vector<std::string> args;
-        std::uint32_t code;
-        const char* key;
-    };
-    const ListCase lists[] = {{{"dev", "list"}, 0, "devices"},
-                              {{"conn", "list"}, 1, "connections"}};
-    for (const ListCase& list : lists) {
-        for (const char* value : {"null", "true", "5", R"("[]")", "{}"}) {
-            const std::string reply = std::string("{\"") + list.key + "\":" + value + "}";
-            ScriptedDaemon daemon;
-            answerFirstRequest(daemon, [&](PeerConnection& p) { p.send(list.code, reply); });
-            Exchange exchange = runAgainst(daemon, list.args);
-            EXPECT_EQ(exchange.run.status, 0) << reply;
-            EXPECT_EQ(exchange.run.out, "") << reply;
-            EXPECT_EQ(exchange.run.err, "") << reply;
-        }
-    }
-}
-
-TEST(HostileDaemonTest, ConnectionListTakesEachValueAsItsTypeAllows) {
-    // clang-format off
-    std::vector<ValueCase> cases = {
-        {"port", "-1", "net\th\t\t65535"},
-        {"port", "65537", "net\th\t\t1"},
-        {"port", "4294967297", "net\th\t\t1"},
-        {"port", "18446744073709551616", "net\th\t\t0"},
-        {"port", "80.9", "net\th\t\t80"},
-        {"type", R"("NET")", nullptr},
-        {"type", R"("rdesk")", nullptr}, // an rdesk entry reads "app" and "pid", which it lacks
-    };
-    // clang-format on
-    for (const char* value : kNotStrings) {
-        cases.push_back({"type", value, nullptr});
-        cases.push_back({"addr", value, nullptr});
-    }
-    for (const char* value : kNotNumbers) {
-        cases.push_back({"port", value, nullptr});
-    }
-    const Members connection = {{"type", R"("net")"}, {"addr", R"("h")"}, {"port", "1"}};
-    std::string elements = R"(7,"net",null,[],{"type":"rdesk","app":"a","pid":70000})";
-    std::string expected = kConnectionHeader + "rdesk\ta\t\t4464\n";
-    for (const ValueCase& c : cases) {
-        elements += "," + objectText(with(connection, c.key, c.value));
-        if (c.shown != nullptr) {
-            expected += std::string(c.shown) + "\n";
-        }
-    }
-    ScriptedDaemon daemon;
-    const std::string reply = R"({"connections":[)" + elements + "]}";
-    answerFirstRequest(daemon, [&reply](PeerConnection& p) { p.send(1, reply); });
-    Exchange exchange = runAgainst(daemon, {"conn", "list"});
-    EXPECT_EQ(exchange.run.status, 0);
-    EXPECT_EQ(exchange.run.err, "");
-    EXPECT_EQ(exchange.run.out, expected) << reply;
-}
-
 // The monitor's lines without their time stamps ("[...]:" and the blank).
 std::string withoutStamps(const std::string& out) {
     std::string lines;
@@ -452,47 +279,117 @@ std::string withoutStamps(const std::string& out) {
     return lines;
 }
 
-TEST(HostileDaemonTest, MonitorTakesEachEventValueAsItsTypeAllows) {
-    // clang-format off
-    std::vector<ValueCase> deviceCases = {
-        {"id", "-1", "device id:4294967295 \"n\" got on"},
-        {"id", "4294967297", "device id:1 \"n\" got on"},
-        {"id", "2.7", "device id:2 \"n\" got on"},
-        {"addr", R"("10.0.0.7")", "device id:3 \"n\" got on@10.0.0.7"},
-        {"addr", R"("")", "device id:3 \"n\" got on@"},
+struct ConsumerCase {
+    const char* what;
+    std::vector<std::string> args;
+    std::vector<std::pair<std::uint32_t, std::string>> script; // replies by request code
+    std::string out;
+    std::string err;
+    int status;
+};
+
+// Each value of each type is the listings' and printers' unit tables; here
+// one reply per consumer shows the whole run takes wrong types as they allow:
+// elements that cannot be read are left out, numbers are cut to their width,
+// and a status that is not text is a failure.
+TEST(HostileDaemonTest, EachConsumerTakesWrongTypesAsItsTablesAllow) {
+    const std::string device =
+        R"("vid":1,"pid":2,"rev":3,"port":"p","name":"d","built-in":false,"state":"s","serial":"")";
+    const std::string badStatus = R"({"status":true,"verdict":"v"})";
+    const ConsumerCase cases[] = {
+        {"device list",
+         {"dev", "list"},
+         {{0,
+           packet(0, R"({"devices":[7,{"id":-1,)" + device + R"(},{"id":"1",)" + device + "}]}")}},
+         kDeviceHeader + "4294967295\t0001:0002:0003\tp\td /s/\n",
+         "",
+         0},
+        {"device list not an array",
+         {"dev", "list"},
+         {{0, packet(0, R"({"devices":{}})")}},
+         "",
+         "",
+         0},
+        {"connection list",
+         {"conn", "list"},
+         {{1,
+           packet(1,
+                  R"({"connections":[null,{"type":"net","addr":"h","port":-1},)"
+                  R"({"type":5,"addr":"h","port":1},{"type":"rdesk","app":"a","pid":70000}]})")}},
+         kConnectionHeader + "net\th\t\t65535\nrdesk\ta\t\t4464\n",
+         "",
+         0},
+        {"rule list",
+         {"rule", "list"},
+         {{6, packet(6, kOk)},
+          {7, packet(7, R"({"status":5,"rules":[7,{"action":"share","vid":-1}]})")}},
+         "2: share hwid ffff\n",
+         "",
+         0},
+        {"verdict not text",
+         {"rule", "test", "-r", "1"},
+         {{6, packet(6, kOk)}, {10, packet(10, R"({"status":"ok","verdict":5})")}},
+         "",
+         kInternalError,
+         5},
+        // One bad status per command flow: a lenient reply, a transaction step, a commit.
+        {"status of a drop",
+         {"conn", "drop", "h"},
+         {{2, packet(2, badStatus)}},
+         "",
+         kInternalError,
+         5},
+        {"status of an unplug",
+         {"dev", "unplug", "7"},
+         {{3, packet(3, R"({"status":0})")}},
+         "",
+         kInternalError,
+         5},
+        {"status of a start",
+         {"rule", "list"},
+         {{6, packet(6, R"({"status":null})")}},
+         "",
+         kInternalError,
+         5},
+        {"status of an insert",
+         {"dev", "block", "7"},
+         {{6, packet(6, kOk)}, {9, packet(9, R"({"status":["ok"]})")}},
+         "",
+         kInternalError,
+         5},
+        {"status of a commit",
+         {"dev", "share", "7"},
+         {{6, packet(6, kOk)},
+          {9, packet(9, kOk)},
+          {11, packet(11, R"({"status":{"status":"ok"}})")}},
+         "",
+         kInternalError,
+         5},
+        {"status of a test",
+         {"rule", "test", "-r", "7"},
+         {{6, packet(6, kOk)}, {10, packet(10, badStatus)}},
+         "",
+         kInternalError,
+         5},
     };
-    std::vector<ValueCase> hostCases = {
-        {"port", "-1", "host h:4294967295 is up"},
-        {"port", "4294967296", "host h:0 is up"},
-        {"port", "1.5", "host h:1 is up"},
-    };
-    // clang-format on
-    for (const char* value : kNotNumbers) {
-        deviceCases.push_back({"id", value, nullptr});
-        hostCases.push_back({"port", value, nullptr});
+    for (const ConsumerCase& c : cases) {
+        ScriptedDaemon daemon;
+        answerEach(daemon, c.script);
+        Exchange exchange = runAgainst(daemon, c.args);
+        EXPECT_EQ(exchange.run.status, c.status) << c.what;
+        EXPECT_EQ(exchange.run.out, c.out) << c.what;
+        EXPECT_EQ(exchange.run.err, c.err) << c.what;
     }
-    for (const char* value : kNotStrings) {
-        deviceCases.push_back({"name", value, nullptr});
-        deviceCases.push_back({"state", value, nullptr});
-        // An optional address of another type counts as absent.
-        deviceCases.push_back({"addr", value, "device id:3 \"n\" got on"});
-        hostCases.push_back({"addr", value, nullptr});
-        hostCases.push_back({"state", value, nullptr});
-    }
-    std::string events;
-    std::string expected;
-    const Members device = {{"id", "3"}, {"name", R"("n")"}, {"state", R"("on")"}};
-    for (const ValueCase& c : deviceCases) {
-        events += packet(4, objectText(with(device, c.key, c.value)));
-        expected += c.shown != nullptr ? std::string(c.shown) + "\n" : "";
-    }
-    const Members host = {{"addr", R"("h")"}, {"port", "32999"}, {"state", R"("up")"}};
-    for (const ValueCase& c : hostCases) {
-        events += packet(5, objectText(with(host, c.key, c.value)));
-        expected += c.shown != nullptr ? std::string(c.shown) + "\n" : "";
-    }
-    // Packets of other codes are no events, whatever they hold.
-    events += packet(0, kOneDevice) + packet(6, kOk) + packet(3, objectText(device));
+}
+
+TEST(HostileDaemonTest, MonitorPrintsOnlyTheEventsItCanRead) {
+    const std::string events = packet(4, R"({"id":-1,"name":"n","state":"on"})") +
+                               packet(4, R"({"id":"3","name":"n","state":"on"})") +
+                               packet(5, R"({"addr":"h","port":1.5,"state":"up"})") +
+                               packet(5, R"({"addr":5,"port":1,"state":"up"})") +
+                               // Packets of other codes are no events, whatever they hold.
+                               packet(0, kOneDevice) +
+                               packet(3, R"({"id":3,"name":"n","state":"on"})");
     ScriptedDaemon daemon;
     daemon.onAccept([&events](PeerConnection& p) {
         p.sendRaw(events);
@@ -501,146 +398,9 @@ TEST(HostileDaemonTest, MonitorTakesEachEventValueAsItsTypeAllows) {
     Exchange exchange = runAgainst(daemon, {"monitor"});
     EXPECT_EQ(exchange.run.status, 5);
     EXPECT_EQ(exchange.run.err, kStoppedByPeer);
-    EXPECT_EQ(withoutStamps(exchange.run.out), expected);
+    EXPECT_EQ(withoutStamps(exchange.run.out),
+              "device id:4294967295 \"n\" got on\nhost h:1 is up\n");
     EXPECT_EQ(describe(exchange.sent), std::vector<std::string>{}) << "the monitor only listens";
-}
-
-TEST(HostileDaemonTest, RuleListTakesEachValueAsItsTypeAllows) {
-    // Each record is numbered by its place in the array, skipped ones too.
-    // clang-format off
-    const ValueCase cases[] = {
-        {"quick", R"("yes")", "share"},
-        {"quick", "1", "share quick"},
-        {"quick", "0", "share "},
-        {"host", R"("a")", "share"},
-        {"host", R"(["a",5,null,["b"],"c"])", R"(share host "a,c")"},
-        {"host", "[]", R"(share host "")"},
-        {"rdesk", "0", "share !rdesk"},
-        {"rdesk", R"("true")", "share"},
-        {"name", "5", "share"},
-        {"built-in", "-0.5", "share built-in"},
-        {"built-in", "[]", "share"},
-        {"vid", "-1", "share hwid ffff"},
-        {"vid", "74565", "share hwid 2345"},
-        {"vid", "1.9", "share hwid 0001"},
-        {"vid", R"("1")", "share"},
-        {"serial", "5", "share"},
-        {"port", "5", "share"},
-        {"class", "264", "share class 08"},
-        {"class", R"("8")", "share"},
-        {"override-name", "null", "share"},
-        {"override-serial", "{}", "share"},
-        {"takeaway", "0", "share "},
-        {"takeaway", R"("no")", "share"},
-        {"action", "5", nullptr},
-        {"action", R"("allow")", "allow"},
-    };
-    // clang-format on
-    std::string records = R"(7,null,"share")"; // not objects: numbers 1 to 3 used up
-    std::string expected;
-    std::size_t index = 3;
-    for (const ValueCase& c : cases) {
-        records += "," + objectText(with({{"action", R"("share")"}}, c.key, c.value));
-        ++index;
-        if (c.shown != nullptr) {
-            expected += std::to_string(index) + ": " + c.shown + "\n";
-        }
-    }
-    // Keys that only count beside another one.
-    const std::pair<const char*, const char*> companions[] = {
-        {R"({"action":"block","host":["a"],"notHost":"yes"})", R"(block host "a")"},
-        {R"({"action":"block","host":["a"],"notHost":2})", R"(block !host "a")"},
-        {R"({"action":"block","name":"x","nameMatch":"IS"})", "block"},
-        {R"({"action":"block","name":"x","nameMatch":1})", "block"},
-        {R"({"action":"block","vid":1,"pid":"2","rev":3})", "block hwid 0001"},
-        {R"({"action":"block","vid":1,"rev":3})", "block hwid 0001"},
-        {R"({"action":"block","class":8,"subclass":300,"protocol":null})", "block class 08:12c"},
-        {R"({"action":"block","serial":"s","notSerial":[]})", R"(block serial "s")"},
-    };
-    for (const auto& [record, line] : companions) {
-        records += std::string(",") + record;
-        expected += std::to_string(++index) + ": " + line + "\n";
-    }
-    const std::string reply = R"({"status":5,"rules":[)" + records + "]}";
-    ScriptedDaemon daemon;
-    answerEach(daemon, {{6, packet(6, kOk)}, {7, packet(7, reply)}});
-    Exchange exchange = runAgainst(daemon, {"rule", "list"});
-    EXPECT_EQ(exchange.run.status, 0) << "a status that is not text is no failure report";
-    EXPECT_EQ(exchange.run.err, "");
-    EXPECT_EQ(exchange.run.out, expected) << reply;
-}
-
-struct StatusCase {
-    std::vector<std::string> args;
-    std::uint32_t code;  // the reply that carries the status
-    std::string prelude; // packets sent before it, each on its request
-};
-
-// "status" of a type other than text is a failure for every command that
-// reads it, the lenient ones included.
-TEST(HostileDaemonTest, StatusOfTheWrongTypeIsAnInternalError) {
-    const StatusCase commands[] = {
-        {{"conn", "kill", "7"}, 2, ""},
-        {{"conn", "drop", "h"}, 2, ""},
-        {{"dev", "unplug", "7"}, 3, ""},
-        {{"dev", "share", "7"}, 6, ""},
-        {{"dev", "block", "7"}, 9, packet(6, kOk)},
-        {{"dev", "share", "7"}, 11, packet(6, kOk) + packet(9, kOk)},
-        {{"rule", "list"}, 6, ""},
-        {{"rule", "test", "-r", "7"}, 6, ""},
-        {{"rule", "test", "-r", "7"}, 10, packet(6, kOk)},
-    };
-    for (const StatusCase& command : commands) {
-        for (const char* status : {"null", "true", "0", "1", R"(["ok"])", R"({"status":"ok"})"}) {
-            const std::string reply = std::string(R"({"status":)") + status + R"(,"verdict":"v"})";
-            ScriptedDaemon daemon;
-            // The prelude's replies come one per request, then the probe.
-            std::vector<std::string> script;
-            for (std::string_view rest = command.prelude; !rest.empty();) {
-                const std::size_t size =
-                    link::kHeaderSize +
-                    link::decodeHeader(reinterpret_cast<const unsigned char*>(rest.data())).size;
-                script.emplace_back(rest.substr(0, size));
-                rest.remove_prefix(size);
-            }
-            script.push_back(packet(command.code, reply));
-            daemon.onPacket(
-                [script, next = std::size_t{0}](const ReceivedPacket&, PeerConnection& p) mutable {
-                    if (next < script.size()) {
-                        p.sendRaw(script[next++]);
-                    }
-                });
-            Exchange exchange = runAgainst(daemon, command.args);
-            const std::string what = testing::PrintToString(command.args) + " " + reply;
-            EXPECT_EQ(exchange.run.status, 5) << what;
-            EXPECT_EQ(exchange.run.err, kInternalError) << what;
-            EXPECT_EQ(exchange.run.out, "") << what;
-        }
-    }
-}
-
-TEST(HostileDaemonTest, VerdictMustBeText) {
-    struct VerdictCase {
-        const char* verdict;
-        std::string out;
-        std::string err;
-        int status;
-    };
-    const VerdictCase cases[] = {
-        {R"("")", "\n", "", 0},
-        {"5", "", kInternalError, 5},
-        {"null", "", kInternalError, 5},
-        {R"(["share"])", "", kInternalError, 5},
-    };
-    for (const VerdictCase& c : cases) {
-        ScriptedDaemon daemon;
-        const std::string reply = std::string(R"({"status":"ok","verdict":)") + c.verdict + "}";
-        answerEach(daemon, {{6, packet(6, kOk)}, {10, packet(10, reply)}});
-        Exchange exchange = runAgainst(daemon, {"rule", "test", "-r", "1"});
-        EXPECT_EQ(exchange.run.status, c.status) << reply;
-        EXPECT_EQ(exchange.run.out, c.out) << reply;
-        EXPECT_EQ(exchange.run.err, c.err) << reply;
-    }
 }
 
 } // namespace
