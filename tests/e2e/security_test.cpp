@@ -28,29 +28,6 @@ const std::string kFormat = "%s%n%x%p%%";
 const std::string kOk = R"({"status":"ok"})";
 const std::string kInternalError = "Internal error.\n";
 
-// A private folder under /tmp, removed with everything in it.
-class ScratchDir {
-  public:
-    ScratchDir() {
-        std::string pattern = (fs::temp_directory_path() / "halvo-security-XXXXXX").string();
-        if (::mkdtemp(pattern.data()) == nullptr) {
-            throw std::runtime_error("cannot make a scratch folder");
-        }
-        path_ = pattern;
-    }
-    ~ScratchDir() {
-        std::error_code ignored;
-        fs::remove_all(path_, ignored);
-    }
-    ScratchDir(const ScratchDir&) = delete;
-    ScratchDir& operator=(const ScratchDir&) = delete;
-
-    std::string operator/(const std::string& name) const { return (path_ / name).string(); }
-
-  private:
-    fs::path path_;
-};
-
 void writeText(const std::string& path, const std::string& text,
                fs::perms mode = fs::perms::owner_read | fs::perms::owner_write) {
     std::FILE* file = std::fopen(path.c_str(), "wb");
@@ -134,7 +111,7 @@ TEST(SecurityTest, UserTextIsPrintedAndSentAsItStands) {
     EXPECT_EQ(missing.err, "Error loading rules from /nonexistent/" + kFormat + ".\n");
 
     // The program's own name, as the help text shows it.
-    ScratchDir dir;
+    TempDir dir;
     const std::string alias = dir / kFormat;
     fs::create_symlink(HALVOCTL_PATH, alias);
     RunResult help = runProgram(alias, {"-h"});
@@ -197,11 +174,17 @@ struct UnparsedCase {
 };
 
 TEST(SecurityTest, RuleSetThatFailsToParseNeverReachesTheDaemon) {
-    ScratchDir dir;
+    TempDir dir;
     writeText(dir / "bad", "share\nblock name is \"unterminated\n");
     writeText(dir / "not-utf8", "share name is \"\xc3\x28\"\n");
+    const std::string missing = dir / "missing";
+    const std::string folder = dir.path().string();
     const UnparsedCase cases[] = {
         {{"rule", "load", dir / "bad"}, std::nullopt, "Parsing error at rule #2\n"},
+        {{"rule", "load", missing}, std::nullopt, "Error loading rules from " + missing + ".\n"},
+        {{"rule", "load", folder}, std::nullopt, "Error loading rules from " + folder + ".\n"},
+        // "-" is a file name for rule load; only rule test -f reads stdin for it.
+        {{"rule", "load", "-"}, "share\n", "Error loading rules from -.\n"},
         {{"rule", "load", dir / "not-utf8"}, std::nullopt, "Parsing error at rule #1\n"},
         {{"rule", "load"}, "share\nshare share\n", "Parsing error at rule #2\n"},
         {{"rule", "test", "-f", dir / "bad", "-r", "1"},
@@ -224,12 +207,12 @@ TEST(SecurityTest, RuleSetThatFailsToParseNeverReachesTheDaemon) {
 
 // A stand-in editor: records the path it was given in <dir>/edited, writes
 // `text` into the file and exits with `status`.
-std::string installEditor(const ScratchDir& dir, const std::string& name, const std::string& text,
+std::string installEditor(const TempDir& dir, const std::string& name, const std::string& text,
                           int status = 0) {
     const std::string path = dir / name;
     writeText(path,
-              "#!/bin/sh\nprintf '%s' \"$1\" > '" + (dir / "edited") + "'\nprintf '%s' '" + text +
-                  "' > \"$1\"\nexit " + std::to_string(status) + "\n",
+              "#!/bin/sh\nprintf '%s' \"$1\" > '" + (dir / "edited").string() + "'\nprintf '%s' '" +
+                  text + "' > \"$1\"\nexit " + std::to_string(status) + "\n",
               fs::perms::owner_all);
     return path;
 }
@@ -246,7 +229,7 @@ std::vector<std::string> runRuleEdit(ScriptedDaemon& daemon, const std::string& 
 
 // Whatever VISUAL holds is one program name, handed to exec as it stands.
 TEST(SecurityTest, EditorNamedByVisualRunsWithoutAShell) {
-    ScratchDir dir;
+    TempDir dir;
     const std::string marker = dir / "marker";
     const std::string touch = "touch '" + marker + "'";
     for (const std::string& visual :
@@ -317,7 +300,7 @@ TEST(SecurityTest, EditedFileOutlivesEveryFailure) {
     };
     // clang-format on
     for (const EditFailureCase& c : cases) {
-        ScratchDir dir;
+        TempDir dir;
         const std::string editor = installEditor(dir, "ed", c.userText, c.editorStatus);
         ScriptedDaemon daemon;
         daemon.onPacket([&c](const ReceivedPacket& request, PeerConnection& peer) {

@@ -4,6 +4,7 @@
 #include <fstream>
 #include <sstream>
 #include <stdlib.h>
+#include <sys/stat.h>
 #include <system_error>
 
 namespace halvo::testkit {
@@ -21,6 +22,13 @@ TempDir::TempDir() {
 TempDir::~TempDir() {
     std::error_code ignored;
     fs::remove_all(path_, ignored);
+}
+
+std::string TempDir::write(std::string_view name, std::string_view bytes, mode_t mode) const {
+    const fs::path file = path_ / name;
+    writeFile(file, bytes);
+    ::chmod(file.c_str(), mode);
+    return file.string();
 }
 
 void writeFile(const fs::path& path, std::string_view bytes) {

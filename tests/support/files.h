@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <string>
 #include <string_view>
+#include <sys/types.h>
 
 namespace halvo::testkit {
 
@@ -18,6 +19,8 @@ class TempDir {
     TempDir& operator=(const TempDir&) = delete;
 
     const std::filesystem::path& path() const { return path_; }
+    // Writes `bytes` into the file `name` here, with `mode`; the file's path.
+    std::string write(std::string_view name, std::string_view bytes, mode_t mode = 0644) const;
     std::filesystem::path operator/(std::string_view name) const { return path_ / name; }
 
   private:
