@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <boost/asio/socket_base.hpp>
+#include <new>
 
 namespace halvo::daemon {
 
@@ -158,8 +159,17 @@ void Server::stop() {
 
 void Server::packetReceived(Session& session, std::uint32_t command, boost::json::object payload) {
     const Caller caller{session.id(), session.uid(), session.mayChange()};
-    Outcome outcome = handler_.handle(caller, command, payload);
-    std::string reply = link::encodePacket(command, outcome.reply);
+    Outcome outcome;
+    std::string reply;
+    try {
+        outcome = handler_.handle(caller, command, payload);
+        reply = link::encodePacket(command, outcome.reply);
+    } catch (const std::bad_alloc&) {
+        // Out of memory for this request (an address-space limit, say): the
+        // one client goes, the daemon stays.
+        session.close("out of memory for its request");
+        return;
+    }
     if (reply.size() - link::kHeaderSize > link::kMaxPayloadSize) {
         // Loads are refused before a rule list could grow this large.
         logActivity(LogLevel::error, "reply too large for a packet",

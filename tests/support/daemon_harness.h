@@ -2,6 +2,7 @@
 // client, and halvod run as a separate process.
 #pragma once
 
+#include "daemon/core/rule_store.h"
 #include "link/packet.h"
 #include "tests/support/files.h"
 
@@ -24,6 +25,17 @@ namespace halvo::testkit {
 // ended by a line feed.
 void addSysfsEntry(const std::filesystem::path& folder,
                    const std::map<std::string, std::string>& attributes);
+
+// A rules saver that answers each save as told and counts them.
+class ScriptedSaver final : public daemon::RulesSaver {
+  public:
+    Result next;
+    int saves = 0;
+    Result save(const boost::json::array&) override {
+        ++saves;
+        return next;
+    }
+};
 
 struct Packet {
     std::uint32_t command = 0;
