@@ -16,7 +16,7 @@ namespace {
 
 struct CommandHandler {
     Command command;
-    void (*install)(Session&);
+    void (*install)(CommandContext&);
 };
 
 constexpr CommandHandler kHandlers[] = {
@@ -46,10 +46,10 @@ Invocation readCommandLine(int argc, char** argv) {
     return *parsed.invocation;
 }
 
-void installCallbacks(Session& session) {
+void installCallbacks(CommandContext& context) {
     for (const CommandHandler& handler : kHandlers) {
-        if (handler.command == session.invocation.command) {
-            handler.install(session);
+        if (handler.command == context.invocation.command) {
+            handler.install(context);
             return;
         }
     }
@@ -61,33 +61,33 @@ void installCallbacks(Session& session) {
 
 int run(int argc, char** argv) {
     setProgramName(argc, argv);
-    Session session;
-    session.invocation = readCommandLine(argc, argv);
+    CommandContext context;
+    context.invocation = readCommandLine(argc, argv);
     // A bad rule file ends the run before the daemon is contacted.
-    if (session.invocation.ruleSource) {
-        session.slots->ruleSet = prepareRuleSet(*session.invocation.ruleSource);
+    if (context.invocation.ruleSource) {
+        context.slots->ruleSet = prepareRuleSet(*context.invocation.ruleSource);
     }
-    if (session.invocation.errorAfterRuleSource) {
-        usageError(*session.invocation.errorAfterRuleSource);
+    if (context.invocation.errorAfterRuleSource) {
+        usageError(*context.invocation.errorAfterRuleSource);
     }
 
     auto logger = link::makeSystemLogger("com.talvenor.usb.phys.ctl", "IPCClient");
-    session.client = link::QVHalvoIPCClient::initWithLogger(logger);
-    if (!session.client) {
+    context.client = link::QVHalvoIPCClient::initWithLogger(logger);
+    if (!context.client) {
         std::fputs("cannot connect to the daemon\n", stderr);
         std::exit(exitStatus::noClient);
     }
-    session.client->setOnError([] { std::exit(exitStatus::failure); });
-    installCallbacks(session);
-    session.client->start();
+    context.client->setOnError([] { std::exit(exitStatus::failure); });
+    installCallbacks(context);
+    context.client->start();
 
     // The event loop runs here, on the main thread, and every callback runs
     // inside it, one at a time: so the callbacks need no locks, and their
     // exit() ends the process from the only thread there is, with standard
     // output flushed by exit() itself.
-    session.client->runEventLoop();
+    context.client->runEventLoop();
 
-    session.client->stop();
+    context.client->stop();
     return exitStatus::success;
 }
 

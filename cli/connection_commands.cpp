@@ -35,9 +35,9 @@ void onConnectionKilled(QVHalvoIPCClient&, std::uint32_t code, const json::objec
 
 } // namespace
 
-void installConnectionList(Session& session) {
-    session.onConnected([](QVHalvoIPCClient& client) { client.getConnectionList(); });
-    session.onData([](QVHalvoIPCClient&, std::uint32_t code, const json::object& reply) {
+void installConnectionList(CommandContext& context) {
+    context.onConnected([](QVHalvoIPCClient& client) { client.getConnectionList(); });
+    context.onData([](QVHalvoIPCClient&, std::uint32_t code, const json::object& reply) {
         if (code == link::code(CommandCode::connectionList)) {
             listings::outputConnectionList(reply, stdout);
             std::exit(exitStatus::success);
@@ -45,21 +45,21 @@ void installConnectionList(Session& session) {
     });
 }
 
-void installConnectionDrop(Session& session) {
-    const char* host = session.invocation.host;
-    const bool hasPort = session.invocation.hasPort;
-    const std::uint16_t port = session.invocation.port;
-    session.onConnected([host, hasPort, port](QVHalvoIPCClient& client) {
+void installConnectionDrop(CommandContext& context) {
+    const char* host = context.invocation.host;
+    const bool hasPort = context.invocation.hasPort;
+    const std::uint16_t port = context.invocation.port;
+    context.onConnected([host, hasPort, port](QVHalvoIPCClient& client) {
         client.requestKillConnectionWith(host, hasPort ? &port : nullptr);
     });
-    session.onData(onConnectionKilled);
+    context.onData(onConnectionKilled);
 }
 
-void installConnectionKill(Session& session) {
-    const std::uint32_t pid = session.invocation.pid;
-    session.onConnected(
+void installConnectionKill(CommandContext& context) {
+    const std::uint32_t pid = context.invocation.pid;
+    context.onConnected(
         [pid](QVHalvoIPCClient& client) { client.requestKillConnectionWithPID(pid); });
-    session.onData(onConnectionKilled);
+    context.onData(onConnectionKilled);
 }
 
 } // namespace halvo::cli

@@ -1,13 +1,13 @@
 // conn list, conn drop, conn kill: first request and replies.
 #pragma once
 
-#include "cli/session.h"
+#include "cli/command_context.h"
 
 namespace halvo::cli {
 
-void installConnectionList(Session& session);
+void installConnectionList(CommandContext& context);
 // conn drop and conn kill share their reply handling.
-void installConnectionDrop(Session& session);
-void installConnectionKill(Session& session);
+void installConnectionDrop(CommandContext& context);
+void installConnectionKill(CommandContext& context);
 
 } // namespace halvo::cli

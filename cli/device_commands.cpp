@@ -14,9 +14,9 @@ using link::CommandCode;
 using link::QVHalvoIPCClient;
 namespace json = boost::json;
 
-void installDeviceList(Session& session) {
-    session.onConnected([](QVHalvoIPCClient& client) { client.getDeviceList(); });
-    session.onData([](QVHalvoIPCClient&, std::uint32_t code, const json::object& reply) {
+void installDeviceList(CommandContext& context) {
+    context.onConnected([](QVHalvoIPCClient& client) { client.getDeviceList(); });
+    context.onData([](QVHalvoIPCClient&, std::uint32_t code, const json::object& reply) {
         if (code == link::code(CommandCode::deviceList)) {
             listings::outputDeviceList(reply, stdout);
             std::exit(exitStatus::success);
@@ -24,11 +24,11 @@ void installDeviceList(Session& session) {
     });
 }
 
-void installDeviceUnplug(Session& session) {
-    const std::uint32_t deviceId = session.invocation.deviceId;
-    session.onConnected(
+void installDeviceUnplug(CommandContext& context) {
+    const std::uint32_t deviceId = context.invocation.deviceId;
+    context.onConnected(
         [deviceId](QVHalvoIPCClient& client) { client.requestDisconnectDevice(deviceId); });
-    session.onData([](QVHalvoIPCClient&, std::uint32_t code, const json::object& reply) {
+    context.onData([](QVHalvoIPCClient&, std::uint32_t code, const json::object& reply) {
         if (code != link::code(CommandCode::disconnectDevice)) {
             return;
         }
@@ -59,11 +59,11 @@ void onRuleInserted(QVHalvoIPCClient& client, const json::object& reply) {
 
 } // namespace
 
-void installDeviceRule(Session& session) {
-    const std::uint32_t deviceId = session.invocation.deviceId;
-    const char* action = session.invocation.command == Command::devShare ? "share" : "block";
-    session.onConnected([](QVHalvoIPCClient& client) { client.startRuleTransaction(); });
-    session.onData([deviceId, action](QVHalvoIPCClient& client, std::uint32_t code,
+void installDeviceRule(CommandContext& context) {
+    const std::uint32_t deviceId = context.invocation.deviceId;
+    const char* action = context.invocation.command == Command::devShare ? "share" : "block";
+    context.onConnected([](QVHalvoIPCClient& client) { client.startRuleTransaction(); });
+    context.onData([deviceId, action](QVHalvoIPCClient& client, std::uint32_t code,
                                       const json::object& reply) {
         switch (static_cast<CommandCode>(code)) {
         case CommandCode::startRuleTransaction:

@@ -1,14 +1,14 @@
 // dev list, dev unplug, dev share, dev block: first request and replies.
 #pragma once
 
-#include "cli/session.h"
+#include "cli/command_context.h"
 
 namespace halvo::cli {
 
-void installDeviceList(Session& session);
-void installDeviceUnplug(Session& session);
+void installDeviceList(CommandContext& context);
+void installDeviceUnplug(CommandContext& context);
 // dev share and dev block: a rule transaction that inserts a rule for
 // exactly that device and commits it.
-void installDeviceRule(Session& session);
+void installDeviceRule(CommandContext& context);
 
 } // namespace halvo::cli

@@ -6,8 +6,8 @@
 
 namespace halvo::cli {
 
-void installMonitor(Session& session) {
-    session.onData([](link::QVHalvoIPCClient&, std::uint32_t code,
+void installMonitor(CommandContext& context) {
+    context.onData([](link::QVHalvoIPCClient&, std::uint32_t code,
                       const boost::json::object& event) { printEvent(code, event, stdout); });
 }
 

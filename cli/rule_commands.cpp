@@ -59,10 +59,10 @@ void commitOnLoaded(QVHalvoIPCClient& client, const json::object& reply) {
 
 } // namespace
 
-void installRuleList(Session& session) {
-    const std::uint32_t numbered = session.invocation.withoutIndex ? 0 : 1;
-    session.onConnected(startTransaction);
-    session.onData(
+void installRuleList(CommandContext& context) {
+    const std::uint32_t numbered = context.invocation.withoutIndex ? 0 : 1;
+    context.onConnected(startTransaction);
+    context.onData(
         [numbered](QVHalvoIPCClient& client, std::uint32_t code, const json::object& reply) {
             switch (static_cast<CommandCode>(code)) {
             case CommandCode::startRuleTransaction:
@@ -76,10 +76,10 @@ void installRuleList(Session& session) {
         });
 }
 
-void installRuleLoad(Session& session) {
-    std::shared_ptr<RuleSlots> slots = session.slots;
-    session.onConnected(startTransaction);
-    session.onData(
+void installRuleLoad(CommandContext& context) {
+    std::shared_ptr<RuleSlots> slots = context.slots;
+    context.onConnected(startTransaction);
+    context.onData(
         [slots](QVHalvoIPCClient& client, std::uint32_t code, const json::object& reply) {
             switch (static_cast<CommandCode>(code)) {
             case CommandCode::startRuleTransaction:
@@ -122,10 +122,10 @@ void editAndLoad(QVHalvoIPCClient& client, RuleSlots& slots, const json::object&
 
 } // namespace
 
-void installRuleEdit(Session& session) {
-    std::shared_ptr<RuleSlots> slots = session.slots;
-    session.onConnected(startTransaction);
-    session.onData(
+void installRuleEdit(CommandContext& context) {
+    std::shared_ptr<RuleSlots> slots = context.slots;
+    context.onConnected(startTransaction);
+    context.onData(
         [slots](QVHalvoIPCClient& client, std::uint32_t code, const json::object& reply) {
             switch (static_cast<CommandCode>(code)) {
             case CommandCode::startRuleTransaction:
@@ -176,11 +176,11 @@ void requireTestStatusOk(const json::object& reply) {
 
 } // namespace
 
-void installRuleTest(Session& session) {
-    std::shared_ptr<RuleSlots> slots = session.slots;
-    const std::uint32_t deviceId = session.invocation.deviceId;
-    const bool remoteDesktop = session.invocation.remoteDesktop;
-    const char* host = session.invocation.host;
+void installRuleTest(CommandContext& context) {
+    std::shared_ptr<RuleSlots> slots = context.slots;
+    const std::uint32_t deviceId = context.invocation.deviceId;
+    const bool remoteDesktop = context.invocation.remoteDesktop;
+    const char* host = context.invocation.host;
     auto sendTest = [deviceId, remoteDesktop, host](QVHalvoIPCClient& client) {
         bool sent = remoteDesktop ? client.testRuleForDevice(deviceId, "rdesk", nullptr)
                                   : client.testRuleForDevice(deviceId, "net", host);
@@ -188,8 +188,8 @@ void installRuleTest(Session& session) {
             printStatusAndExit(exitStatus::failure, kTestSubject);
         }
     };
-    session.onConnected(startTransaction);
-    session.onData(
+    context.onConnected(startTransaction);
+    context.onData(
         [slots, sendTest](QVHalvoIPCClient& client, std::uint32_t code, const json::object& reply) {
             requireTestStatusOk(reply);
             switch (static_cast<CommandCode>(code)) {

@@ -1,7 +1,7 @@
 // rule list, rule load, rule edit, rule test: rule transactions.
 #pragma once
 
-#include "cli/session.h"
+#include "cli/command_context.h"
 
 namespace halvo::cli {
 
@@ -10,9 +10,9 @@ namespace halvo::cli {
 // loader or the parser has said why).
 boost::json::array prepareRuleSet(const RuleSource& source);
 
-void installRuleList(Session& session);
-void installRuleLoad(Session& session);
-void installRuleEdit(Session& session);
-void installRuleTest(Session& session);
+void installRuleList(CommandContext& context);
+void installRuleLoad(CommandContext& context);
+void installRuleEdit(CommandContext& context);
+void installRuleTest(CommandContext& context);
 
 } // namespace halvo::cli

@@ -1,4 +1,4 @@
-// What a command's callbacks share: the client, the invocation, and the two
+// A command's context: what its callbacks share: the client, the invocation, and the two
 // slots that the rule commands fill while the link runs.
 #pragma once
 
@@ -17,7 +17,7 @@ struct RuleSlots {
     std::string editPath;
 };
 
-struct Session {
+struct CommandContext {
     std::shared_ptr<link::QVHalvoIPCClient> client;
     Invocation invocation;
     std::shared_ptr<RuleSlots> slots = std::make_shared<RuleSlots>();
