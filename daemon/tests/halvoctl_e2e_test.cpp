@@ -48,21 +48,6 @@ const char* const kExampleRuleList = "1: share host \"10.0.0.5\" class 08\n"
                                      "5: share hwid 0403:6001 serial \"A50285BI\"\n"
                                      "6: block !rdesk name contains \"YubiKey\"\n";
 
-// The monitor's lines without their "[time]: " stamps; a line without one
-// is kept whole, so that it shows in a failure.
-std::string withoutTimestamps(const std::string& output) {
-    std::istringstream lines(output);
-    std::string line;
-    std::string stripped;
-    while (std::getline(lines, line)) {
-        std::size_t stamp = line.find("]: ");
-        stripped +=
-            (line.starts_with("[") && stamp != std::string::npos ? line.substr(stamp + 3) : line) +
-            "\n";
-    }
-    return stripped;
-}
-
 // Whether a TCP connection to `port` on this machine is established, as the
 // kernel lists them: the test process is alone on the port (a namespace of
 // its own or the shared lock), so it is the one the test started.
@@ -245,8 +230,9 @@ TEST_F(HalvoctlAgainstHalvod, MonitorShowsEventsUntilTheDaemonStops) {
     RunResult run = monitor.get();
     EXPECT_EQ(run.status, 5);
     EXPECT_EQ(run.err, "\nconnection stopped by peer\n");
-    EXPECT_EQ(withoutTimestamps(run.out), "device id:2 \"Ultra Fit\" got unplugged@10.0.0.5\n"
-                                          "host 10.0.0.5:50321 is dropped\n");
+    EXPECT_EQ(testkit::withoutTimestamps(run.out),
+              "device id:2 \"Ultra Fit\" got unplugged@10.0.0.5\n"
+              "host 10.0.0.5:50321 is dropped\n");
 }
 
 } // namespace

@@ -261,24 +261,6 @@ TEST(HostileDaemonTest, SilentDaemonLeavesTheUtilityWaiting) {
     }
 }
 
-// The monitor's lines without their time stamps ("[...]:" and the blank).
-std::string withoutStamps(const std::string& out) {
-    std::string lines;
-    std::size_t start = 0;
-    while (start < out.size()) {
-        std::size_t end = out.find('\n', start);
-        end = end == std::string::npos ? out.size() : end + 1;
-        std::string line = out.substr(start, end - start);
-        if (std::size_t stamp = line.find("]: ");
-            line.starts_with("[") && stamp != std::string::npos) {
-            line.erase(0, stamp + 3);
-        }
-        lines += line;
-        start = end;
-    }
-    return lines;
-}
-
 struct ConsumerCase {
     const char* what;
     std::vector<std::string> args;
@@ -398,7 +380,7 @@ TEST(HostileDaemonTest, MonitorPrintsOnlyTheEventsItCanRead) {
     Exchange exchange = runAgainst(daemon, {"monitor"});
     EXPECT_EQ(exchange.run.status, 5);
     EXPECT_EQ(exchange.run.err, kStoppedByPeer);
-    EXPECT_EQ(withoutStamps(exchange.run.out),
+    EXPECT_EQ(withoutTimestamps(exchange.run.out),
               "device id:4294967295 \"n\" got on\nhost h:1 is up\n");
     EXPECT_EQ(describe(exchange.sent), std::vector<std::string>{}) << "the monitor only listens";
 }

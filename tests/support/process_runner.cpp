@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <poll.h>
+#include <regex>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -174,6 +175,13 @@ RunResult runProgram(const std::string& program, const std::vector<std::string>&
         result.signal = WTERMSIG(status);
     }
     return result;
+}
+
+std::string withoutTimestamps(const std::string& output) {
+    static const std::regex stamp(R"(^\[(Sun|Mon|Tue|Wed|Thu|Fri|Sat) (Jan|Feb|Mar|Apr|May|Jun|)"
+                                  R"(Jul|Aug|Sep|Oct|Nov|Dec) [ 123]\d \d\d:\d\d:\d\d \d{4}\]: )",
+                                  std::regex::multiline);
+    return std::regex_replace(output, stamp, "");
 }
 
 std::string halvoctlPath() {

@@ -30,6 +30,11 @@ struct RunResult {
 RunResult runProgram(const std::string& program, const std::vector<std::string>& args,
                      const RunOptions& options = {});
 
+// The monitor's output with each line's "[Www Mmm dd hh:mm:ss yyyy]: " time
+// stamp taken out; a line whose stamp has another layout is kept whole, so
+// that it shows in a failure.
+std::string withoutTimestamps(const std::string& output);
+
 // The halvoctl under test, and its path.
 std::string halvoctlPath();
 RunResult runHalvoctl(const std::vector<std::string>& args, const RunOptions& options = {});
