@@ -46,7 +46,7 @@ bool appendUntilEnd(int fd, std::string& data) {
     }
 }
 
-std::optional<std::string> readWholeFile(const char* path) {
+std::optional<std::string> readFileBytes(const char* path) {
     if (!isValidUtf8(path))
         return std::nullopt;
     const FileDescriptor file(::open(path, O_RDONLY | O_CLOEXEC));
@@ -80,7 +80,7 @@ std::optional<std::string> readWholeStdin() {
 }
 
 std::optional<std::string> loadBytes(const char* path) {
-    return path == nullptr ? readWholeStdin() : readWholeFile(path);
+    return path == nullptr ? readWholeStdin() : readFileBytes(path);
 }
 
 void reportLoadFailure(const char* path, const char* label) {
