@@ -1,9 +1,8 @@
 #include "cli/app.h"
 
-#include "cli/connection_commands.h"
-#include "cli/device_commands.h"
+#include "cli/command_context.h"
+#include "cli/command_table.h"
 #include "cli/exit_status.h"
-#include "cli/monitor_command.h"
 #include "cli/rule_commands.h"
 #include "cli/usage.h"
 
@@ -13,20 +12,6 @@
 namespace halvo::cli {
 
 namespace {
-
-struct CommandHandler {
-    Command command;
-    void (*install)(CommandContext&);
-};
-
-constexpr CommandHandler kHandlers[] = {
-    {Command::devList, installDeviceList},      {Command::devUnplug, installDeviceUnplug},
-    {Command::devShare, installDeviceRule},     {Command::devBlock, installDeviceRule},
-    {Command::connList, installConnectionList}, {Command::connDrop, installConnectionDrop},
-    {Command::connKill, installConnectionKill}, {Command::ruleList, installRuleList},
-    {Command::ruleLoad, installRuleLoad},       {Command::ruleEdit, installRuleEdit},
-    {Command::ruleTest, installRuleTest},       {Command::monitor, installMonitor},
-};
 
 [[noreturn]] void usageError(const UsageError& error) {
     if (error.message != nullptr) {
@@ -47,11 +32,9 @@ Invocation readCommandLine(int argc, char** argv) {
 }
 
 void installCallbacks(CommandContext& context) {
-    for (const CommandHandler& handler : kHandlers) {
-        if (handler.command == context.invocation.command) {
-            handler.install(context);
-            return;
-        }
+    if (const CallbackInstaller install = context.invocation.command->install) {
+        install(context);
+        return;
     }
     std::fputs("Error: not implemented.\n", stderr);
     std::exit(exitStatus::usageError);

@@ -57,11 +57,8 @@ void onRuleInserted(QVHalvoIPCClient& client, const json::object& reply) {
     }
 }
 
-} // namespace
-
-void installDeviceRule(CommandContext& context) {
+void installDeviceRule(CommandContext& context, const char* action) {
     const std::uint32_t deviceId = context.invocation.deviceId;
-    const char* action = context.invocation.command == Command::devShare ? "share" : "block";
     context.onConnected([](QVHalvoIPCClient& client) { client.startRuleTransaction(); });
     context.onData([deviceId, action](QVHalvoIPCClient& client, std::uint32_t code,
                                       const json::object& reply) {
@@ -83,6 +80,16 @@ void installDeviceRule(CommandContext& context) {
             return;
         }
     });
+}
+
+} // namespace
+
+void installDeviceShare(CommandContext& context) {
+    installDeviceRule(context, "share");
+}
+
+void installDeviceBlock(CommandContext& context) {
+    installDeviceRule(context, "block");
 }
 
 } // namespace halvo::cli

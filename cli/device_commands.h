@@ -9,6 +9,7 @@ void installDeviceList(CommandContext& context);
 void installDeviceUnplug(CommandContext& context);
 // dev share and dev block: a rule transaction that inserts a rule for
 // exactly that device and commits it.
-void installDeviceRule(CommandContext& context);
+void installDeviceShare(CommandContext& context);
+void installDeviceBlock(CommandContext& context);
 
 } // namespace halvo::cli

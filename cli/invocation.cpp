@@ -1,5 +1,7 @@
 #include "cli/invocation.h"
 
+#include "cli/command_table.h"
+
 #include <cstdlib>
 #include <cstring>
 #include <unistd.h>
@@ -11,39 +13,7 @@ namespace {
 namespace message {
 constexpr const char* noArguments = "Error: arguments must be specified.\n";
 constexpr const char* invalidArgument = "Error: Invalid argument.\n";
-constexpr const char* deviceIdMissing = "Error: device Id is missing.\n";
-constexpr const char* hostnameMissing = "Error: hostname is missing.\n";
-constexpr const char* pidMissing = "Error: PID is missing.\n";
-constexpr const char* connectionTypeMissing =
-    "Error: Host or Remote Desktop connection should be specified.\n";
 } // namespace message
-
-struct CommandGroup {
-    const char* word;
-    Command bare; // the command when no sub-command follows
-};
-
-constexpr CommandGroup kGroups[] = {
-    {"dev", Command::devList},
-    {"conn", Command::connList},
-    {"rule", Command::ruleList},
-};
-
-struct SubCommand {
-    const char* group;
-    const char* word;
-    Command command;
-    const char* options; // getopt's option string; null: no option parsing
-};
-
-constexpr SubCommand kSubCommands[] = {
-    {"dev", "list", Command::devList, nullptr},   {"dev", "unplug", Command::devUnplug, nullptr},
-    {"dev", "share", Command::devShare, nullptr}, {"dev", "block", Command::devBlock, nullptr},
-    {"conn", "list", Command::connList, nullptr}, {"conn", "drop", Command::connDrop, "p:"},
-    {"conn", "kill", Command::connKill, nullptr}, {"rule", "list", Command::ruleList, "N"},
-    {"rule", "load", Command::ruleLoad, nullptr}, {"rule", "edit", Command::ruleEdit, nullptr},
-    {"rule", "test", Command::ruleTest, "f:rh:"},
-};
 
 ParseResult fail(const char* text) {
     ParseResult result;
@@ -51,25 +21,37 @@ ParseResult fail(const char* text) {
     return result;
 }
 
-ParseResult accept(const Invocation& invocation) {
+ParseResult accept(const CommandRow& row) {
     ParseResult result;
-    result.invocation = invocation;
+    result.invocation = Invocation{};
+    result.invocation->command = &row;
     return result;
 }
 
-const CommandGroup* findGroup(const char* word) {
-    for (const CommandGroup& group : kGroups) {
-        if (std::strcmp(group.word, word) == 0) {
-            return &group;
-        }
-    }
-    return nullptr;
+bool sameWord(const char* a, const char* b) {
+    return std::strcmp(a, b) == 0;
 }
 
-const SubCommand* findSubCommand(const char* group, const char* word) {
-    for (const SubCommand& sub : kSubCommands) {
-        if (std::strcmp(sub.group, group) == 0 && std::strcmp(sub.word, word) == 0) {
-            return &sub;
+bool isGroup(const char* word) {
+    for (const CommandRow& row : commandTable()) {
+        if (sameWord(row.group, word)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// The row of `group` that `word` names; with a null word, the row the group
+// means alone.
+const CommandRow* findRow(const char* group, const char* word) {
+    for (const CommandRow& row : commandTable()) {
+        if (!sameWord(row.group, group)) {
+            continue;
+        }
+        const bool matches =
+            word == nullptr ? row.bare : row.word != nullptr && sameWord(row.word, word);
+        if (matches) {
+            return &row;
         }
     }
     return nullptr;
@@ -131,72 +113,24 @@ int readOptions(int count, char** words, const char* options, Invocation& invoca
     return optind;
 }
 
-std::uint32_t deviceIdOf(const char* text) {
-    return static_cast<std::uint32_t>(std::atoi(text));
-}
-
-// The operand checks of each command, given the first operand (or null).
-ParseResult checkOperand(Invocation invocation, const char* operand, const char* rulePath,
-                         bool rulePathGiven) {
-    switch (invocation.command) {
-    case Command::devUnplug:
-    case Command::devShare:
-    case Command::devBlock:
-        if (operand == nullptr) {
-            return fail(message::deviceIdMissing);
-        }
-        invocation.deviceId = deviceIdOf(operand);
-        break;
-    case Command::connDrop:
-        if (operand == nullptr) {
-            return fail(message::hostnameMissing);
-        }
-        invocation.host = operand;
-        break;
-    case Command::connKill:
-        if (operand == nullptr) {
-            return fail(message::pidMissing);
-        }
-        invocation.pid = static_cast<std::uint32_t>(std::strtoul(operand, nullptr, 10));
-        break;
-    case Command::ruleLoad:
-        invocation.ruleSource = RuleSource{operand, operand == nullptr};
-        break;
-    case Command::ruleTest:
-        if (rulePathGiven) {
-            bool fromStdin = std::strcmp(rulePath, "-") == 0;
-            invocation.ruleSource = RuleSource{fromStdin ? nullptr : rulePath, false};
-        }
-        if (operand == nullptr) {
-            invocation.errorAfterRuleSource = UsageError{message::deviceIdMissing};
-            break;
-        }
-        invocation.deviceId = deviceIdOf(operand);
-        if (invocation.host == nullptr && !invocation.remoteDesktop) {
-            invocation.errorAfterRuleSource = UsageError{message::connectionTypeMissing};
-        }
-        break;
-    default:
-        break;
-    }
-    return accept(invocation);
-}
-
-ParseResult parseSubCommand(int argc, char** argv, const SubCommand& sub) {
-    Invocation invocation;
-    invocation.command = sub.command;
+ParseResult parseSubCommand(int argc, char** argv, const CommandRow& row) {
+    ParseResult result = accept(row);
+    Invocation& invocation = *result.invocation;
     const char* rulePath = nullptr;
     const int wordCount = argc - 2; // from the sub-command word on
     char** words = argv + 2;
     int first = 1;
-    if (sub.options != nullptr) {
-        first = readOptions(wordCount, words, sub.options, invocation, rulePath);
+    if (row.options != nullptr) {
+        first = readOptions(wordCount, words, row.options, invocation, rulePath);
         if (first < 0) {
             return fail(nullptr);
         }
     }
     const char* operand = first < wordCount ? words[first] : nullptr;
-    return checkOperand(invocation, operand, rulePath, rulePath != nullptr);
+    if (std::optional<UsageError> error = row.checkOperand(invocation, operand, rulePath)) {
+        return fail(error->message);
+    }
+    return result;
 }
 
 } // namespace
@@ -205,25 +139,19 @@ ParseResult parseCommandLine(int argc, char** argv) {
     if (argc < 2) {
         return fail(message::noArguments);
     }
-    const char* word = argv[1];
-    if (const CommandGroup* group = findGroup(word)) {
-        if (argc == 2) {
-            Invocation invocation;
-            invocation.command = group->bare;
-            return accept(invocation);
+    const char* group = argv[1];
+    if (isGroup(group)) {
+        const CommandRow* bare = findRow(group, nullptr);
+        if (bare != nullptr && (argc == 2 || bare->word == nullptr)) {
+            return accept(*bare);
         }
-        const SubCommand* sub = findSubCommand(group->word, argv[2]);
-        if (sub == nullptr) {
+        const CommandRow* row = argc > 2 ? findRow(group, argv[2]) : nullptr;
+        if (row == nullptr) {
             return fail(message::invalidArgument);
         }
-        return parseSubCommand(argc, argv, *sub);
+        return parseSubCommand(argc, argv, *row);
     }
-    if (std::strcmp(word, "monitor") == 0) {
-        Invocation invocation;
-        invocation.command = Command::monitor;
-        return accept(invocation);
-    }
-    if (std::strcmp(word, "-h") == 0 || std::strcmp(word, "--help") == 0) {
+    if (sameWord(group, "-h") || sameWord(group, "--help")) {
         ParseResult result;
         result.help = true;
         return result;

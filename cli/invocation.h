@@ -7,20 +7,7 @@
 
 namespace halvo::cli {
 
-enum class Command {
-    devList,
-    devUnplug,
-    devShare,
-    devBlock,
-    connList,
-    connDrop,
-    connKill,
-    ruleList,
-    ruleLoad,
-    ruleEdit,
-    ruleTest,
-    monitor,
-};
+struct CommandRow;
 
 // Where `rule load` and `rule test -f` take their rule set from.
 struct RuleSource {
@@ -35,7 +22,7 @@ struct UsageError {
 };
 
 struct Invocation {
-    Command command = Command::devList;
+    const CommandRow* command = nullptr; // a row of the command table
     std::uint32_t deviceId = 0;
     std::uint32_t pid = 0;
     const char* host = nullptr; // points into argv

@@ -3,10 +3,10 @@
 #include "cli/exit_status.h"
 #include "cli/reply_status.h"
 #include "link/packet.h"
-#include "rules/editor_session.h"
-#include "rules/rule_file_writer.h"
+#include "rulefiles/editor_session.h"
+#include "rulefiles/rule_file_writer.h"
+#include "rulefiles/rule_sources.h"
 #include "rules/rule_printer.h"
-#include "rules/rule_sources.h"
 #include "util/json_fields.h"
 #include "util/text_buffer.h"
 
@@ -24,7 +24,7 @@ json::array prepareRuleSet(const RuleSource& source) {
     if (source.announceStdin) {
         std::puts("(reading from stdin. Press ^D to finish.)");
     }
-    std::optional<json::array> rules = rules::load_rule_file(source.path);
+    std::optional<json::array> rules = rulefiles::load_rule_file(source.path);
     if (!rules) {
         std::exit(exitStatus::failure);
     }
@@ -106,12 +106,12 @@ namespace {
 // the transaction wait. The copy stays on disk until the daemon has taken
 // the edited set, so no failure loses the user's edits.
 void editAndLoad(QVHalvoIPCClient& client, RuleSlots& slots, const json::object& reply) {
-    std::optional<std::string> path = rules::rules2file(reply);
+    std::optional<std::string> path = rulefiles::rules2file(reply);
     if (!path) {
         std::exit(exitStatus::failure);
     }
     slots.editPath = std::move(*path);
-    slots.ruleSet = rules::loadRulesFromEditor(slots.editPath);
+    slots.ruleSet = rulefiles::loadRulesFromEditor(slots.editPath);
     if (!slots.ruleSet) {
         std::exit(exitStatus::failure);
     }

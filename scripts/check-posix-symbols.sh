@@ -8,11 +8,8 @@ build=${1:?usage: check-posix-symbols.sh BUILD_DIR}
 here="$(cd "$(dirname "$0")" && pwd)/portability"
 
 # The libraries that halvoctl is made of (the daemon is Linux's own).
-libraries=(util/libhalvo_util.a rules/libhalvo_rules.a listings/libhalvo_listings.a
-           link/libhalvo_link.a cli/libhalvo_cli.a)
-for optional in rulefiles/libhalvo_rule_files.a; do
-  [ -f "$build/$optional" ] && libraries+=("$optional")
-done
+libraries=(util/libhalvo_util.a rules/libhalvo_rules.a rulefiles/libhalvo_rule_files.a
+           listings/libhalvo_listings.a link/libhalvo_link.a cli/libhalvo_cli.a)
 paths=()
 for library in "${libraries[@]}"; do
   [ -f "$build/$library" ] || { echo "check-posix-symbols: $build/$library is not built" >&2; exit 2; }

@@ -22,41 +22,39 @@ std::string describeErrno(const std::string& path) {
 
 } // namespace
 
-std::variant<std::string, std::string> readWholeFile(const std::string& path) {
+Expected<std::string> readWholeFile(const std::string& path) {
     std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path.c_str(), "rb"));
     if (!file) {
-        return std::variant<std::string, std::string>(std::in_place_index<1>, describeErrno(path));
+        return Failure{describeErrno(path)};
     }
     std::string bytes;
     char chunk[65536];
     std::size_t count = 0;
     while ((count = std::fread(chunk, 1, sizeof chunk, file.get())) > 0) {
         if (bytes.size() + count > kMaxWholeFileSize) {
-            return std::variant<std::string, std::string>(
-                std::in_place_index<1>, path + ": larger than " +
-                                            std::to_string(kMaxWholeFileSize / (1024 * 1024)) +
-                                            " MiB");
+            return Failure{path + ": larger than " +
+                           std::to_string(kMaxWholeFileSize / (1024 * 1024)) + " MiB"};
         }
         bytes.append(chunk, count);
     }
     if (std::ferror(file.get())) {
-        return std::variant<std::string, std::string>(std::in_place_index<1>, describeErrno(path));
+        return Failure{describeErrno(path)};
     }
-    return std::variant<std::string, std::string>(std::in_place_index<0>, std::move(bytes));
+    return bytes;
 }
 
-std::variant<json::object, std::string> readJsonObjectFile(const std::string& path) {
+Expected<json::object> readJsonObjectFile(const std::string& path) {
     auto bytes = readWholeFile(path);
-    if (bytes.index() == 1) {
-        return std::get<1>(bytes);
+    if (!bytes) {
+        return Failure{bytes.error()};
     }
     std::error_code error;
-    json::value document = json::parse(std::get<0>(bytes), error);
+    json::value document = json::parse(*bytes, error);
     if (error) {
-        return path + ": not JSON: " + error.message();
+        return Failure{path + ": not JSON: " + error.message()};
     }
     if (!document.is_object()) {
-        return path + ": not a JSON object";
+        return Failure{path + ": not a JSON object"};
     }
     return std::move(document.get_object());
 }

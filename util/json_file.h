@@ -1,15 +1,16 @@
 // Whole files read into memory: fixtures, rules files and sysfs attributes.
 #pragma once
 
+#include "util/expected.h"
+
 #include <boost/json/object.hpp>
 #include <cstddef>
 #include <string>
-#include <variant>
 
 namespace halvo::util {
 
 // The file's top-level JSON object, or why there is none ("PATH: reason").
-std::variant<boost::json::object, std::string> readJsonObjectFile(const std::string& path);
+Expected<boost::json::object> readJsonObjectFile(const std::string& path);
 
 // Files larger than this are refused rather than read (a device such as
 // /dev/zero never ends).
@@ -17,6 +18,6 @@ inline constexpr std::size_t kMaxWholeFileSize = 256u * 1024u * 1024u;
 
 // The whole file as bytes, or why it cannot be read ("PATH: reason",
 // "PATH: larger than 256 MiB").
-std::variant<std::string, std::string> readWholeFile(const std::string& path);
+Expected<std::string> readWholeFile(const std::string& path);
 
 } // namespace halvo::util

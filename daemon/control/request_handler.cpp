@@ -200,10 +200,10 @@ Outcome RequestHandler::loadRules(const Caller& caller, const json::object& requ
         return badRequest("\"rules\" must be an array");
     }
     auto accepted = validateRuleSet(rules->get_array());
-    if (auto* error = std::get_if<std::string>(&accepted)) {
-        return status(*error);
+    if (!accepted) {
+        return status(accepted.error());
     }
-    json::array& set = std::get<json::array>(accepted);
+    json::array& set = accepted.value();
     if (auto tooLarge = checkListFits(listSize(set))) {
         return *tooLarge;
     }
@@ -233,10 +233,10 @@ Outcome RequestHandler::insertDeviceRule(const Caller& caller, const json::objec
     json::array single;
     single.push_back(ruleForDevice(*device, *action));
     auto accepted = validateRuleSet(std::move(single));
-    if (auto* error = std::get_if<std::string>(&accepted)) {
-        return status(*error);
+    if (!accepted) {
+        return status(accepted.error());
     }
-    json::object& rule = std::get<json::array>(accepted)[0].get_object();
+    json::object& rule = accepted.value()[0].get_object();
     // One more element: the rule and its comma.
     const std::size_t grown =
         listSize(rules_.rulesFor(caller.id)) + json::serialize(rule).size() + 1;

@@ -25,7 +25,7 @@ std::vector<Device> twoDevices() {
         {"vid": 1921, "pid": 21863, "rev": 256, "port": "1-2", "name": "Stick", "serial": "S N",
          "state": "shared", "addr": "10.0.0.5"}]})")
                                          .as_object());
-    return std::get<std::vector<Device>>(parsed);
+    return parsed.value();
 }
 
 std::vector<Connection> threeConnections() {
@@ -34,7 +34,7 @@ std::vector<Connection> threeConnections() {
         {"type": "net", "addr": "10.0.0.5", "port": 1001},
         {"type": "rdesk", "app": "Screen Sharing", "pid": 4242}]})")
                                              .as_object());
-    return std::get<std::vector<Connection>>(parsed);
+    return parsed.value();
 }
 
 json::object payload(std::string_view text) {

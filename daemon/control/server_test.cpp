@@ -22,7 +22,7 @@ std::vector<Device> fixtureDevices() {
         {"vid": 1, "pid": 2, "rev": 3, "port": "1-1", "name": "One"},
         {"vid": 4, "pid": 5, "rev": 6, "port": "1-2", "name": "Two", "built-in": true}]})")
                                          .as_object());
-    return std::get<std::vector<Device>>(parsed);
+    return parsed.value();
 }
 
 std::string header(std::uint32_t command, std::uint32_t size) {

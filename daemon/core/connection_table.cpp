@@ -77,11 +77,10 @@ Event hostEvent(const Connection& connection, std::string_view state) {
 
 } // namespace
 
-std::variant<std::vector<Connection>, std::string>
-parseConnectionFixture(const json::object& document) {
+util::Expected<std::vector<Connection>> parseConnectionFixture(const json::object& document) {
     const json::value* list = document.if_contains("connections");
     if (list == nullptr || !list->is_array()) {
-        return std::string("\"connections\" must be an array");
+        return util::Failure{"\"connections\" must be an array"};
     }
     std::vector<Connection> connections;
     std::size_t number = 0;
@@ -89,11 +88,11 @@ parseConnectionFixture(const json::object& document) {
         ++number;
         const std::string where = "connection #" + std::to_string(number) + ": ";
         if (!element.is_object()) {
-            return where + "not an object";
+            return util::Failure{where + "not an object"};
         }
         Connection connection;
         if (auto error = readConnection(element.get_object(), connection)) {
-            return where + *error;
+            return util::Failure{where + *error};
         }
         connections.push_back(std::move(connection));
     }
@@ -103,16 +102,16 @@ parseConnectionFixture(const json::object& document) {
 ConnectionTable::ConnectionTable(std::vector<Connection> connections)
     : connections_(std::move(connections)) {}
 
-std::variant<ConnectionTable, std::string> ConnectionTable::fromFile(const std::string& path) {
+util::Expected<ConnectionTable> ConnectionTable::fromFile(const std::string& path) {
     auto document = util::readJsonObjectFile(path);
-    if (auto* error = std::get_if<std::string>(&document)) {
-        return *error;
+    if (!document) {
+        return util::Failure{document.error()};
     }
-    auto connections = parseConnectionFixture(std::get<json::object>(document));
-    if (auto* error = std::get_if<std::string>(&connections)) {
-        return path + ": " + *error;
+    auto connections = parseConnectionFixture(document.value());
+    if (!connections) {
+        return util::Failure{path + ": " + connections.error()};
     }
-    return ConnectionTable(std::get<std::vector<Connection>>(std::move(connections)));
+    return ConnectionTable(std::move(connections).value());
 }
 
 json::object ConnectionTable::listReply() const {

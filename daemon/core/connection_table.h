@@ -7,13 +7,13 @@
 #pragma once
 
 #include "daemon/core/event.h"
+#include "util/expected.h"
 
 #include <boost/json/object.hpp>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <variant>
 #include <vector>
 
 namespace halvo::daemon {
@@ -30,14 +30,13 @@ struct Connection {
 };
 
 // The fixture's connections, or the first fault found ("connection #N: ...").
-std::variant<std::vector<Connection>, std::string>
-parseConnectionFixture(const boost::json::object& document);
+util::Expected<std::vector<Connection>> parseConnectionFixture(const boost::json::object& document);
 
 class ConnectionTable {
   public:
     explicit ConnectionTable(std::vector<Connection> connections = {});
 
-    static std::variant<ConnectionTable, std::string> fromFile(const std::string& path);
+    static util::Expected<ConnectionTable> fromFile(const std::string& path);
 
     // The connection-list reply: {"connections": [...]}.
     boost::json::object listReply() const;

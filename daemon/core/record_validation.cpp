@@ -132,19 +132,19 @@ json::object canonicalRule(json::object rule) {
     return rule;
 }
 
-std::variant<json::array, std::string> validateRuleSet(json::array rules) {
+util::Expected<json::array> validateRuleSet(json::array rules) {
     for (std::size_t index = 0; index < rules.size(); ++index) {
         const std::string where = "invalid rule #" + std::to_string(index + 1) + ": ";
         json::object* rule = rules[index].if_object();
         if (rule == nullptr) {
-            return where + "not an object";
+            return util::Failure{where + "not an object"};
         }
         if (auto reason = validateRule(*rule)) {
-            return where + *reason;
+            return util::Failure{where + *reason};
         }
         *rule = canonicalRule(std::move(*rule));
         if (!readsBackUnchanged(*rule)) {
-            return where + "it does not read back unchanged from rule text";
+            return util::Failure{where + "it does not read back unchanged from rule text"};
         }
     }
     return rules;

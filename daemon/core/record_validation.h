@@ -2,11 +2,12 @@
 // produces, and nothing that the rules file could not store.
 #pragma once
 
+#include "util/expected.h"
+
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
 #include <optional>
 #include <string>
-#include <variant>
 
 namespace halvo::daemon {
 
@@ -25,6 +26,6 @@ boost::json::object canonicalRule(boost::json::object rule);
 // The rules in their kept form when every element is a valid record that
 // reads back unchanged from its rule text; otherwise "invalid rule #N:
 // <reason>" for the first that is not.
-std::variant<boost::json::array, std::string> validateRuleSet(boost::json::array rules);
+util::Expected<boost::json::array> validateRuleSet(boost::json::array rules);
 
 } // namespace halvo::daemon

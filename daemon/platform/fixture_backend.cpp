@@ -102,10 +102,10 @@ class DeviceReader {
 
 } // namespace
 
-std::variant<std::vector<Device>, std::string> parseDeviceFixture(const json::object& document) {
+util::Expected<std::vector<Device>> parseDeviceFixture(const json::object& document) {
     const json::value* list = document.if_contains("devices");
     if (list == nullptr || !list->is_array()) {
-        return std::string("\"devices\" must be an array");
+        return util::Failure{"\"devices\" must be an array"};
     }
     std::vector<Device> devices;
     std::size_t number = 0;
@@ -113,11 +113,11 @@ std::variant<std::vector<Device>, std::string> parseDeviceFixture(const json::ob
         ++number;
         const std::string where = "device #" + std::to_string(number) + ": ";
         if (!element.is_object()) {
-            return where + "not an object";
+            return util::Failure{where + "not an object"};
         }
         Device device;
         if (auto error = DeviceReader(element.get_object()).read(device)) {
-            return where + *error;
+            return util::Failure{where + *error};
         }
         devices.push_back(std::move(device));
     }
@@ -126,17 +126,16 @@ std::variant<std::vector<Device>, std::string> parseDeviceFixture(const json::ob
 
 FixtureBackend::FixtureBackend(std::vector<Device> devices) : devices_(std::move(devices)) {}
 
-std::variant<std::unique_ptr<FixtureBackend>, std::string>
-FixtureBackend::fromFile(const std::string& path) {
+util::Expected<std::unique_ptr<FixtureBackend>> FixtureBackend::fromFile(const std::string& path) {
     auto document = util::readJsonObjectFile(path);
-    if (auto* error = std::get_if<std::string>(&document)) {
-        return *error;
+    if (!document) {
+        return util::Failure{document.error()};
     }
-    auto devices = parseDeviceFixture(std::get<json::object>(document));
-    if (auto* error = std::get_if<std::string>(&devices)) {
-        return path + ": " + *error;
+    auto devices = parseDeviceFixture(document.value());
+    if (!devices) {
+        return util::Failure{path + ": " + devices.error()};
     }
-    return std::make_unique<FixtureBackend>(std::get<std::vector<Device>>(std::move(devices)));
+    return std::make_unique<FixtureBackend>(std::move(devices).value());
 }
 
 ScanResult FixtureBackend::scan() {

@@ -6,26 +6,24 @@
 #pragma once
 
 #include "daemon/core/device_backend.h"
+#include "util/expected.h"
 
 #include <boost/json/object.hpp>
 #include <memory>
 #include <string>
-#include <variant>
 #include <vector>
 
 namespace halvo::daemon {
 
 // The fixture's devices, or the first fault found ("device #N: ...").
-std::variant<std::vector<Device>, std::string>
-parseDeviceFixture(const boost::json::object& document);
+util::Expected<std::vector<Device>> parseDeviceFixture(const boost::json::object& document);
 
 class FixtureBackend final : public DeviceBackend {
   public:
     explicit FixtureBackend(std::vector<Device> devices);
 
     // The backend for the fixture file at `path`, or why it cannot be read.
-    static std::variant<std::unique_ptr<FixtureBackend>, std::string>
-    fromFile(const std::string& path);
+    static util::Expected<std::unique_ptr<FixtureBackend>> fromFile(const std::string& path);
 
     ScanResult scan() override;
     // Nothing physical to do: the device table records the state change.

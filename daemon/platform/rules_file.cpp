@@ -54,24 +54,24 @@ bool writeAll(int fd, std::string_view bytes) {
 
 } // namespace
 
-std::variant<json::array, std::string> loadRulesFile(const std::string& path) {
+util::Expected<json::array> loadRulesFile(const std::string& path) {
     struct stat status {};
     if (::stat(path.c_str(), &status) != 0 && errno == ENOENT) {
         return json::array();
     }
     auto bytes = util::readWholeFile(path);
-    if (bytes.index() == 1) {
-        return std::get<1>(bytes);
+    if (!bytes) {
+        return util::Failure{bytes.error()};
     }
-    auto rules = parseRuleText(std::get<0>(bytes));
+    auto rules = parseRuleText(bytes.value());
     if (!rules) {
-        return path + ": rules not loaded";
+        return util::Failure{path + ": rules not loaded"};
     }
     auto accepted = validateRuleSet(std::move(*rules));
-    if (auto* error = std::get_if<std::string>(&accepted)) {
-        return path + ": " + *error;
+    if (!accepted) {
+        return util::Failure{path + ": " + accepted.error()};
     }
-    return std::get<json::array>(std::move(accepted));
+    return accepted;
 }
 
 RulesFileCalls systemRulesFileCalls() {
@@ -91,10 +91,10 @@ RulesSaver::Result RulesFile::save(const json::array& rules) {
         return {Outcome::notSaved, path_ + ": the rules cannot be printed as rule text"};
     }
     auto temporary = writeTemporary(*text);
-    if (temporary.index() == 1) {
-        return {Outcome::notSaved, std::get<1>(std::move(temporary))};
+    if (!temporary) {
+        return {Outcome::notSaved, temporary.error()};
     }
-    const std::string& name = std::get<0>(temporary);
+    const std::string& name = temporary.value();
     if (calls_.rename(name.c_str(), path_.c_str()) != 0) {
         int renameErrno = errno;
         ::unlink(name.c_str());
@@ -117,13 +117,12 @@ RulesSaver::Result RulesFile::save(const json::array& rules) {
 
 // Writes and syncs `text` into a new temporary file beside the rules file;
 // its name, or why not.
-std::variant<std::string, std::string> RulesFile::writeTemporary(std::string_view text) {
+util::Expected<std::string> RulesFile::writeTemporary(std::string_view text) {
     std::string name = (folderOf(path_) / temporaryPrefix(path_)).string();
     name.append(kTemporarySuffix.substr(1));
     int fd = util::makeUniqueFile(name, kFileMode);
     if (fd < 0) {
-        return std::variant<std::string, std::string>(
-            std::in_place_index<1>, failure(path_, "create temporary file", errno));
+        return util::Failure{failure(path_, "create temporary file", errno)};
     }
     const char* step = nullptr;
     // The admin group may read the rules; a daemon that may not give the file
@@ -143,10 +142,9 @@ std::variant<std::string, std::string> RulesFile::writeTemporary(std::string_vie
     }
     if (step != nullptr) {
         ::unlink(name.c_str());
-        return std::variant<std::string, std::string>(std::in_place_index<1>,
-                                                      failure(path_, step, stepErrno));
+        return util::Failure{failure(path_, step, stepErrno)};
     }
-    return std::variant<std::string, std::string>(std::in_place_index<0>, std::move(name));
+    return name;
 }
 
 std::optional<std::string> checkRulesFolder(const std::string& path) {

@@ -12,13 +12,13 @@
 #pragma once
 
 #include "daemon/core/rule_store.h"
+#include "util/expected.h"
 
 #include <boost/json/array.hpp>
 #include <functional>
 #include <optional>
 #include <string>
 #include <sys/types.h>
-#include <variant>
 
 namespace halvo::daemon {
 
@@ -27,7 +27,7 @@ namespace halvo::daemon {
 // the rule number on standard error), one with a rule that could not be
 // saved back unchanged gives "PATH: invalid rule #N: ..."; the file is not
 // touched in either case.
-std::variant<boost::json::array, std::string> loadRulesFile(const std::string& path);
+util::Expected<boost::json::array> loadRulesFile(const std::string& path);
 
 // Why the folder of `path` cannot take a rules file (it must exist and be
 // writable), or nothing.
@@ -55,7 +55,7 @@ class RulesFile final : public RulesSaver {
     Result save(const boost::json::array& rules) override;
 
   private:
-    std::variant<std::string, std::string> writeTemporary(std::string_view text);
+    util::Expected<std::string> writeTemporary(std::string_view text);
 
     std::string path_;
     std::optional<gid_t> group_;

@@ -3,10 +3,10 @@
 #pragma once
 
 #include "daemon/core/device_backend.h"
+#include "util/expected.h"
 
 #include <memory>
 #include <string>
-#include <variant>
 
 namespace halvo::daemon {
 
@@ -15,7 +15,6 @@ extern const char* const kDeviceBackends;
 
 // The backend reading devices below `sysfsRoot`, or why this system has
 // none.
-std::variant<std::unique_ptr<DeviceBackend>, std::string>
-openSystemDevices(const std::string& sysfsRoot);
+util::Expected<std::unique_ptr<DeviceBackend>> openSystemDevices(const std::string& sysfsRoot);
 
 } // namespace halvo::daemon

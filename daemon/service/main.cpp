@@ -22,6 +22,7 @@ namespace {
 
 namespace asio = boost::asio;
 namespace daemon = halvo::daemon;
+namespace util = halvo::util;
 
 constexpr int kExitUsage = 2;
 constexpr int kExitStartFailed = 1;
@@ -31,33 +32,32 @@ int fail(const std::string& message) {
     return kExitStartFailed;
 }
 
-std::variant<std::unique_ptr<daemon::DeviceBackend>, std::string>
-makeBackend(const daemon::Options& options) {
+util::Expected<std::unique_ptr<daemon::DeviceBackend>> makeBackend(const daemon::Options& options) {
     if (!options.deviceFixture) {
         return daemon::openSystemDevices(options.sysfsRoot);
     }
     auto fixture = daemon::FixtureBackend::fromFile(*options.deviceFixture);
-    if (auto* error = std::get_if<std::string>(&fixture)) {
-        return *error;
+    if (!fixture) {
+        return util::Failure{fixture.error()};
     }
-    return std::unique_ptr<daemon::DeviceBackend>(std::get<0>(std::move(fixture)));
+    return std::unique_ptr<daemon::DeviceBackend>(std::move(fixture).value());
 }
 
-std::variant<daemon::ConnectionTable, std::string> makeConnections(const daemon::Options& options) {
+util::Expected<daemon::ConnectionTable> makeConnections(const daemon::Options& options) {
     if (!options.connectionFixture) {
         return daemon::ConnectionTable();
     }
     return daemon::ConnectionTable::fromFile(*options.connectionFixture);
 }
 
-std::variant<boost::json::array, std::string> loadCommittedRules(const daemon::Options& options) {
+util::Expected<boost::json::array> loadCommittedRules(const daemon::Options& options) {
     if (!options.rulesPath) {
         std::fputs("halvod: no --rules file: committed rules are kept in memory only\n", stderr);
         return boost::json::array();
     }
     // A folder that cannot take the file fails here, not at the first commit.
     if (auto problem = daemon::checkRulesFolder(*options.rulesPath)) {
-        return *problem;
+        return util::Failure{*problem};
     }
     daemon::removeLeftoverTemporaries(*options.rulesPath);
     return daemon::loadRulesFile(*options.rulesPath);
@@ -74,10 +74,10 @@ void raiseDescriptorLimit() {
 
 int serve(const daemon::Options& options) {
     auto backend = makeBackend(options);
-    if (auto* error = std::get_if<std::string>(&backend)) {
-        return fail(*error);
+    if (!backend) {
+        return fail(backend.error());
     }
-    daemon::DeviceBackend& devices = *std::get<0>(backend);
+    daemon::DeviceBackend& devices = *backend.value();
     daemon::ScanResult scan = devices.scan();
     if (!scan.error.empty()) {
         return fail("device scan failed: " + scan.error);
@@ -86,20 +86,20 @@ int serve(const daemon::Options& options) {
     table.update(std::move(scan.devices));
 
     auto connections = makeConnections(options);
-    if (auto* error = std::get_if<std::string>(&connections)) {
-        return fail(*error);
+    if (!connections) {
+        return fail(connections.error());
     }
     auto committed = loadCommittedRules(options);
-    if (auto* error = std::get_if<std::string>(&committed)) {
-        return fail(*error);
+    if (!committed) {
+        return fail(committed.error());
     }
     const std::optional<gid_t> adminGroup = daemon::findGroup(options.adminGroup);
     std::optional<daemon::RulesFile> rulesFile;
     if (options.rulesPath) {
         rulesFile.emplace(*options.rulesPath, adminGroup);
     }
-    daemon::RuleStore rules(std::get<0>(std::move(committed)), rulesFile ? &*rulesFile : nullptr);
-    daemon::RequestHandler handler(devices, table, std::get<0>(connections), rules,
+    daemon::RuleStore rules(std::move(committed).value(), rulesFile ? &*rulesFile : nullptr);
+    daemon::RequestHandler handler(devices, table, connections.value(), rules,
                                    options.defaultAction);
 
     raiseDescriptorLimit();

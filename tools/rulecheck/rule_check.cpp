@@ -2,8 +2,8 @@
 
 #include "rules/rule_parser.h"
 #include "rules/rule_printer.h"
-#include "rules/rule_sources.h"
 #include "rules/text_position.h"
+#include "util/whole_input.h"
 
 #include <boost/json/object.hpp>
 #include <string>
@@ -79,7 +79,7 @@ int runRuleCheck(int argc, const char* const* argv, std::FILE* out, std::FILE* e
     const std::string_view operand = argv[1];
     const bool fromStdin = operand == "-";
     const std::optional<std::string> text =
-        rules::load_any_file(fromStdin ? nullptr : argv[1], "rules");
+        util::load_any_file(fromStdin ? nullptr : argv[1], "rules");
     if (!text) {
         return unreadable;
     }

@@ -21,10 +21,10 @@ constexpr std::string_view kFallbackName = "USB device";
 
 std::optional<std::string> readAttribute(const fs::path& folder, const char* name) {
     auto bytes = util::readWholeFile((folder / name).string());
-    if (bytes.index() != 0) {
+    if (!bytes) {
         return std::nullopt;
     }
-    std::string text = std::get<0>(std::move(bytes));
+    std::string text = std::move(bytes).value();
     while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) {
         text.pop_back();
     }

@@ -6,8 +6,7 @@ namespace halvo::daemon {
 
 const char* const kDeviceBackends = "sysfs (--sysfs DIR), fixture (--devices FILE)";
 
-std::variant<std::unique_ptr<DeviceBackend>, std::string>
-openSystemDevices(const std::string& sysfsRoot) {
+util::Expected<std::unique_ptr<DeviceBackend>> openSystemDevices(const std::string& sysfsRoot) {
     return std::make_unique<SysfsBackend>(sysfsRoot);
 }
 

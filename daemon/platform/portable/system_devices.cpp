@@ -6,8 +6,8 @@ namespace halvo::daemon {
 
 const char* const kDeviceBackends = "fixture (--devices FILE)";
 
-std::variant<std::unique_ptr<DeviceBackend>, std::string> openSystemDevices(const std::string&) {
-    return std::string("sysfs devices are available only on Linux; use --devices FILE");
+util::Expected<std::unique_ptr<DeviceBackend>> openSystemDevices(const std::string&) {
+    return util::Failure{"sysfs devices are available only on Linux; use --devices FILE"};
 }
 
 } // namespace halvo::daemon

@@ -1,4 +1,4 @@
-#include "rules/rule_file_writer.h"
+#include "rulefiles/rule_file_writer.h"
 
 #include "rules/rule_printer.h"
 #include "util/unique_file.h"
@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <unistd.h>
 
-namespace halvo::rules {
+namespace halvo::rulefiles {
 namespace {
 
 constexpr std::string_view kEditFileTemplate = "/tmp/tmp.XXXXXXXXXXXX";
@@ -22,7 +22,7 @@ void discardCopy(const std::string& path) {
 // A copy cut short by a full disk would be edited and loaded as if it were
 // the whole rule set, so write errors count as a failed copy.
 bool writeRules(const boost::json::object& reply, std::FILE* stream) {
-    if (outputRuleList(reply, 0, stream) != 0)
+    if (rules::outputRuleList(reply, 0, stream) != 0)
         return false;
     return std::fflush(stream) == 0 && !std::ferror(stream);
 }
@@ -57,4 +57,4 @@ std::optional<std::string> rules2file(const boost::json::object& reply,
     return path;
 }
 
-} // namespace halvo::rules
+} // namespace halvo::rulefiles

@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-namespace halvo::rules {
+namespace halvo::rulefiles {
 
 // Lets the user edit the rule text at `path` and returns the rule set it
 // holds.  When the text does not parse (the parser has said why) asks
@@ -15,4 +15,4 @@ namespace halvo::rules {
 // never rewritten or deleted here, so it keeps the user's last text.
 std::optional<boost::json::array> loadRulesFromEditor(const std::string& path);
 
-} // namespace halvo::rules
+} // namespace halvo::rulefiles

@@ -1,4 +1,4 @@
-#include "rules/editor.h"
+#include "rulefiles/editor.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -11,7 +11,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-namespace halvo::rules {
+namespace halvo::rulefiles {
 namespace {
 
 enum class EditorOutcome { succeeded, failed, notRun };
@@ -109,4 +109,4 @@ int runEditor(const std::string& path) {
     }
 }
 
-} // namespace halvo::rules
+} // namespace halvo::rulefiles

@@ -1,6 +1,6 @@
-#include "rules/prompt.h"
+#include "rulefiles/prompt.h"
 
-namespace halvo::rules {
+namespace halvo::rulefiles {
 
 int areYouSure(const char* prompt) {
     return areYouSure(prompt, stdin, stdout);
@@ -19,4 +19,4 @@ int areYouSure(const char* prompt, std::FILE* in, std::FILE* out) {
     }
 }
 
-} // namespace halvo::rules
+} // namespace halvo::rulefiles

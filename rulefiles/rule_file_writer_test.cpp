@@ -1,4 +1,4 @@
-#include "rules/rule_file_writer.h"
+#include "rulefiles/rule_file_writer.h"
 #include "rules/sources_testing.h"
 
 #include <boost/json/parse.hpp>
@@ -7,10 +7,10 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 
-namespace halvo::rules {
+namespace halvo::rulefiles {
 namespace {
 
-using testing::runInChild;
+using rules::testing::runInChild;
 
 const char* const kRuleList = R"({"rules": [{"action": "share"},
     {"action": "block", "rdesk": false, "name": "Keyboard", "nameMatch": "is",
@@ -36,13 +36,13 @@ TEST(Rules2File, WritesAPrivateUnnumberedCopyAndNamesIt) {
     struct stat info {};
     ASSERT_EQ(::stat(path.c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 07777, 0600u);
-    EXPECT_EQ(testing::readFile(path),
+    EXPECT_EQ(rules::testing::readFile(path),
               "share\nblock !rdesk name is \"Keyboard\" hwid 046d:c31c:0110 class 03:01:02\n");
     ::unlink(path.c_str());
 }
 
 TEST(Rules2File, FailuresLeaveNoFileBehind) {
-    testing::ScratchDir dir;
+    rules::testing::ScratchDir dir;
     struct Case {
         const char* name;
         std::string pathTemplate;
@@ -74,4 +74,4 @@ TEST(Rules2File, FailuresLeaveNoFileBehind) {
 }
 
 } // namespace
-} // namespace halvo::rules
+} // namespace halvo::rulefiles

@@ -1,14 +1,14 @@
-#include "rules/rule_sources.h"
 #include "rules/sources_testing.h"
+#include "util/whole_input.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-namespace halvo::rules {
+namespace halvo::util {
 namespace {
 
-using testing::runInChild;
+using rules::testing::runInChild;
 
 // In a child: echoes the loaded bytes on stdout and ends with 0, or with 1.
 int echoLoaded(const char* path, const char* label) {
@@ -27,11 +27,11 @@ std::string binaryText() {
 }
 
 TEST(LoadAnyFile, FilesLoadWholeOrNotAtAll) {
-    testing::ScratchDir dir;
-    testing::writeFile(dir / "rules", binaryText());
-    testing::writeFile(dir / "empty", "");
-    testing::writeFile(dir / "bad\xff", "share\n");
-    testing::writeFile(dir / "locked", "share\n");
+    rules::testing::ScratchDir dir;
+    rules::testing::writeFile(dir / "rules", binaryText());
+    rules::testing::writeFile(dir / "empty", "");
+    rules::testing::writeFile(dir / "bad\xff", "share\n");
+    rules::testing::writeFile(dir / "locked", "share\n");
     ::chmod((dir / "locked").c_str(), 0);
     const bool rootReadsAll = ::geteuid() == 0;
     struct Case {
@@ -85,4 +85,4 @@ TEST(LoadAnyFile, StdinIsReadToItsEndOrReportedUnreadable) {
 }
 
 } // namespace
-} // namespace halvo::rules
+} // namespace halvo::util

@@ -3,7 +3,7 @@
 
 #include <cstdio>
 
-namespace halvo::rules {
+namespace halvo::rulefiles {
 
 // Prints `prompt` as it stands on stdout and reads stdin until the answer is
 // 'y' or 'n' (lowercase), which it returns.  Newlines are passed over without
@@ -15,4 +15,4 @@ int areYouSure(const char* prompt);
 // The same, talking through `in` and `out`.
 int areYouSure(const char* prompt, std::FILE* in, std::FILE* out);
 
-} // namespace halvo::rules
+} // namespace halvo::rulefiles

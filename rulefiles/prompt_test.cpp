@@ -1,9 +1,9 @@
-#include "rules/prompt.h"
+#include "rulefiles/prompt.h"
 #include "rules/sources_testing.h"
 
 #include <gtest/gtest.h>
 
-namespace halvo::rules {
+namespace halvo::rulefiles {
 namespace {
 
 TEST(AreYouSure, AsksUntilALowercaseAnswer) {
@@ -32,7 +32,7 @@ TEST(AreYouSure, AsksUntilALowercaseAnswer) {
         std::string prompts;
         for (int i = 0; i < c.prompts; ++i)
             prompts += "Sure? ";
-        EXPECT_EQ(testing::drain(out), prompts);
+        EXPECT_EQ(rules::testing::drain(out), prompts);
         std::string unread;
         for (int ch = std::fgetc(in); ch != EOF; ch = std::fgetc(in))
             unread.push_back(static_cast<char>(ch));
@@ -44,11 +44,11 @@ TEST(AreYouSure, AsksUntilALowercaseAnswer) {
 // End of input is a wrong answer like any other, so the question never ends:
 // the child is still asking when its time is up.
 TEST(AreYouSure, EndOfInputRepeatsThePromptWithoutEnd) {
-    const auto run =
-        testing::runInChild([] { return areYouSure("Sure? "); }, "", std::chrono::milliseconds(50));
+    const auto run = rules::testing::runInChild([] { return areYouSure("Sure? "); }, "",
+                                                std::chrono::milliseconds(50));
     EXPECT_EQ(run.status, -1);
     EXPECT_EQ(run.out.substr(0, 18), "Sure? Sure? Sure? ");
 }
 
 } // namespace
-} // namespace halvo::rules
+} // namespace halvo::rulefiles

@@ -3,7 +3,7 @@
 
 #include <string>
 
-namespace halvo::rules {
+namespace halvo::rulefiles {
 
 // Runs the editor named by VISUAL (used even when empty), else EDITOR, else
 // "vi" on `path` and waits for it.  The name is one program looked up on
@@ -17,4 +17,4 @@ namespace halvo::rules {
 // "Cannot get status of editor process\n" on stderr.
 int runEditor(const std::string& path);
 
-} // namespace halvo::rules
+} // namespace halvo::rulefiles

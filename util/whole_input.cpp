@@ -1,6 +1,5 @@
-#include "rules/rule_sources.h"
+#include "util/whole_input.h"
 
-#include "rules/rule_parser.h"
 #include "util/utf8.h"
 
 #include <cerrno>
@@ -10,7 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace halvo::rules {
+namespace halvo::util {
 namespace {
 
 constexpr std::size_t kStdinBlock = 1024;
@@ -47,8 +46,8 @@ bool appendUntilEnd(int fd, std::string& data) {
     }
 }
 
-std::optional<std::string> readWholeFile(const char* path) {
-    if (!util::isValidUtf8(path))
+std::optional<std::string> readFileBytes(const char* path) {
+    if (!isValidUtf8(path))
         return std::nullopt;
     const FileDescriptor file(::open(path, O_RDONLY | O_CLOEXEC));
     if (file.get() < 0)
@@ -81,7 +80,7 @@ std::optional<std::string> readWholeStdin() {
 }
 
 std::optional<std::string> loadBytes(const char* path) {
-    return path == nullptr ? readWholeStdin() : readWholeFile(path);
+    return path == nullptr ? readWholeStdin() : readFileBytes(path);
 }
 
 void reportLoadFailure(const char* path, const char* label) {
@@ -106,11 +105,4 @@ std::optional<std::string> load_any_file(const char* path, const char* label) {
     return data;
 }
 
-std::optional<boost::json::array> load_rule_file(const char* path) {
-    const auto text = load_any_file(path, "rules");
-    if (!text)
-        return std::nullopt;
-    return rule_parser_run(*text);
-}
-
-} // namespace halvo::rules
+} // namespace halvo::util

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-namespace halvo::rules {
+namespace halvo::rulefiles {
 
 // Writes the rules of the daemon's rule-list `reply` as rule text without
 // indexes into a new private file (mode 0600) made from "/tmp/tmp.XXXXXXXXXXXX",
@@ -22,4 +22,4 @@ std::optional<std::string> rules2file(const boost::json::object& reply);
 std::optional<std::string> rules2file(const boost::json::object& reply,
                                       std::string_view pathTemplate);
 
-} // namespace halvo::rules
+} // namespace halvo::rulefiles

@@ -1,4 +1,4 @@
-#include "rules/editor_session.h"
+#include "rulefiles/editor_session.h"
 #include "rules/sources_testing.h"
 
 #include <csignal>
@@ -9,12 +9,12 @@
 #include <unistd.h>
 #include <vector>
 
-namespace halvo::rules {
+namespace halvo::rulefiles {
 namespace {
 
 namespace fs = std::filesystem;
-using testing::runInChild;
-using testing::ScratchDir;
+using rules::testing::runInChild;
+using rules::testing::ScratchDir;
 
 const std::string kRetry =
     "Something went wrong with editor. Press any key to try one more time [y/n]: ";
@@ -41,7 +41,7 @@ std::string installEditor(const ScratchDir& dir, const std::vector<std::string>&
         script += std::to_string(i + 1) + ") " + steps[i] + " ;;\n";
     script += "*) " + steps.back() + " ;;\nesac\n";
     for (const char* name : {"ed", "myeditor", "vi", "noexec"}) {
-        testing::writeFile(bin + "/" + name, script);
+        rules::testing::writeFile(bin + "/" + name, script);
         ::chmod((bin + "/" + name).c_str(), std::string_view(name) == "noexec" ? 0600 : 0700);
     }
     return bin;
@@ -100,7 +100,7 @@ TEST(LoadRulesFromEditor, DialogueWithEditorAndUser) {
         ScratchDir dir;
         const std::string bin = installEditor(dir, c.steps);
         const std::string copy = dir / "rules";
-        testing::writeFile(copy, "share\n");
+        rules::testing::writeFile(copy, "share\n");
 
         const auto run = runInChild(
             [&] {
@@ -118,8 +118,9 @@ TEST(LoadRulesFromEditor, DialogueWithEditorAndUser) {
         EXPECT_EQ(run.status, c.status);
         EXPECT_EQ(run.out, "copy written\n" + c.out);
         EXPECT_EQ(run.err, c.err);
-        EXPECT_EQ(testing::readFile(dir / "runs"), c.runs ? std::to_string(c.runs) + "\n" : "");
-        EXPECT_EQ(testing::readFile(copy), c.finalText);
+        EXPECT_EQ(rules::testing::readFile(dir / "runs"),
+                  c.runs ? std::to_string(c.runs) + "\n" : "");
+        EXPECT_EQ(rules::testing::readFile(copy), c.finalText);
         EXPECT_FALSE(fs::exists(bin + "/marker"));
     }
 }
@@ -130,7 +131,7 @@ TEST(LoadRulesFromEditor, LostEditorStatusEndsTheSessionKeepingTheText) {
     ScratchDir dir;
     const std::string bin = installEditor(dir, {writes("block")});
     const std::string copy = dir / "rules";
-    testing::writeFile(copy, "share\n");
+    rules::testing::writeFile(copy, "share\n");
 
     const auto run = runInChild(
         [&] {
@@ -143,8 +144,8 @@ TEST(LoadRulesFromEditor, LostEditorStatusEndsTheSessionKeepingTheText) {
     EXPECT_EQ(run.status, 255);
     EXPECT_EQ(run.out, "");
     EXPECT_EQ(run.err, "Cannot get status of editor process\n");
-    EXPECT_EQ(testing::readFile(dir / "runs"), "1\n");
-    EXPECT_EQ(testing::readFile(copy), "block\n");
+    EXPECT_EQ(rules::testing::readFile(dir / "runs"), "1\n");
+    EXPECT_EQ(rules::testing::readFile(copy), "block\n");
 }
 
 // A user at the process limit cannot start the editor. Root is exempt from
@@ -154,7 +155,7 @@ TEST(LoadRulesFromEditor, EditorThatCannotBeForkedEndsTheSession) {
     ScratchDir dir;
     const std::string bin = installEditor(dir, {writes("block")});
     const std::string copy = dir / "rules";
-    testing::writeFile(copy, "share\n");
+    rules::testing::writeFile(copy, "share\n");
 
     const auto run = runInChild([&] {
         ::setenv("VISUAL", (bin + "/ed").c_str(), 1);
@@ -168,9 +169,9 @@ TEST(LoadRulesFromEditor, EditorThatCannotBeForkedEndsTheSession) {
         GTEST_SKIP() << "cannot limit the number of processes here";
     EXPECT_EQ(run.status, 255);
     EXPECT_EQ(run.err, "Cannot create process.\n");
-    EXPECT_EQ(testing::readFile(dir / "runs"), "");
-    EXPECT_EQ(testing::readFile(copy), "share\n");
+    EXPECT_EQ(rules::testing::readFile(dir / "runs"), "");
+    EXPECT_EQ(rules::testing::readFile(copy), "share\n");
 }
 
 } // namespace
-} // namespace halvo::rules
+} // namespace halvo::rulefiles

@@ -1,10 +1,10 @@
-#include "rules/editor_session.h"
+#include "rulefiles/editor_session.h"
 
-#include "rules/editor.h"
-#include "rules/prompt.h"
-#include "rules/rule_sources.h"
+#include "rulefiles/editor.h"
+#include "rulefiles/prompt.h"
+#include "rulefiles/rule_sources.h"
 
-namespace halvo::rules {
+namespace halvo::rulefiles {
 
 std::optional<boost::json::array> loadRulesFromEditor(const std::string& path) {
     for (;;) {
@@ -17,4 +17,4 @@ std::optional<boost::json::array> loadRulesFromEditor(const std::string& path) {
     }
 }
 
-} // namespace halvo::rules
+} // namespace halvo::rulefiles
