@@ -27,20 +27,24 @@ std::variant<std::string, std::string> readWholeFile(const std::string& path) {
     if (!file) {
         return std::variant<std::string, std::string>(std::in_place_index<1>, describeErrno(path));
     }
+    return readWholeStream(file.get(), path);
+}
+
+std::variant<std::string, std::string> readWholeStream(std::FILE* stream, const std::string& name) {
     std::string bytes;
     char chunk[65536];
     std::size_t count = 0;
-    while ((count = std::fread(chunk, 1, sizeof chunk, file.get())) > 0) {
+    while ((count = std::fread(chunk, 1, sizeof chunk, stream)) > 0) {
         if (bytes.size() + count > kMaxWholeFileSize) {
             return std::variant<std::string, std::string>(
-                std::in_place_index<1>, path + ": larger than " +
+                std::in_place_index<1>, name + ": larger than " +
                                             std::to_string(kMaxWholeFileSize / (1024 * 1024)) +
                                             " MiB");
         }
         bytes.append(chunk, count);
     }
-    if (std::ferror(file.get())) {
-        return std::variant<std::string, std::string>(std::in_place_index<1>, describeErrno(path));
+    if (std::ferror(stream)) {
+        return std::variant<std::string, std::string>(std::in_place_index<1>, describeErrno(name));
     }
     return std::variant<std::string, std::string>(std::in_place_index<0>, std::move(bytes));
 }
