@@ -143,14 +143,10 @@ rm $work/bin/no-daemon
 
 # halvod: its options, and the values that can be offered.
 expect 'halvod --max-c' '--max-clients --max-clients-per-user'
-expect 'halvod --def' '--default'
-expect 'halvod --default ' 'block share'
 expect 'halvod --default=' 'block share'
-expect 'halvod --config ru' 'rules.txt'
 expect 'halvod --rules=r' 'readme rules.txt'
 expect "halvod --sysfs $work/" 'bin files'
 expect 'halvod --admin-group roo' 'root'
-expect 'halvod --listen ' ''
 expect 'halvod --sysfs /sys --d' '--default'
 
 # halvo-rulecheck: options, then files; after "--" only files.
