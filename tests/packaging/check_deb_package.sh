@@ -103,11 +103,14 @@ for deb in $debs; do
         value=$(dpkg-deb -f "$deb" "${field%%:*}")
         [ "${value#*"${field#*:}"}" != "$value" ] || fail "$package: ${field%%:*} '$value' lacks ${field#*:}"
     done
+    dpkg-deb -f "$deb" Depends >"$work/$package.depends"
     dpkg-deb -c "$deb" | awk '{ print $NF }' | sed 's|^\./||' >"$work/$package.contents"
     dpkg-deb --ctrl-tarfile "$deb" | tar -x -O ./conffiles 2>/dev/null >"$work/$package.conffiles"
 done
 if [ -f "$work/halvod.contents" ]; then
     grep -q -x -F /etc/halvo/halvod.conf "$work/halvod.conffiles" || fail "halvod: /etc/halvo/halvod.conf is not a conffile"
+    # lintian does not see that postinst calls addgroup.
+    grep -q adduser "$work/halvod.depends" || fail "halvod: Depends lacks adduser: $(cat "$work/halvod.depends")"
     "$root/usr/sbin/halvod" --help >/dev/null 2>&1 || fail "halvod --help failed"
 fi
 for entry in "$@"; do
