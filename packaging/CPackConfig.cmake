@@ -52,7 +52,7 @@ set(CPACK_DEBIAN_HALVOD_DESCRIPTION
 halvod shares this machine's USB devices with remote hosts as its sharing
 rules decide, and takes commands from halvoctl on the loopback interface:
 device and connection listings, unplugging, dropping connections and rule
-transactions, changes allowed to root and the halvo group only.
+transactions, changes allowed to root, its own user and the halvo group.
 
 The package holds the daemon, its manual page, bash and zsh completion,
 systemd units for socket activation on 127.0.0.1:32999, and the config file
