@@ -36,8 +36,8 @@ if(TARGET halvod)
 endif()
 
 # Each Debian package carries the copyright file, its changelog (compressed
-# reproducibly) and its lintian overrides, each with its reason.  Only the packages hold them: a plain
-# `cmake --install` leaves them out.
+# reproducibly) and its lintian overrides, each with its reason.  Only the
+# packages hold them: a plain `cmake --install` leaves them out.
 set(HALVO_PACKAGE_MAINTAINER "Halvo developers <maintainers@halvo.invalid>" CACHE STRING
     "Maintainer named in the Debian packages and their changelog")
 set(HALVO_PACKAGE_RELEASE "1" CACHE STRING "Debian revision of the packages")

@@ -58,7 +58,7 @@ void report(std::string_view name, std::string_view text, const rules::RuleTextD
     write(err, caretLine(line, found.column));
 }
 
-constexpr std::string_view kProgram = "halvo-rulecheck";
+constexpr const char* kProgram = "halvo-rulecheck";
 constexpr std::string_view kUsage = "usage: halvo-rulecheck [--strict] FILE|-...\n";
 constexpr std::string_view kHelp =
     "Checks rule files as `halvoctl rule load` reads them, without a daemon: prints\n"
@@ -94,16 +94,16 @@ std::variant<CommandLine, int> parseCommandLine(int argc, const char* const* arg
             write(out, kHelp);
             return valid;
         } else if (argument == "--version") {
-            std::fprintf(out, "%s %s\n", kProgram.data(), HALVO_VERSION);
+            std::fprintf(out, "%s %s\n", kProgram, HALVO_VERSION);
             return valid;
         } else {
-            std::fprintf(err, "%s: unknown option \"%s\"\n", kProgram.data(), argv[i]);
+            std::fprintf(err, "%s: unknown option \"%s\"\n", kProgram, argv[i]);
             write(err, kUsage);
             return unreadable;
         }
     }
     if (line.files.empty()) {
-        std::fprintf(err, "%s: no rule file given\n", kProgram.data());
+        std::fprintf(err, "%s: no rule file given\n", kProgram);
         write(err, kUsage);
         return unreadable;
     }
@@ -117,7 +117,7 @@ int checkOneFile(std::string_view operand, Warnings warnings, std::FILE* stdinSt
     const std::variant<std::string, std::string> text =
         fromStdin ? util::readWholeStream(stdinStream, name) : util::readWholeFile(name);
     if (const auto* reason = std::get_if<1>(&text)) {
-        std::fprintf(err, "%s: %s\n", kProgram.data(), reason->c_str());
+        std::fprintf(err, "%s: %s\n", kProgram, reason->c_str());
         return unreadable;
     }
     return checkRuleText(name, std::get<0>(text), warnings, out, err);
