@@ -2,7 +2,8 @@
 # check_deb_package.sh [--install] BUILD_DIR TARGET... -- PACKAGE:FILE...
 # Brings the TARGETs up to date and builds the Debian packages with CPack.
 # By default: checks their control fields, that each FILE (a path below the
-# root) is in PACKAGE, runs the programs from a scratch root where all are
+# root) is in PACKAGE and that a plain cmake --install puts nothing in place
+# that no package holds, runs the programs from a scratch root where all are
 # unpacked, and runs lintian.  With --install: installs them for real with
 # dpkg -i, runs them, checks what the maintainer scripts made and purges
 # them; that changes the machine, so it runs only as root with CI=true or
@@ -117,6 +118,12 @@ for entry in "$@"; do
     [ -z "$entry" ] || grep -q -x -F "${entry#*:}" "$work/${entry%%:*}.contents" ||
         fail "${entry#*:} is not in the package ${entry%%:*}"
 done
+# What a plain install puts in place is all in the packages: an install rule
+# without a package's component would be left out of both.
+DESTDIR=$work/plain quietly cmake --install "$build" --prefix /usr
+(cd "$work/plain" && find . ! -type d | sed 's|^\./||' | sort) >"$work/plain.list"
+sort -u "$work"/*.contents | comm -23 "$work/plain.list" - >"$work/unpackaged"
+[ ! -s "$work/unpackaged" ] || fail "installed but in no package: $(cat "$work/unpackaged")"
 # shellcheck disable=SC2086
 lintian --fail-on error,warning $debs >"$work/lintian.log" 2>&1 ||
     { cat "$work/lintian.log"; fail "lintian reports errors or warnings"; }
