@@ -17,6 +17,7 @@ packages=(
   scdoc gzip man-db groff-base                      # manual pages and their render check
   zsh bash-completion                               # completion checks
   dpkg-dev file binutils                            # Debian package check
+  adduser                                           # halvod package's postinst, in the dpkg -i check
   util-linux iproute2                               # private network namespaces in tests
   valgrind                                          # memcheck runs on request
 )

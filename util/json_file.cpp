@@ -27,18 +27,22 @@ Expected<std::string> readWholeFile(const std::string& path) {
     if (!file) {
         return Failure{describeErrno(path)};
     }
+    return readWholeStream(file.get(), path);
+}
+
+Expected<std::string> readWholeStream(std::FILE* stream, const std::string& name) {
     std::string bytes;
     char chunk[65536];
     std::size_t count = 0;
-    while ((count = std::fread(chunk, 1, sizeof chunk, file.get())) > 0) {
+    while ((count = std::fread(chunk, 1, sizeof chunk, stream)) > 0) {
         if (bytes.size() + count > kMaxWholeFileSize) {
-            return Failure{path + ": larger than " +
+            return Failure{name + ": larger than " +
                            std::to_string(kMaxWholeFileSize / (1024 * 1024)) + " MiB"};
         }
         bytes.append(chunk, count);
     }
-    if (std::ferror(file.get())) {
-        return Failure{describeErrno(path)};
+    if (std::ferror(stream)) {
+        return Failure{describeErrno(name)};
     }
     return bytes;
 }

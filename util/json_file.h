@@ -5,6 +5,7 @@
 
 #include <boost/json/object.hpp>
 #include <cstddef>
+#include <cstdio>
 #include <string>
 
 namespace halvo::util {
@@ -19,5 +20,9 @@ inline constexpr std::size_t kMaxWholeFileSize = 256u * 1024u * 1024u;
 // The whole file as bytes, or why it cannot be read ("PATH: reason",
 // "PATH: larger than 256 MiB").
 Expected<std::string> readWholeFile(const std::string& path);
+
+// The same for an open stream, read to its end, `name` standing for its path
+// in the reason.
+Expected<std::string> readWholeStream(std::FILE* stream, const std::string& name);
 
 } // namespace halvo::util

@@ -1,20 +1,32 @@
 #!/bin/bash
-# check_bash_completion.sh COMPLETION_SCRIPT
-# Loads the bash completion of halvoctl and checks what it offers, with a
-# stand-in halvoctl on PATH that prints a device and a connection table.  The
-# table runs twice: with the script alone, and with bash-completion's helpers
-# loaded as in an interactive shell, when they are installed.
+# check_bash_completion.sh COMPLETIONS_DIR
+# Loads the bash completion of halvoctl, halvod and halvo-rulecheck and
+# checks what each offers, with a stand-in halvoctl on PATH that prints a
+# device and a connection table.  The table runs twice: with the scripts
+# alone, and with bash-completion's helpers loaded as in an interactive
+# shell, when they are installed.
 set -u
-script=$(cd "$(dirname "$1")" && pwd)/$(basename "$1")
+completions=$(cd "$1" && pwd)
 here=$(cd "$(dirname "$0")" && pwd)
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 mkdir "$work/bin" "$work/files"
 cp "$here/fake_halvoctl" "$work/bin/halvoctl"
-touch "$work/files/rules.txt" "$work/files/readme" "$work/files/my rules"
+touch "$work/files/rules.txt" "$work/files/readme" "$work/files/my rules" "$work/notes"
 PATH=$work/bin:$PATH
 cd "$work/files" || exit 1
+
+load_completions()
+{
+    local program
+    for program in halvoctl halvod halvo-rulecheck; do
+        # shellcheck source=/dev/null
+        source "$completions/$program.bash"
+        complete -p "$program" >/dev/null 2>&1 ||
+            { echo "FAIL: $program.bash registers no completion for $program"; exit 1; }
+    done
+}
 
 failures=0
 checks=0
@@ -31,9 +43,13 @@ expect()
     COMP_LINE=$line
     COMP_POINT=${#line}
     COMPREPLY=()
-    local errors
-    errors=$(_halvoctl halvoctl "${COMP_WORDS[COMP_CWORD]}" "${COMP_WORDS[COMP_CWORD - 1]}" 2>&1 >/dev/null)
-    _halvoctl halvoctl "${COMP_WORDS[COMP_CWORD]}" "${COMP_WORDS[COMP_CWORD - 1]}" 2>/dev/null
+    local errors function
+    # The function that the script registered for the program.
+    function=$(complete -p "${COMP_WORDS[0]}")
+    function=${function#*-F }
+    function=${function%% *}
+    errors=$("$function" "${COMP_WORDS[0]}" "${COMP_WORDS[COMP_CWORD]}" "${COMP_WORDS[COMP_CWORD - 1]}" 2>&1 >/dev/null)
+    "$function" "${COMP_WORDS[0]}" "${COMP_WORDS[COMP_CWORD]}" "${COMP_WORDS[COMP_CWORD - 1]}" 2>/dev/null
     actual=$(printf '%s\n' "${COMPREPLY[@]}" | LC_ALL=C sort | tr '\n' ' ')
     actual=${actual% }
     ((checks++))
@@ -98,12 +114,24 @@ run_table()
     expect "halvoctl conn drop " ""
     expect "halvoctl rule test -r " ""
     rm "$work/bin/no-daemon"
+
+    # halvod: its options, and the values that can be offered.
+    expect "halvod --" "--admin-group --allow-remote --config --connections --default --devices --help --idle-seconds --listen --max-clients --max-clients-per-user --max-parse-mib --max-unread-mib --memory-budget-mib --rescan-ms --rules --rules-in-memory --share-listen --sysfs --version"
+    expect "halvod --default " "block share"
+    expect "halvod --config ru" "rules.txt"
+    expect "halvod --sysfs $work/" "$work/bin $work/files"
+    expect "halvod --admin-group roo" "root"
+    expect "halvod --listen " ""
+
+    # halvo-rulecheck: options, then files; after "--" only files.
+    expect "halvo-rulecheck -" "--help --strict --version"
+    expect "halvo-rulecheck --strict r" "readme rules.txt"
+    expect "halvo-rulecheck rules.txt m" "my rules"
+    expect "halvo-rulecheck -- --" ""
 }
 
 mode=plain
-# shellcheck source=/dev/null
-source "$script"
-declare -F _halvoctl >/dev/null || { echo "FAIL: $script defines no _halvoctl"; exit 1; }
+load_completions
 run_table
 
 helpers=
@@ -114,7 +142,7 @@ if [[ -n $helpers ]]; then
     mode=bash-completion
     # shellcheck source=/dev/null
     source "$helpers" >/dev/null 2>&1
-    source "$script"
+    load_completions
     run_table
 else
     echo "note: bash-completion not installed; checked the plain script only"

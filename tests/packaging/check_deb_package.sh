@@ -1,10 +1,16 @@
 #!/bin/sh
-# check_deb_package.sh BUILD_DIR TARGET... -- FILE...
-# Brings the TARGETs that the package installs up to date, builds the Debian
-# package from the build tree with CPack, unpacks it into a scratch root, runs
-# the packaged halvoctl from there and checks that each FILE (a path below the
-# root, e.g. usr/bin/halvoctl) is in the package.
+# check_deb_package.sh [--install] BUILD_DIR TARGET... -- PACKAGE:FILE...
+# Brings the TARGETs up to date and builds the Debian packages with CPack.
+# By default: checks their control fields, that each FILE (a path below the
+# root) is in PACKAGE and that a plain cmake --install puts nothing in place
+# that no package holds, runs the programs from a scratch root where all are
+# unpacked, and runs lintian.  With --install: installs them for real with
+# dpkg -i, runs them, checks what the maintainer scripts made and purges
+# them; that changes the machine, so it runs only as root with CI=true or
+# HALVO_TEST_DPKG_INSTALL=1 (a machine thrown away afterwards).
 set -u
+install=false
+[ "${1-}" = --install ] && { install=true; shift; }
 build=$1
 shift
 targets=
@@ -13,70 +19,114 @@ while [ $# -gt 0 ] && [ "$1" != -- ]; do
     shift
 done
 [ $# -gt 0 ] && shift
+packages=$(for entry in "$@"; do [ -n "$entry" ] && echo "${entry%%:*}"; done | sort -u | tr '\n' ' ')
+packages=${packages% }
 
+if $install; then
+    [ "${CI-}" = true ] || [ "${HALVO_TEST_DPKG_INSTALL-}" = 1 ] || {
+        echo "SKIPPED: installs packages for real; set CI=true or HALVO_TEST_DPKG_INSTALL=1 on a throw-away machine"
+        exit 77
+    }
+    [ "$(id -u)" -eq 0 ] || { echo "SKIPPED: dpkg -i needs root"; exit 77; }
+    for package in $packages; do
+        dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q installed &&
+            { echo "SKIPPED: $package is installed on this machine already; not touching it"; exit 77; }
+    done
+fi
 missing=
-for tool in cpack:cmake dpkg-deb:dpkg dpkg-shlibdeps:dpkg-dev file:file strip:binutils; do
+for tool in cpack:cmake dpkg-deb:dpkg dpkg-shlibdeps:dpkg-dev file:file strip:binutils lintian:lintian; do
     command -v "${tool%%:*}" >/dev/null 2>&1 || missing="$missing ${tool#*:}"
 done
-if [ -n "$missing" ]; then
-    echo "SKIPPED: tools missing; install the Debian packages:$missing"
-    exit 77
-fi
+[ -z "$missing" ] || { echo "SKIPPED: tools missing; install the Debian packages:$missing"; exit 77; }
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 status=0
 fail() { echo "FAIL: $*"; status=1; }
+# Runs "$@" with its output kept aside; shows it and stops on failure.
+quietly() {
+    "$@" >"$work/log" 2>&1 || { cat "$work/log"; echo "FAIL: $*"; exit 1; }
+}
 
 # cpack installs what is there; it does not build.
 # shellcheck disable=SC2086
-if ! cmake --build "$build" --target $targets >"$work/build.log" 2>&1; then
-    cat "$work/build.log"
-    echo "FAIL: could not build$targets"
-    exit 1
-fi
-if ! cpack -G DEB --config "$build/CPackConfig.cmake" -B "$work/out" >"$work/cpack.log" 2>&1; then
-    cat "$work/cpack.log"
-    echo "FAIL: cpack could not build the package"
-    exit 1
-fi
-deb=$(ls "$work"/out/*.deb 2>/dev/null)
-if [ "$(printf '%s\n' "$deb" | grep -c '\.deb$')" -ne 1 ]; then
-    echo "FAIL: expected one .deb, found: $deb"
-    exit 1
-fi
-echo "package: $(basename "$deb")"
-
-# The control fields that the installation relies on.
-[ "$(dpkg-deb -f "$deb" Package)" = halvoctl ] || fail "package name is not halvoctl"
-[ "$(dpkg-deb -f "$deb" Section)" = admin ] || fail "section is not admin"
-depends=$(dpkg-deb -f "$deb" Depends)
-case "$depends" in
-*libc6*) ;;
-*) fail "Depends lacks libc6 (dpkg-shlibdeps not run?): '$depends'" ;;
-esac
-
-# Every expected file is in the package.
-dpkg-deb -c "$deb" | awk '{ print $NF }' | sed 's|^\./||' >"$work/contents"
-for file in "$@"; do
-    [ -n "$file" ] || continue
-    grep -q -x -F "$file" "$work/contents" || fail "$file is not in the package"
+quietly cmake --build "$build" --target $targets
+quietly cpack -G DEB --config "$build/CPackConfig.cmake" -B "$work/out"
+debs=
+for package in $packages; do
+    deb=$(ls "$work"/out/"${package}"_*.deb 2>/dev/null)
+    [ -f "$deb" ] || { echo "FAIL: no package $package among: $(ls "$work/out")"; exit 1; }
+    debs="$debs $deb"
 done
 
-# The packaged program runs from the unpacked tree.
-dpkg-deb -x "$deb" "$work/root"
-"$work/root/usr/bin/halvoctl" -h >"$work/help" 2>"$work/help.err"
-help_status=$?
-[ $help_status -eq 0 ] || fail "halvoctl -h exited with $help_status"
-expected=$(printf 'Usage:\thalvoctl dev\t\t- show list of devices')
-[ "$(head -n 1 "$work/help")" = "$expected" ] ||
+root=$work/root
+if $install; then
+    root=
+    group_existed=false
+    getent group halvo >/dev/null && group_existed=true
+    # shellcheck disable=SC2086
+    quietly dpkg -i $debs
+else
+    for deb in $debs; do dpkg-deb -x "$deb" "$root"; done
+fi
+
+# halvoctl: its help on standard output, nothing on standard error.
+"$root/usr/bin/halvoctl" -h >"$work/help" 2>"$work/help.err" || fail "halvoctl -h exited with $?"
+[ "$(head -n 1 "$work/help")" = "$(printf 'Usage:\thalvoctl dev\t\t- show list of devices')" ] ||
     fail "first help line is '$(head -n 1 "$work/help")'"
 [ ! -s "$work/help.err" ] || fail "halvoctl -h wrote to standard error: $(cat "$work/help.err")"
 
-# Compressed manual pages must open.
-for page in $(grep '^usr/share/man/.*\.gz$' "$work/contents"); do
-    gzip -t "$work/root/$page" || fail "$page is not a valid gzip file"
-done
+if $install; then
+    case " $packages " in *" halvod "*)
+        version=$(dpkg-query -W -f='${Version}' halvod)
+        if ! said=$(/usr/sbin/halvod --version 2>&1); then
+            fail "halvod --version failed: $said"
+        elif [ "${said#*"${version%-*}"}" = "$said" ]; then
+            fail "halvod --version does not say ${version%-*}: $said"
+        fi
+        state=$(stat -c '%a %U:%G' /var/lib/halvo 2>&1)
+        [ "$state" = "750 root:halvo" ] || fail "/var/lib/halvo is '$state', not '750 root:halvo'"
+        ;;
+    esac
+    # shellcheck disable=SC2086
+    quietly dpkg --purge $packages
+    for gone in /usr/bin/halvoctl /usr/sbin/halvod /etc/halvo/halvod.conf /var/lib/halvo; do
+        [ ! -e "$gone" ] || fail "$gone is still there after the purge"
+    done
+    $group_existed || delgroup --system --quiet halvo >/dev/null 2>&1 || true
+    [ $status -eq 0 ] && echo "ok: installed $packages, ran them, purged"
+    exit $status
+fi
 
-[ $status -eq 0 ] && echo "ok: $(wc -l <"$work/contents") entries, halvoctl -h runs"
+for deb in $debs; do
+    package=$(dpkg-deb -f "$deb" Package)
+    for field in Section:admin Priority:optional Depends:libc6; do
+        value=$(dpkg-deb -f "$deb" "${field%%:*}")
+        [ "${value#*"${field#*:}"}" != "$value" ] || fail "$package: ${field%%:*} '$value' lacks ${field#*:}"
+    done
+    dpkg-deb -f "$deb" Depends >"$work/$package.depends"
+    dpkg-deb -c "$deb" | awk '{ print $NF }' | sed 's|^\./||' >"$work/$package.contents"
+    dpkg-deb --ctrl-tarfile "$deb" | tar -x -O ./conffiles 2>/dev/null >"$work/$package.conffiles"
+done
+if [ -f "$work/halvod.contents" ]; then
+    grep -q -x -F /etc/halvo/halvod.conf "$work/halvod.conffiles" || fail "halvod: /etc/halvo/halvod.conf is not a conffile"
+    # lintian does not see that postinst calls addgroup.
+    grep -q adduser "$work/halvod.depends" || fail "halvod: Depends lacks adduser: $(cat "$work/halvod.depends")"
+    "$root/usr/sbin/halvod" --help >/dev/null 2>&1 || fail "halvod --help failed"
+fi
+for entry in "$@"; do
+    [ -z "$entry" ] || grep -q -x -F "${entry#*:}" "$work/${entry%%:*}.contents" ||
+        fail "${entry#*:} is not in the package ${entry%%:*}"
+done
+# What a plain install puts in place is all in the packages: an install rule
+# without a package's component would be left out of both.
+DESTDIR=$work/plain quietly cmake --install "$build" --prefix /usr
+(cd "$work/plain" && find . ! -type d | sed 's|^\./||' | sort) >"$work/plain.list"
+sort -u "$work"/*.contents | comm -23 "$work/plain.list" - >"$work/unpackaged"
+[ ! -s "$work/unpackaged" ] || fail "installed but in no package: $(cat "$work/unpackaged")"
+# shellcheck disable=SC2086
+lintian --fail-on error,warning $debs >"$work/lintian.log" 2>&1 ||
+    { cat "$work/lintian.log"; fail "lintian reports errors or warnings"; }
+
+[ $status -eq 0 ] && echo "ok: $packages: $(cat "$work"/*.contents | wc -l) entries, the programs run, lintian clean"
 exit $status

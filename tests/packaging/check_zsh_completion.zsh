@@ -1,7 +1,7 @@
 # zsh -f check_zsh_completion.zsh COMPLETIONS_DIR
-# Loads _halvoctl into an interactive zsh on a pseudo-terminal, presses Tab
-# after a series of command lines and checks the matches that the completion
-# adds.  A stand-in halvoctl on PATH prints a device and a connection table.
+# Loads the completions (_halvoctl, _halvod, _halvo-rulecheck) into an
+# interactive zsh on a pseudo-terminal, presses Tab after a series of command
+# lines and checks the matches that the completion adds.  A stand-in halvoctl on PATH prints a device and a connection table.
 #
 # The inner shell wraps compadd so that every call that adds matches also
 # writes them, one per line, to a capture file; a post-completion hook then
@@ -17,7 +17,7 @@ work=$(mktemp -d)
 trap 'zpty -d inner 2>/dev/null; rm -rf $work' EXIT
 mkdir $work/bin $work/files
 cp $here/fake_halvoctl $work/bin/halvoctl
-touch $work/files/rules.txt $work/files/readme
+touch $work/files/rules.txt $work/files/readme $work/notes
 capture=$work/capture
 output=$work/output
 : >$capture
@@ -140,6 +140,19 @@ fi
 (( checks++ ))
 expect 'halvoctl conn kill ' ''
 rm $work/bin/no-daemon
+
+# halvod: its options, and the values that can be offered.
+expect 'halvod --max-c' '--max-clients --max-clients-per-user'
+expect 'halvod --default=' 'block share'
+expect 'halvod --rules=r' 'readme rules.txt'
+expect "halvod --sysfs $work/" 'bin files'
+expect 'halvod --admin-group roo' 'root'
+expect 'halvod --sysfs /sys --d' '--default'
+
+# halvo-rulecheck: options, then files; after "--" only files.
+expect 'halvo-rulecheck --s' '--strict'
+expect 'halvo-rulecheck --strict r' 'readme rules.txt'
+expect 'halvo-rulecheck -- --' ''
 
 print -r "$(( checks - failures )) passed, $failures failed"
 (( failures == 0 ))

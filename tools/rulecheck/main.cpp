@@ -3,5 +3,5 @@
 #include <cstdio>
 
 int main(int argc, char** argv) {
-    return halvo::rulecheck::runRuleCheck(argc, argv, stdout, stderr);
+    return halvo::rulecheck::runRuleCheck(argc, argv, stdin, stdout, stderr);
 }

@@ -3,10 +3,13 @@
 #include "rules/rule_parser.h"
 #include "rules/rule_printer.h"
 #include "rules/text_position.h"
-#include "util/whole_input.h"
+#include "util/json_file.h"
 
+#include <algorithm>
 #include <boost/json/object.hpp>
 #include <string>
+#include <variant>
+#include <vector>
 
 namespace halvo::rulecheck {
 
@@ -55,9 +58,75 @@ void report(std::string_view name, std::string_view text, const rules::RuleTextD
     write(err, caretLine(line, found.column));
 }
 
+constexpr const char* kProgram = "halvo-rulecheck";
+constexpr std::string_view kUsage = "usage: halvo-rulecheck [--strict] FILE|-...\n";
+constexpr std::string_view kHelp =
+    "Checks rule files as `halvoctl rule load` reads them, without a daemon: prints\n"
+    "the rules of each valid file in their canonical form, or the first error of\n"
+    "a file as FILE:LINE:COLUMN with the line and a caret under the column.\n"
+    "  --strict    a file with a warning fails too\n"
+    "  --help      this text\n"
+    "  --version   the program's version\n"
+    "FILE - is standard input.  Exit status: 0 every file is valid, 1 a file has\n"
+    "an error, 2 a file cannot be read or the command line is wrong.\n";
+
+struct CommandLine {
+    Warnings warnings = Warnings::allowed;
+    std::vector<std::string_view> files;
+};
+
+// The command line, or the status to exit with once it has been answered
+// (help, version) or refused.
+std::variant<CommandLine, int> parseCommandLine(int argc, const char* const* argv, std::FILE* out,
+                                                std::FILE* err) {
+    CommandLine line;
+    bool operandsOnly = false;
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view argument = argv[i];
+        if (operandsOnly || argument == "-" || !argument.starts_with('-')) {
+            line.files.push_back(argument);
+        } else if (argument == "--") {
+            operandsOnly = true;
+        } else if (argument == "--strict") {
+            line.warnings = Warnings::fail;
+        } else if (argument == "--help" || argument == "-h") {
+            write(out, kUsage);
+            write(out, kHelp);
+            return valid;
+        } else if (argument == "--version") {
+            std::fprintf(out, "%s %s\n", kProgram, HALVO_VERSION);
+            return valid;
+        } else {
+            std::fprintf(err, "%s: unknown option \"%s\"\n", kProgram, argv[i]);
+            write(err, kUsage);
+            return unreadable;
+        }
+    }
+    if (line.files.empty()) {
+        std::fprintf(err, "%s: no rule file given\n", kProgram);
+        write(err, kUsage);
+        return unreadable;
+    }
+    return line;
+}
+
+int checkOneFile(std::string_view operand, Warnings warnings, std::FILE* stdinStream,
+                 std::FILE* out, std::FILE* err) {
+    const bool fromStdin = operand == "-";
+    const std::string name = fromStdin ? "<stdin>" : std::string(operand);
+    const util::Expected<std::string> text =
+        fromStdin ? util::readWholeStream(stdinStream, name) : util::readWholeFile(name);
+    if (!text) {
+        std::fprintf(err, "%s: %s\n", kProgram, text.error().c_str());
+        return unreadable;
+    }
+    return checkRuleText(name, *text, warnings, out, err);
+}
+
 } // namespace
 
-int checkRuleText(std::string_view name, std::string_view text, std::FILE* out, std::FILE* err) {
+int checkRuleText(std::string_view name, std::string_view text, Warnings warnings, std::FILE* out,
+                  std::FILE* err) {
     rules::RuleTextReport checked = rules::parseRuleTextDetailed(text);
     for (const rules::RuleTextDiagnostic& notice : checked.notices) {
         report(name, text, notice, "warning: ", err);
@@ -66,24 +135,26 @@ int checkRuleText(std::string_view name, std::string_view text, std::FILE* out, 
         report(name, text, *checked.error, "", err);
         return invalid;
     }
+    if (warnings == Warnings::fail && !checked.notices.empty()) {
+        return invalid;
+    }
     boost::json::object reply(checked.records->storage());
     reply.emplace("rules", std::move(*checked.records));
     return rules::outputRuleList(reply, 0, out) == 0 ? valid : invalid;
 }
 
-int runRuleCheck(int argc, const char* const* argv, std::FILE* out, std::FILE* err) {
-    if (argc != 2 || argv[1][0] == '\0') {
-        std::fputs("usage: halvo-rulecheck FILE|-\n", err);
-        return unreadable;
+int runRuleCheck(int argc, const char* const* argv, std::FILE* stdinStream, std::FILE* out,
+                 std::FILE* err) {
+    const std::variant<CommandLine, int> parsed = parseCommandLine(argc, argv, out, err);
+    if (const int* status = std::get_if<int>(&parsed)) {
+        return *status;
     }
-    const std::string_view operand = argv[1];
-    const bool fromStdin = operand == "-";
-    const std::optional<std::string> text =
-        util::load_any_file(fromStdin ? nullptr : argv[1], "rules");
-    if (!text) {
-        return unreadable;
+    const CommandLine& line = std::get<CommandLine>(parsed);
+    int worst = valid;
+    for (const std::string_view file : line.files) {
+        worst = std::max(worst, checkOneFile(file, line.warnings, stdinStream, out, err));
     }
-    return checkRuleText(fromStdin ? "<stdin>" : operand, *text, out, err);
+    return worst;
 }
 
 } // namespace halvo::rulecheck

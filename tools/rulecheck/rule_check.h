@@ -1,7 +1,7 @@
-// halvo-rulecheck: checks a rule file with the parser of `halvoctl rule
-// load`, without a daemon.  A valid file is printed back in its canonical
-// form; the first error is shown as FILE:LINE:COLUMN with the line and a
-// caret under the word at fault.
+// halvo-rulecheck: checks rule files with the parser of `halvoctl rule
+// load`, without a daemon.  Each valid file is printed back in its canonical
+// form; the first error of each file is shown as FILE:LINE:COLUMN with the
+// line and a caret under the word at fault.
 #pragma once
 
 #include <cstdio>
@@ -9,19 +9,26 @@
 
 namespace halvo::rulecheck {
 
+// Ordered by gravity: a run over several files exits with the gravest.
 enum ExitStatus : int {
     valid = 0,      // the canonical rules are on `out`
     invalid = 1,    // the first error is on `err`
-    unreadable = 2, // the file could not be read, or the command line is wrong
+    unreadable = 2, // a file could not be read, or the command line is wrong
 };
+
+enum class Warnings { allowed, fail };
 
 // Checks `text`, read from `name`: prints the canonical rules on `out` and
 // returns `valid`, or prints the first error on `err` and returns `invalid`.
 // Clauses that the parser ignores at the end of a rule are shown on `err`
-// as warnings.
-int checkRuleText(std::string_view name, std::string_view text, std::FILE* out, std::FILE* err);
+// as warnings; with Warnings::fail a text that has any is `invalid` and
+// nothing goes to `out`.
+int checkRuleText(std::string_view name, std::string_view text, Warnings warnings, std::FILE* out,
+                  std::FILE* err);
 
-// The whole program: `halvo-rulecheck FILE|-`.
-int runRuleCheck(int argc, const char* const* argv, std::FILE* out, std::FILE* err);
+// The whole program: `halvo-rulecheck [--strict] FILE|-...`, `--help`,
+// `--version`; `stdinStream` is what `-` reads.
+int runRuleCheck(int argc, const char* const* argv, std::FILE* stdinStream, std::FILE* out,
+                 std::FILE* err);
 
 } // namespace halvo::rulecheck

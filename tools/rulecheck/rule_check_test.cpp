@@ -1,14 +1,19 @@
+#include "tests/support/files.h"
 #include "tools/rulecheck/rule_check.h"
 #include "util/output_testing.h"
 
 #include <cstdio>
+#include <filesystem>
 #include <gtest/gtest.h>
+#include <memory>
 #include <string>
+#include <vector>
 
 namespace {
 
 using halvo::rulecheck::checkRuleText;
 using halvo::rulecheck::runRuleCheck;
+using halvo::rulecheck::Warnings;
 
 struct Outcome {
     int status = -1;
@@ -28,7 +33,7 @@ template <class Body> Outcome capture(Body body) {
 
 Outcome check(std::string_view text) {
     return capture([text](std::FILE* out, std::FILE* err) {
-        return checkRuleText("r.rules", text, out, err);
+        return checkRuleText("r.rules", text, Warnings::allowed, out, err);
     });
 }
 
@@ -148,20 +153,55 @@ TEST(RuleCheckTest, IgnoredEndsOfRulesAreWarnedAbout) {
                                       "negates nothing and is ignored\nblock !\n      ^\n");
 }
 
-TEST(RuleCheckTest, UnreadableFilesAndBadCommandLines) {
-    const char* missing[] = {"halvo-rulecheck", "/nonexistent/rules"};
-    testing::internal::CaptureStderr();
-    const Outcome unreadable =
-        capture([&](std::FILE* out, std::FILE* err) { return runRuleCheck(2, missing, out, err); });
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "Error loading rules from /nonexistent/rules.\n");
-    EXPECT_EQ(unreadable.status, 2);
+struct CommandLineCase {
+    std::vector<const char*> arguments; // after the program name
+    int status;
+    std::string out;
+    std::string err;
+};
 
-    const char* none[] = {"halvo-rulecheck"};
-    const Outcome usage =
-        capture([&](std::FILE* out, std::FILE* err) { return runRuleCheck(1, none, out, err); });
-    EXPECT_EQ(usage.status, 2);
-    EXPECT_EQ(usage.err, "usage: halvo-rulecheck FILE|-\n");
+// Options, several files (the exit status is the gravest outcome), standard
+// input, and unreadable files named with the system's reason.
+TEST(RuleCheckTest, CommandLines) {
+    const halvo::testkit::TempDir folder;
+    folder.write("good", "share\n");
+    folder.write("bad", "Share\n");
+    folder.write("warn", "share host\n");
+    const std::string usage = "usage: halvo-rulecheck [--strict] FILE|-...\n";
+    const std::string badReport = "bad:1:1: rule #1: unknown clause word \"Share\"\nShare\n^\n";
+    const std::string warning = "warn:1:7: warning: rule #1: missing value: \"host\" at the end of "
+                                "the rule has no value and is ignored\nshare host\n      ^\n";
+    const CommandLineCase cases[] = {
+        {{"--version"}, 0, "halvo-rulecheck " HALVO_VERSION "\n", ""},
+        {{}, 2, "", "halvo-rulecheck: no rule file given\n" + usage},
+        {{"--bogus", "good"}, 2, "", "halvo-rulecheck: unknown option \"--bogus\"\n" + usage},
+        {{"good", "bad", "good"}, 1, "share\nshare\n", badReport},
+        {{"missing", "bad"},
+         2,
+         "",
+         "halvo-rulecheck: missing: No such file or directory\n" + badReport},
+        {{"."}, 2, "", "halvo-rulecheck: .: Is a directory\n"},
+        {{"--", "--strict"}, 2, "", "halvo-rulecheck: --strict: No such file or directory\n"},
+        {{"warn"}, 0, "share\n", warning},
+        {{"good", "--strict", "warn"}, 1, "share\n", warning},
+        {{"-", "good"}, 0, "block\nshare\n", ""},
+    };
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(folder.path());
+    for (const CommandLineCase& c : cases) {
+        std::vector<const char*> argv{"halvo-rulecheck"};
+        argv.insert(argv.end(), c.arguments.begin(), c.arguments.end());
+        const std::unique_ptr<std::FILE, int (*)(std::FILE*)> input(std::tmpfile(), &std::fclose);
+        std::fputs("block\n", input.get());
+        std::rewind(input.get());
+        const Outcome run = capture([&](std::FILE* out, std::FILE* err) {
+            return runRuleCheck(static_cast<int>(argv.size()), argv.data(), input.get(), out, err);
+        });
+        EXPECT_EQ(run.status, c.status) << argv.back();
+        EXPECT_EQ(run.out, c.out) << argv.back();
+        EXPECT_EQ(run.err, c.err) << argv.back();
+    }
+    std::filesystem::current_path(before);
 }
 
 } // namespace
