@@ -2,7 +2,7 @@
 // record within the limits of the text form (see record_generator.h).
 #include "rules/record_generator.h"
 #include "rules/rule_parser.h"
-#include "rules/rule_testing.h"
+#include "tests/support/rule_printing.h"
 
 #include <boost/json/serialize.hpp>
 #include <gtest/gtest.h>
@@ -12,7 +12,7 @@ namespace {
 namespace json = boost::json;
 using halvo::rules::RecordGenerator;
 using halvo::rules::rule_parser_run;
-using halvo::rules::testing::printRules;
+using halvo::testkit::printRules;
 
 TEST(RuleRoundTripTest, PrintedRecordsReadBackUnchanged) {
     RecordGenerator generator(20240611);

@@ -1,5 +1,6 @@
 #include "rules/rule_sources.h"
-#include "rules/sources_testing.h"
+#include "tests/support/files.h"
+#include "tests/support/process_runner.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -8,7 +9,7 @@
 namespace halvo::rules {
 namespace {
 
-using testing::runInChild;
+using testkit::runInChild;
 
 // In a child: echoes the loaded bytes on stdout and ends with 0, or with 1.
 int echoLoaded(const char* path, const char* label) {
@@ -27,11 +28,11 @@ std::string binaryText() {
 }
 
 TEST(LoadAnyFile, FilesLoadWholeOrNotAtAll) {
-    testing::ScratchDir dir;
-    testing::writeFile(dir / "rules", binaryText());
-    testing::writeFile(dir / "empty", "");
-    testing::writeFile(dir / "bad\xff", "share\n");
-    testing::writeFile(dir / "locked", "share\n");
+    testkit::TempDir dir;
+    testkit::writeFile(dir / "rules", binaryText());
+    testkit::writeFile(dir / "empty", "");
+    testkit::writeFile(dir / "bad\xff", "share\n");
+    testkit::writeFile(dir / "locked", "share\n");
     ::chmod((dir / "locked").c_str(), 0);
     const bool rootReadsAll = ::geteuid() == 0;
     struct Case {
@@ -49,9 +50,8 @@ TEST(LoadAnyFile, FilesLoadWholeOrNotAtAll) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.path);
         const auto run = runInChild([&] { return echoLoaded(c.path.c_str(), "test set"); });
-        EXPECT_EQ(run.status, c.loads ? 0 : 1);
-        EXPECT_EQ(run.out, c.content);
-        EXPECT_EQ(run.err, c.loads ? "" : "Error loading test set from " + c.path + ".\n");
+        EXPECT_TRUE(finished(run, c.loads ? 0 : 1, c.content,
+                             c.loads ? "" : "Error loading test set from " + c.path + ".\n"));
     }
 }
 
@@ -78,9 +78,7 @@ TEST(LoadAnyFile, StdinIsReadToItsEndOrReportedUnreadable) {
                 return echoLoaded(nullptr, "rules");
             },
             c.input);
-        EXPECT_EQ(run.status, *c.err ? 1 : 0);
-        EXPECT_EQ(run.out, c.out);
-        EXPECT_EQ(run.err, c.err);
+        EXPECT_TRUE(finished(run, *c.err ? 1 : 0, c.out, c.err));
     }
 }
 

@@ -12,7 +12,7 @@ json::object record(std::string_view text) {
     return json::parse(text).as_object();
 }
 
-TEST(RuleCheckTest, RecordsTheParserMakesPass) {
+TEST(RecordValidationTest, RecordsTheParserMakesPass) {
     const char* valid[] = {
         R"({"action":"share"})",
         R"({"action":"block","quick":true,"host":["10.0.0.5","lab"],"notHost":true})",
@@ -31,7 +31,7 @@ TEST(RuleCheckTest, RecordsTheParserMakesPass) {
     }
 }
 
-TEST(RuleCheckTest, FalseTakeawayIsKeptAsNoTakeaway) {
+TEST(RecordValidationTest, FalseTakeawayIsKeptAsNoTakeaway) {
     json::array set;
     set.push_back(record(R"({"action":"share","takeaway":false})"));
     set.push_back(record(R"({"action":"share","takeaway":true})"));
@@ -75,14 +75,14 @@ const RefusalCase kRefusals[] = {
     {R"({"action":"share","port":12})", R"("port" must be a string)"},
 };
 
-TEST(RuleCheckTest, RefusalNamesTheBrokenInvariant) {
+TEST(RecordValidationTest, RefusalNamesTheBrokenInvariant) {
     for (const RefusalCase& row : kRefusals) {
         EXPECT_EQ(validateRule(record(row.record)), std::optional<std::string>(row.reason))
             << row.record;
     }
 }
 
-TEST(RuleCheckTest, SetRefusalNamesTheRuleNumber) {
+TEST(RecordValidationTest, SetRefusalNamesTheRuleNumber) {
     json::array rules;
     rules.push_back(record(R"({"action":"share"})"));
     rules.push_back(record(R"({"action":"block","pid":2})"));
@@ -94,7 +94,7 @@ TEST(RuleCheckTest, SetRefusalNamesTheRuleNumber) {
 
 // Valid records that the rules file could not keep: their rule text reads
 // back as something else, so committing them would lose them.
-TEST(RuleCheckTest, RecordsThatDoNotSurviveRuleTextAreRefused) {
+TEST(RecordValidationTest, RecordsThatDoNotSurviveRuleTextAreRefused) {
     const char* unstorable[] = {
         R"({"action":"share","name":"say \"hi\"","nameMatch":"is"})",
         R"({"action":"share","serial":""})",

@@ -270,20 +270,8 @@ int DaemonProcess::wait() {
     return decodeStatus(status);
 }
 
-ExitResult runToExit(const std::vector<std::string>& arguments, std::chrono::milliseconds timeout) {
-    TempDir scratch;
-    pid_t pid = spawnHalvod(arguments, scratch / "stderr");
-    auto deadline = std::chrono::steady_clock::now() + timeout;
-    int status = 0;
-    while (::waitpid(pid, &status, WNOHANG) == 0) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            ::kill(pid, SIGKILL);
-            ::waitpid(pid, &status, 0);
-            break;
-        }
-        std::this_thread::sleep_for(10ms);
-    }
-    return ExitResult{decodeStatus(status), readFile(scratch / "stderr")};
+RunResult runHalvod(const std::vector<std::string>& arguments, const RunOptions& options) {
+    return runProgram(HALVOD_PATH, arguments, options);
 }
 
 } // namespace halvo::testkit

@@ -1,5 +1,6 @@
+#include "tests/support/finished_run.h"
+#include "tests/support/stream_capture.h"
 #include "tools/rulecheck/rule_check.h"
-#include "util/output_testing.h"
 
 #include <cstdio>
 #include <gtest/gtest.h>
@@ -9,24 +10,19 @@ namespace {
 
 using halvo::rulecheck::checkRuleText;
 using halvo::rulecheck::runRuleCheck;
-
-struct Outcome {
-    int status = -1;
-    std::string out;
-    std::string err;
-};
+using halvo::testkit::finished;
 
 // Collects what `body(out, err)` writes on the two streams.
-template <class Body> Outcome capture(Body body) {
-    using halvo::util::testing::printedBy;
-    Outcome run;
+template <class Body> halvo::testkit::RunResult capture(Body body) {
+    using halvo::testkit::printedBy;
+    halvo::testkit::RunResult run;
     run.out = printedBy([&](std::FILE* out) {
         run.err = printedBy([&](std::FILE* err) { run.status = body(out, err); });
     });
     return run;
 }
 
-Outcome check(std::string_view text) {
+halvo::testkit::RunResult check(std::string_view text) {
     return capture([text](std::FILE* out, std::FILE* err) {
         return checkRuleText("r.rules", text, out, err);
     });
@@ -88,10 +84,8 @@ TEST(RuleCheckTest, ErrorsPointAtTheWordAndSayWhy) {
                           "or blank yield none\n\"\"\n^\n"},
     };
     for (const ErrorCase& c : cases) {
-        const Outcome run = check(c.text);
-        EXPECT_EQ(run.status, 1) << c.text;
-        EXPECT_EQ(run.err, c.report) << c.text;
-        EXPECT_EQ(run.out, "") << c.text;
+        const halvo::testkit::RunResult run = check(c.text);
+        EXPECT_TRUE(finished(run, 1, "", c.report)) << c.text;
     }
 }
 
@@ -113,37 +107,34 @@ TEST(RuleCheckTest, PositionsCountPhysicalLinesAndBytes) {
          "r.rules:2:9: rule #2: unknown clause word \"t\"\n# comment\n        ^\n"},
     };
     for (const ErrorCase& c : cases) {
-        const Outcome run = check(c.text);
+        const halvo::testkit::RunResult run = check(c.text);
         EXPECT_EQ(run.status, 1) << c.text;
         EXPECT_EQ(run.err, c.report) << c.text;
     }
     // A NUL ends a rule but not a line of the file.
     const std::string withNul("share\0Share\n", 12);
-    const Outcome run = check(withNul);
+    const halvo::testkit::RunResult run = check(withNul);
     EXPECT_EQ(run.err, "r.rules:1:7: rule #2: unknown clause word \"Share\"\n" +
                            withNul.substr(0, 11) + "\n      ^\n");
 }
 
 TEST(RuleCheckTest, ValidRulesComeBackCanonical) {
-    const Outcome run = check("block  !rdesk   name \"is\" Keyboard # a comment\n"
-                              "\n"
-                              "share hwid 46D:C31C class 3\n");
-    EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(run.out, "block !rdesk name is \"Keyboard\"\nshare hwid 046d:c31c class 03\n");
-    EXPECT_EQ(run.err, "");
+    const halvo::testkit::RunResult run = check("block  !rdesk   name \"is\" Keyboard # a comment\n"
+                                                "\n"
+                                                "share hwid 46D:C31C class 3\n");
+    EXPECT_TRUE(
+        finished(run, 0, "block !rdesk name is \"Keyboard\"\nshare hwid 046d:c31c class 03\n", ""));
     EXPECT_EQ(check("").out, "");
 }
 
 TEST(RuleCheckTest, IgnoredEndsOfRulesAreWarnedAbout) {
-    const Outcome run = check("share host\nblock\nshare name is\n");
-    EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(run.out, "share\nblock\nshare\n");
-    EXPECT_EQ(
-        run.err,
+    const halvo::testkit::RunResult run = check("share host\nblock\nshare name is\n");
+    EXPECT_TRUE(finished(
+        run, 0, "share\nblock\nshare\n",
         "r.rules:1:7: warning: rule #1: missing value: \"host\" at the end of the rule has no "
         "value and is ignored\nshare host\n      ^\n"
         "r.rules:3:7: warning: rule #3: missing value: \"name\" at the end of the rule has no "
-        "value and is ignored\nshare name is\n      ^\n");
+        "value and is ignored\nshare name is\n      ^\n"));
     EXPECT_EQ(check("block !\n").err, "r.rules:1:7: warning: rule #1: \"!\" at the end of the rule "
                                       "negates nothing and is ignored\nblock !\n      ^\n");
 }
@@ -151,14 +142,14 @@ TEST(RuleCheckTest, IgnoredEndsOfRulesAreWarnedAbout) {
 TEST(RuleCheckTest, UnreadableFilesAndBadCommandLines) {
     const char* missing[] = {"halvo-rulecheck", "/nonexistent/rules"};
     testing::internal::CaptureStderr();
-    const Outcome unreadable =
+    const halvo::testkit::RunResult unreadable =
         capture([&](std::FILE* out, std::FILE* err) { return runRuleCheck(2, missing, out, err); });
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "Error loading rules from /nonexistent/rules.\n");
     EXPECT_EQ(unreadable.status, 2);
 
     const char* none[] = {"halvo-rulecheck"};
-    const Outcome usage =
+    const halvo::testkit::RunResult usage =
         capture([&](std::FILE* out, std::FILE* err) { return runRuleCheck(1, none, out, err); });
     EXPECT_EQ(usage.status, 2);
     EXPECT_EQ(usage.err, "usage: halvo-rulecheck FILE|-\n");
