@@ -4,17 +4,14 @@
 #include "tests/support/e2e.h"
 #include "tests/support/portable_fd.h"
 
-#include <arpa/inet.h>
 #include <chrono>
 #include <filesystem>
 #include <functional>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <optional>
 #include <poll.h>
 #include <stdexcept>
 #include <string>
-#include <sys/socket.h>
 #include <unistd.h>
 #include <vector>
 
@@ -112,16 +109,8 @@ TEST(SecurityTest, UserTextIsPrintedAndSentAsItStands) {
 // attempt stays visible as a pending one.
 class SilentListener {
   public:
-    SilentListener() {
-        fd_ = testkit::openSocket(AF_INET, SOCK_STREAM);
-        int yes = 1;
-        ::setsockopt(fd_, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(32999);
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        if (::bind(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-            ::listen(fd_, 4) != 0) {
+    SilentListener() : fd_(listenOnLoopback(32999)) {
+        if (fd_ < 0) {
             throw std::runtime_error("cannot listen on the daemon's port");
         }
     }
