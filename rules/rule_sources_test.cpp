@@ -4,7 +4,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 namespace halvo::rules {
 namespace {
@@ -29,11 +28,10 @@ std::string binaryText() {
 
 TEST(LoadAnyFile, FilesLoadWholeOrNotAtAll) {
     testkit::TempDir dir;
-    testkit::writeFile(dir / "rules", binaryText());
-    testkit::writeFile(dir / "empty", "");
-    testkit::writeFile(dir / "bad\xff", "share\n");
-    testkit::writeFile(dir / "locked", "share\n");
-    ::chmod((dir / "locked").c_str(), 0);
+    dir.write("rules", binaryText());
+    dir.write("empty", "");
+    dir.write("bad\xff", "share\n");
+    dir.write("locked", "share\n", 0);
     const bool rootReadsAll = ::geteuid() == 0;
     struct Case {
         std::string path;

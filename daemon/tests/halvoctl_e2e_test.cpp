@@ -11,7 +11,6 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sstream>
-#include <sys/stat.h>
 #include <thread>
 
 namespace halvo::daemon {
@@ -23,7 +22,6 @@ using testkit::runHalvoctl;
 using testkit::RunOptions;
 using testkit::RunResult;
 using testkit::TempDir;
-using testkit::writeFile;
 
 const std::string kDemo = HALVOD_DEMO_DIR;
 
@@ -170,8 +168,8 @@ TEST_F(HalvoctlAgainstHalvod, LoadsListsAndTestsRules) {
 
 TEST_F(HalvoctlAgainstHalvod, TestsAFileWithoutApplyingIt) {
     loadExampleRules();
-    const std::string file = (scratch / "trial.rules").string();
-    writeFile(file, "share quick name contains \"Ultra\"\nblock\n");
+    const std::string file =
+        scratch.write("trial.rules", "share quick name contains \"Ultra\"\nblock\n");
     expectRun({"rule", "test", "-f", file, "-h", "10.0.0.9", "2"}, {"share (rule #1)\n", "", 0});
     expectRun({"rule", "test", "-f", file, "-r", "1"}, {"block (rule #2)\n", "", 0});
     expectRun({"rule", "list"}, {kExampleRuleList, "", 0});
@@ -193,10 +191,8 @@ TEST_F(HalvoctlAgainstHalvod, LoadsFromStandardInputAndRefusesWhatItCannotKeep) 
 TEST_F(HalvoctlAgainstHalvod, EditsTheRules) {
     loadExampleRules();
     RunOptions options;
-    const std::string editor = (scratch / "editor").string();
-    writeFile(editor, "#!/bin/sh\necho 'share port 2-1' >> \"$1\"\n");
-    ::chmod(editor.c_str(), 0755);
-    options.setEnv = {{"VISUAL", editor}};
+    options.setEnv = {
+        {"VISUAL", scratch.write("editor", "#!/bin/sh\necho 'share port 2-1' >> \"$1\"\n", 0755)}};
     RunResult run = runHalvoctl({"rule", "edit"}, options);
     EXPECT_EQ(run.status, 0) << run.err;
     EXPECT_TRUE(run.out.ends_with("Sharing rules have been successfully updated.\n")) << run.out;

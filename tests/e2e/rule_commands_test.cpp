@@ -206,17 +206,5 @@ TEST_F(RuleEditTest, UnparsableTextAsksAgainAndGivingUpKeepsTheText) {
     unlink(path.c_str());
 }
 
-TEST_F(RuleEditTest, FailingEditorIsRetriedUntilTheUserSaysNo) {
-    RunOptions options = withEditor("exit 3\n", "yn");
-    Exchange exchange = runWithReplies({"rule", "edit"}, {{6, kOk}, {7, kRuleList}}, options);
-    std::string path = editPathIn(exchange.run.out);
-    const std::string prompt =
-        "Something went wrong with editor. Press any key to try one more time [y/n]: ";
-    EXPECT_NE(exchange.run.out.find(prompt + prompt), std::string::npos) << exchange.run.out;
-    EXPECT_EQ(exchange.run.status, 5);
-    EXPECT_EQ(readFile(path), "share quick host \"10.0.0.5\"\nblock !rdesk hwid 046d:c31c\n");
-    unlink(path.c_str());
-}
-
 } // namespace
 } // namespace halvo::testkit
