@@ -33,15 +33,6 @@ json::object action(std::string_view name) {
     return payload;
 }
 
-// Commits `rules` through a client of `daemon`; the final status.
-json::value commitRules(const DaemonProcess& daemon, const json::array& rules) {
-    TestClient client(daemon.port());
-    client.request(CommandCode::startRuleTransaction);
-    client.request(CommandCode::loadRuleList, rulesPayload(rules));
-    auto reply = client.request(CommandCode::endRuleTransaction, action("commit"));
-    return reply ? (*reply)["status"] : json::value();
-}
-
 json::array committedRules(const DaemonProcess& daemon) {
     TestClient client(daemon.port());
     auto reply = client.request(CommandCode::ruleList);
@@ -60,27 +51,6 @@ json::array numberedRules(int count, int salt) {
         rules.push_back(std::move(rule));
     }
     return rules;
-}
-
-TEST(HalvodProcessTest, CommittedRulesSurviveARestart) {
-    TempDir scratch;
-    const std::string rulesPath = (scratch / "halvod.rules").string();
-    const json::array rules =
-        *parseRuleText("share quick host \"10.0.0.5,lab\" class 08:06\n"
-                       "block !rdesk name contains \"Key\" !hwid 046d:c31c\n");
-    {
-        auto daemon = DaemonProcess::start({"--devices", kDevices, "--rules", rulesPath});
-        ASSERT_TRUE(daemon);
-        EXPECT_EQ(committedRules(*daemon), json::array());
-        EXPECT_EQ(commitRules(*daemon, rules), "ok");
-        daemon->signal(SIGTERM);
-        EXPECT_EQ(daemon->wait(), 0);
-    }
-    EXPECT_EQ(readFile(rulesPath), "share quick host \"10.0.0.5,lab\" class 08:06\n"
-                                   "block !rdesk name contains \"Key\" !hwid 046d:c31c\n");
-    auto restarted = DaemonProcess::start({"--devices", kDevices, "--rules", rulesPath});
-    ASSERT_TRUE(restarted);
-    EXPECT_EQ(committedRules(*restarted), rules);
 }
 
 // Starts a commit of `rules` and kills the daemon `delay` after sending it.
