@@ -52,8 +52,6 @@ class TestClient {
     TestClient(const TestClient&) = delete;
     TestClient& operator=(const TestClient&) = delete;
 
-    bool connected() const { return fd_ >= 0; }
-
     bool sendRaw(std::string_view bytes);
     bool send(link::CommandCode command);
     bool send(link::CommandCode command, const boost::json::object& payload);
