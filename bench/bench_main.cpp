@@ -10,6 +10,7 @@
 #include "bench/paired_runs.h"
 #include "bench/reply_peer.h"
 #include "link/packet.h"
+#include "tests/support/files.h"
 #include "tests/support/private_network.h"
 
 #include <algorithm>
@@ -81,35 +82,6 @@ Options readOptions(int argc, char** argv) {
     }
     return options;
 }
-
-// Files the runs share, removed at the end.
-class ScratchDirectory {
-  public:
-    ScratchDirectory() {
-        char pattern[] = "/tmp/halvo-bench.XXXXXX";
-        if (mkdtemp(pattern) == nullptr) {
-            fail("cannot make a scratch directory in /tmp");
-        }
-        path_ = pattern;
-    }
-    ~ScratchDirectory() {
-        for (const std::string& file : files_) {
-            unlink(file.c_str());
-        }
-        rmdir(path_.c_str());
-    }
-    ScratchDirectory(const ScratchDirectory&) = delete;
-    ScratchDirectory& operator=(const ScratchDirectory&) = delete;
-
-    std::string file(const std::string& name) {
-        files_.push_back(path_ + "/" + name);
-        return files_.back();
-    }
-
-  private:
-    std::string path_;
-    std::vector<std::string> files_;
-};
 
 void writeFile(const std::string& path, const std::string& text) {
     std::ofstream out(path, std::ios::binary);
@@ -238,8 +210,8 @@ int runBenchmarks(const Options& options) {
                      "are allowed, or stop it)");
     }
 
-    ScratchDirectory scratch;
-    const std::string checkOutputPath = scratch.file("output.txt");
+    const halvo::testkit::TempDir scratch; // the files the runs share
+    const std::string checkOutputPath = (scratch / "output.txt").string();
     const std::vector<std::string> devList = {HALVOCTL_PATH, "dev", "list"};
 
     progress("P1, P5: dev list with 20 devices against the C floor client");
@@ -252,7 +224,7 @@ int runBenchmarks(const Options& options) {
 
     progress("P2: dev list with a 100 MiB reply against Boost.JSON parsing it");
     const DeviceListPayload large = deviceListPayloadUpTo(halvo::link::kMaxPayloadSize);
-    const std::string payloadPath = scratch.file("devices.json");
+    const std::string payloadPath = (scratch / "devices.json").string();
     writeFile(payloadPath, large.json);
     peer->setReply(large.json);
     const std::vector<std::string> parseFloor = {JSON_PARSE_FLOOR_PATH, payloadPath};
@@ -263,7 +235,7 @@ int runBenchmarks(const Options& options) {
 
     progress("P3, P4: rule parser and printer against Boost.JSON (rules_bench)");
     const BenchmarkSamples rules =
-        runRulesBench(launcher, options.repetitions, scratch.file("rules.json"));
+        runRulesBench(launcher, options.repetitions, (scratch / "rules.json").string());
 
     if (peer->failedExchanges() != 0) {
         fail("the peer saw requests other than the device list");

@@ -1,7 +1,7 @@
 #include "bench/device_reply.h"
 #include "link/packet.h"
 #include "listings/device_list.h"
-#include "util/output_testing.h"
+#include "tests/support/stream_capture.h"
 
 #include <algorithm>
 #include <boost/json/parse.hpp>
@@ -18,8 +18,7 @@ namespace json = boost::json;
 // something if every generated device makes a row.
 std::string tableOf(const std::string& payload) {
     const json::object reply = json::parse(payload).as_object();
-    return util::testing::printedBy(
-        [&](std::FILE* out) { listings::outputDeviceList(reply, out); });
+    return testkit::printedBy([&](std::FILE* out) { listings::outputDeviceList(reply, out); });
 }
 
 TEST(DeviceReply, EveryDeviceMakesARowOfTheTable) {

@@ -1,9 +1,9 @@
 // Rule text against JSON for the same rule set: the parser should keep up
 // with Boost.JSON reading the records as JSON, and the printer with
 // Boost.JSON writing them.
-#include "rules/record_generator.h"
 #include "rules/rule_parser.h"
 #include "rules/rule_printer.h"
+#include "tests/support/record_generator.h"
 
 #include <benchmark/benchmark.h>
 #include <boost/json/parse.hpp>
@@ -39,7 +39,7 @@ std::string printToString(const json::object& reply) {
 
 const RuleSet& ruleSet() {
     static const RuleSet set = [] {
-        halvo::rules::RecordGenerator generator(7);
+        halvo::testkit::RecordGenerator generator(7);
         json::array records;
         records.reserve(ruleCount);
         for (int i = 0; i < ruleCount; ++i) {
@@ -56,7 +56,7 @@ const RuleSet& ruleSet() {
 
 void countRules(benchmark::State& state, std::size_t bytes) {
     state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()) * ruleCount);
-    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * bytes));
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(bytes));
 }
 
 void BM_ParseRuleText(benchmark::State& state) {

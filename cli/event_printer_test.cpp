@@ -1,5 +1,5 @@
 #include "cli/event_printer.h"
-#include "util/output_testing.h"
+#include "tests/support/stream_capture.h"
 
 #include <boost/json/parse.hpp>
 #include <cstdio>
@@ -16,7 +16,7 @@ namespace {
 namespace json = boost::json;
 using halvo::cli::eventTimestamp;
 using halvo::cli::printEvent;
-using halvo::util::testing::printedBy;
+using halvo::testkit::printedBy;
 
 // Sun Nov 22 07:01:02 2026 UTC.
 constexpr std::time_t sundayMorning = 1795330862;
@@ -115,6 +115,9 @@ TEST_F(EventPrinterTest, EventsPrintOneLineOrAreDroppedWithoutTheirKeys) {
         {"host without port", 5, R"({"addr": "h", "state": "up"})", ""},
         {"host without state", 5, R"({"addr": "h", "port": 1})", ""},
         {"host port as text", 5, R"({"addr": "h", "port": "1", "state": "up"})", ""},
+        {"host port as a fraction", 5, R"({"addr": "h", "port": 1.5, "state": "up"})",
+         stamp + " host h:1 is up\n"},
+        {"host addr as number", 5, R"({"addr": 5, "port": 1, "state": "up"})", ""},
         {"host keys under the device code", 4, R"({"addr": "h", "port": 1, "state": "up"})", ""},
     };
     for (const EventCase& c : cases) {

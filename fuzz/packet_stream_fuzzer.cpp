@@ -7,8 +7,8 @@
 // to the first packet the client refuses.
 #include "fuzz/fuzz_streams.h"
 #include "link/halvo_ipc_client.h"
-#include "link/logger.h"
 #include "link/packet.h"
+#include "tests/support/capturing_logger.h"
 
 #include <algorithm>
 #include <boost/json/serialize.hpp>
@@ -95,8 +95,8 @@ std::string describe(const std::vector<Delivery>& deliveries) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string_view stream(reinterpret_cast<const char*>(data), size);
     // Made but never started: nothing connects, the state machine is fed by hand.
-    auto client = link::QVHalvoIPCClient::initWithLogger(std::make_shared<link::CapturingLogger>(),
-                                                         link::kDaemonHost, link::kDaemonPort);
+    auto client = link::QVHalvoIPCClient::initWithLogger(
+        std::make_shared<halvo::testkit::CapturingLogger>(), link::kDaemonHost, link::kDaemonPort);
     if (!client) {
         fail("the client could not be made");
     }

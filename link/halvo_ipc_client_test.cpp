@@ -1,5 +1,6 @@
 #include "link/halvo_ipc_client.h"
 #include "link/packet.h"
+#include "tests/support/capturing_logger.h"
 #include "tests/support/scripted_daemon.h"
 
 #include <boost/asio/io_context.hpp>
@@ -50,7 +51,7 @@ class ReceiveStateMachineTest : public ::testing::Test {
         return text;
     }
 
-    std::shared_ptr<CapturingLogger> logger = std::make_shared<CapturingLogger>();
+    std::shared_ptr<testkit::CapturingLogger> logger = std::make_shared<testkit::CapturingLogger>();
     std::shared_ptr<QVHalvoIPCClient> client;
     std::vector<std::pair<std::uint32_t, std::string>> delivered;
 };
@@ -140,7 +141,7 @@ class ClientOverTcpTest : public ::testing::Test {
         client->stop();
     }
 
-    std::shared_ptr<CapturingLogger> logger = std::make_shared<CapturingLogger>();
+    std::shared_ptr<testkit::CapturingLogger> logger = std::make_shared<testkit::CapturingLogger>();
     std::shared_ptr<QVHalvoIPCClient> client;
     std::vector<std::pair<std::uint32_t, std::string>> delivered;
     int errors = 0;

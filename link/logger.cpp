@@ -32,14 +32,4 @@ void Logger::writeFormatted(LogLevel level, const char* format, va_list args) {
     write(level, message);
 }
 
-std::vector<CapturingLogger::Entry> CapturingLogger::entries() const {
-    std::lock_guard lock(mutex_);
-    return entries_;
-}
-
-void CapturingLogger::write(LogLevel level, std::string_view message) {
-    std::lock_guard lock(mutex_);
-    entries_.push_back({level, std::string(message)});
-}
-
 } // namespace halvo::link

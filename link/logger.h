@@ -4,10 +4,8 @@
 
 #include <cstdarg>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace halvo::link {
 
@@ -31,22 +29,5 @@ class Logger {
 // The system log: os_log on Apple systems, under the subsystem and category;
 // syslog(3) elsewhere, each message tagged "subsystem[category]".
 std::shared_ptr<Logger> makeSystemLogger(std::string subsystem, std::string category);
-
-// Keeps every message in memory, for tests.
-class CapturingLogger final : public Logger {
-  public:
-    struct Entry {
-        LogLevel level;
-        std::string message;
-    };
-    std::vector<Entry> entries() const;
-
-  protected:
-    void write(LogLevel level, std::string_view message) override;
-
-  private:
-    mutable std::mutex mutex_;
-    std::vector<Entry> entries_;
-};
 
 } // namespace halvo::link

@@ -1,5 +1,5 @@
 #include "listings/connection_list.h"
-#include "util/output_testing.h"
+#include "tests/support/stream_capture.h"
 
 #include <boost/json/parse.hpp>
 #include <cstdio>
@@ -11,7 +11,7 @@ namespace {
 
 namespace json = boost::json;
 using halvo::listings::outputConnectionList;
-using halvo::util::testing::printedBy;
+using halvo::testkit::printedBy;
 
 std::string printed(const std::string& replyJson) {
     const json::object reply = json::parse(replyJson).as_object();

@@ -1,5 +1,5 @@
 #include "listings/device_list.h"
-#include "util/output_testing.h"
+#include "tests/support/stream_capture.h"
 
 #include <boost/json/parse.hpp>
 #include <boost/json/serialize.hpp>
@@ -14,7 +14,7 @@ namespace {
 
 namespace json = boost::json;
 using halvo::listings::outputDeviceList;
-using halvo::util::testing::printedBy;
+using halvo::testkit::printedBy;
 
 std::string printed(const json::object& reply) {
     return printedBy([&](std::FILE* out) { outputDeviceList(reply, out); });

@@ -1,5 +1,6 @@
 #include "rulefiles/editor_session.h"
-#include "rules/sources_testing.h"
+#include "tests/support/files.h"
+#include "tests/support/process_runner.h"
 
 #include <csignal>
 #include <filesystem>
@@ -13,8 +14,7 @@ namespace halvo::rulefiles {
 namespace {
 
 namespace fs = std::filesystem;
-using rules::testing::runInChild;
-using rules::testing::ScratchDir;
+using testkit::runInChild;
 
 const std::string kRetry =
     "Something went wrong with editor. Press any key to try one more time [y/n]: ";
@@ -31,18 +31,18 @@ std::string writes(const std::string& text) {
 // and counts its runs in <dir>/runs.  It is installed in <dir>/bin as "ed",
 // "myeditor" and "vi", and as "noexec" without execute permission.  It fails
 // unless it is given exactly one argument.
-std::string installEditor(const ScratchDir& dir, const std::vector<std::string>& steps) {
+std::string installEditor(const testkit::TempDir& dir, const std::vector<std::string>& steps) {
     const std::string bin = dir / "bin";
     fs::create_directory(bin);
     std::string script = "#!/bin/sh\n[ \"$#\" -eq 1 ] || exit 99\n";
-    script += "runs=$(( $(cat '" + (dir / "runs") + "' 2>/dev/null || echo 0) + 1 ))\n";
-    script += "echo \"$runs\" > '" + (dir / "runs") + "'\ncase $runs in\n";
+    script += "runs=$(( $(cat '" + (dir / "runs").string() + "' 2>/dev/null || echo 0) + 1 ))\n";
+    script += "echo \"$runs\" > '" + (dir / "runs").string() + "'\ncase $runs in\n";
     for (std::size_t i = 0; i + 1 < steps.size(); ++i)
         script += std::to_string(i + 1) + ") " + steps[i] + " ;;\n";
     script += "*) " + steps.back() + " ;;\nesac\n";
     for (const char* name : {"ed", "myeditor", "vi", "noexec"}) {
-        rules::testing::writeFile(bin + "/" + name, script);
-        ::chmod((bin + "/" + name).c_str(), std::string_view(name) == "noexec" ? 0600 : 0700);
+        dir.write(std::string("bin/") + name, script,
+                  std::string_view(name) == "noexec" ? 0600 : 0700);
     }
     return bin;
 }
@@ -97,10 +97,10 @@ const SessionCase kSessions[] = {
 TEST(LoadRulesFromEditor, DialogueWithEditorAndUser) {
     for (const auto& c : kSessions) {
         SCOPED_TRACE(c.name);
-        ScratchDir dir;
+        testkit::TempDir dir;
         const std::string bin = installEditor(dir, c.steps);
         const std::string copy = dir / "rules";
-        rules::testing::writeFile(copy, "share\n");
+        testkit::writeFile(copy, "share\n");
 
         const auto run = runInChild(
             [&] {
@@ -115,12 +115,9 @@ TEST(LoadRulesFromEditor, DialogueWithEditorAndUser) {
             },
             c.answers);
 
-        EXPECT_EQ(run.status, c.status);
-        EXPECT_EQ(run.out, "copy written\n" + c.out);
-        EXPECT_EQ(run.err, c.err);
-        EXPECT_EQ(rules::testing::readFile(dir / "runs"),
-                  c.runs ? std::to_string(c.runs) + "\n" : "");
-        EXPECT_EQ(rules::testing::readFile(copy), c.finalText);
+        EXPECT_TRUE(finished(run, c.status, "copy written\n" + c.out, c.err));
+        EXPECT_EQ(testkit::readFile(dir / "runs"), c.runs ? std::to_string(c.runs) + "\n" : "");
+        EXPECT_EQ(testkit::readFile(copy), c.finalText);
         EXPECT_FALSE(fs::exists(bin + "/marker"));
     }
 }
@@ -128,10 +125,10 @@ TEST(LoadRulesFromEditor, DialogueWithEditorAndUser) {
 // With SIGCHLD ignored the editor is reaped by the system and its status is
 // lost: the session gives up, and what the user wrote stays in the file.
 TEST(LoadRulesFromEditor, LostEditorStatusEndsTheSessionKeepingTheText) {
-    ScratchDir dir;
+    testkit::TempDir dir;
     const std::string bin = installEditor(dir, {writes("block")});
     const std::string copy = dir / "rules";
-    rules::testing::writeFile(copy, "share\n");
+    testkit::writeFile(copy, "share\n");
 
     const auto run = runInChild(
         [&] {
@@ -141,21 +138,19 @@ TEST(LoadRulesFromEditor, LostEditorStatusEndsTheSessionKeepingTheText) {
         },
         "");
 
-    EXPECT_EQ(run.status, 255);
-    EXPECT_EQ(run.out, "");
-    EXPECT_EQ(run.err, "Cannot get status of editor process\n");
-    EXPECT_EQ(rules::testing::readFile(dir / "runs"), "1\n");
-    EXPECT_EQ(rules::testing::readFile(copy), "block\n");
+    EXPECT_TRUE(finished(run, 255, "", "Cannot get status of editor process\n"));
+    EXPECT_EQ(testkit::readFile(dir / "runs"), "1\n");
+    EXPECT_EQ(testkit::readFile(copy), "block\n");
 }
 
 // A user at the process limit cannot start the editor. Root is exempt from
 // the limit, so a root run gives the child up to an unprivileged user first.
 TEST(LoadRulesFromEditor, EditorThatCannotBeForkedEndsTheSession) {
     constexpr int kCannotLimit = 77;
-    ScratchDir dir;
+    testkit::TempDir dir;
     const std::string bin = installEditor(dir, {writes("block")});
     const std::string copy = dir / "rules";
-    rules::testing::writeFile(copy, "share\n");
+    testkit::writeFile(copy, "share\n");
 
     const auto run = runInChild([&] {
         ::setenv("VISUAL", (bin + "/ed").c_str(), 1);
@@ -169,8 +164,8 @@ TEST(LoadRulesFromEditor, EditorThatCannotBeForkedEndsTheSession) {
         GTEST_SKIP() << "cannot limit the number of processes here";
     EXPECT_EQ(run.status, 255);
     EXPECT_EQ(run.err, "Cannot create process.\n");
-    EXPECT_EQ(rules::testing::readFile(dir / "runs"), "");
-    EXPECT_EQ(rules::testing::readFile(copy), "share\n");
+    EXPECT_EQ(testkit::readFile(dir / "runs"), "");
+    EXPECT_EQ(testkit::readFile(copy), "share\n");
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 #include "rulefiles/prompt.h"
-#include "rules/sources_testing.h"
+#include "tests/support/process_runner.h"
+#include "tests/support/stream_capture.h"
 
 #include <gtest/gtest.h>
 
@@ -23,16 +24,16 @@ TEST(AreYouSure, AsksUntilALowercaseAnswer) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.input);
         std::FILE* in = std::tmpfile();
-        std::FILE* out = std::tmpfile();
         std::fputs(c.input, in);
         std::rewind(in);
 
-        EXPECT_EQ(areYouSure("Sure? ", in, out), c.answer);
+        const std::string written = testkit::printedBy(
+            [&](std::FILE* out) { EXPECT_EQ(areYouSure("Sure? ", in, out), c.answer); });
 
         std::string prompts;
         for (int i = 0; i < c.prompts; ++i)
             prompts += "Sure? ";
-        EXPECT_EQ(rules::testing::drain(out), prompts);
+        EXPECT_EQ(written, prompts);
         std::string unread;
         for (int ch = std::fgetc(in); ch != EOF; ch = std::fgetc(in))
             unread.push_back(static_cast<char>(ch));
@@ -44,8 +45,8 @@ TEST(AreYouSure, AsksUntilALowercaseAnswer) {
 // End of input is a wrong answer like any other, so the question never ends:
 // the child is still asking when its time is up.
 TEST(AreYouSure, EndOfInputRepeatsThePromptWithoutEnd) {
-    const auto run = rules::testing::runInChild([] { return areYouSure("Sure? "); }, "",
-                                                std::chrono::milliseconds(50));
+    const auto run =
+        testkit::runInChild([] { return areYouSure("Sure? "); }, "", std::chrono::milliseconds(50));
     EXPECT_EQ(run.status, -1);
     EXPECT_EQ(run.out.substr(0, 18), "Sure? Sure? Sure? ");
 }

@@ -1,5 +1,6 @@
 #include "rulefiles/rule_file_writer.h"
-#include "rules/sources_testing.h"
+#include "tests/support/files.h"
+#include "tests/support/process_runner.h"
 
 #include <boost/json/parse.hpp>
 #include <csignal>
@@ -10,7 +11,7 @@
 namespace halvo::rulefiles {
 namespace {
 
-using rules::testing::runInChild;
+using testkit::runInChild;
 
 const char* const kRuleList = R"({"rules": [{"action": "share"},
     {"action": "block", "rdesk": false, "name": "Keyboard", "nameMatch": "is",
@@ -36,13 +37,13 @@ TEST(Rules2File, WritesAPrivateUnnumberedCopyAndNamesIt) {
     struct stat info {};
     ASSERT_EQ(::stat(path.c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 07777, 0600u);
-    EXPECT_EQ(rules::testing::readFile(path),
+    EXPECT_EQ(testkit::readFile(path),
               "share\nblock !rdesk name is \"Keyboard\" hwid 046d:c31c:0110 class 03:01:02\n");
     ::unlink(path.c_str());
 }
 
 TEST(Rules2File, FailuresLeaveNoFileBehind) {
-    rules::testing::ScratchDir dir;
+    testkit::TempDir dir;
     struct Case {
         const char* name;
         std::string pathTemplate;
@@ -66,9 +67,7 @@ TEST(Rules2File, FailuresLeaveNoFileBehind) {
             ::setrlimit(RLIMIT_FSIZE, &limit);
             return writeCopy(c.reply, c.pathTemplate);
         });
-        EXPECT_EQ(run.status, 1);
-        EXPECT_EQ(run.out, "");
-        EXPECT_EQ(run.err, c.err);
+        EXPECT_TRUE(finished(run, 1, "", c.err));
         EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
     }
 }

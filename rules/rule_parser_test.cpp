@@ -8,7 +8,8 @@
 //   bad/NAME.err       the exact message on stderr.
 // The rule checker's parser must agree with the loader's on every case.
 #include "rules/rule_parser.h"
-#include "rules/rule_testing.h"
+#include "tests/support/files.h"
+#include "tests/support/rule_printing.h"
 
 #include <algorithm>
 #include <boost/json/parse.hpp>
@@ -25,8 +26,8 @@ namespace json = boost::json;
 using halvo::rules::parseRuleTextDetailed;
 using halvo::rules::rule_parser_run;
 using halvo::rules::RuleTextReport;
-using halvo::rules::testing::printRules;
-using halvo::rules::testing::readFile;
+using halvo::testkit::printRules;
+using halvo::testkit::readFile;
 
 const fs::path corpus = fs::path(HALVO_TEST_DATA_DIR) / "rules";
 

@@ -1,5 +1,5 @@
 #include "rules/rule_printer.h"
-#include "rules/rule_testing.h"
+#include "tests/support/rule_printing.h"
 
 #include <boost/json/parse.hpp>
 #include <gtest/gtest.h>
@@ -7,7 +7,7 @@
 namespace {
 
 namespace json = boost::json;
-using halvo::rules::testing::printReply;
+using halvo::testkit::printReply;
 
 json::object reply(std::string_view text) {
     return json::parse(text).as_object();
@@ -132,9 +132,7 @@ TEST(RulePrinterTest, FailuresWriteOnlyToStderr) {
     };
     for (const FailureCase& c : cases) {
         const auto result = printReply(reply(c.reply), 1);
-        EXPECT_EQ(result.status, 5) << c.reply;
-        EXPECT_EQ(result.err, c.message) << c.reply;
-        EXPECT_EQ(result.out, "") << c.reply;
+        EXPECT_TRUE(finished(result, 5, "", c.message)) << c.reply;
     }
 }
 

@@ -1,8 +1,8 @@
 // Records printed as rule text read back as the same records, for every
 // record within the limits of the text form (see record_generator.h).
-#include "rules/record_generator.h"
 #include "rules/rule_parser.h"
-#include "rules/rule_testing.h"
+#include "tests/support/record_generator.h"
+#include "tests/support/rule_printing.h"
 
 #include <boost/json/serialize.hpp>
 #include <gtest/gtest.h>
@@ -10,9 +10,9 @@
 namespace {
 
 namespace json = boost::json;
-using halvo::rules::RecordGenerator;
 using halvo::rules::rule_parser_run;
-using halvo::rules::testing::printRules;
+using halvo::testkit::printRules;
+using halvo::testkit::RecordGenerator;
 
 TEST(RuleRoundTripTest, PrintedRecordsReadBackUnchanged) {
     RecordGenerator generator(20240611);

@@ -1,4 +1,4 @@
-#include "util/output_testing.h"
+#include "tests/support/stream_capture.h"
 #include "util/text_buffer.h"
 
 #include <cstdio>
@@ -12,7 +12,7 @@ using halvo::util::TextBuffer;
 using namespace std::string_view_literals;
 
 std::string written(const std::function<void(TextBuffer&)>& write) {
-    return halvo::util::testing::printedBy([&](std::FILE* out) {
+    return halvo::testkit::printedBy([&](std::FILE* out) {
         TextBuffer buffer(out);
         write(buffer);
     });

@@ -1,8 +1,7 @@
+#include "tests/support/files.h"
 #include "util/unique_file.h"
 
 #include <cerrno>
-#include <cstdlib>
-#include <filesystem>
 #include <gtest/gtest.h>
 #include <set>
 #include <sys/stat.h>
@@ -10,19 +9,12 @@
 
 namespace {
 
-namespace fs = std::filesystem;
 using halvo::util::makeUniqueFile;
 
 class UniqueFileTest : public ::testing::Test {
   protected:
-    void SetUp() override {
-        std::string dirTemplate = (fs::temp_directory_path() / "unique-file-XXXXXX").string();
-        ASSERT_NE(::mkdtemp(dirTemplate.data()), nullptr);
-        dir = dirTemplate;
-    }
-    void TearDown() override { fs::remove_all(dir); }
-
-    std::string dir;
+    halvo::testkit::TempDir scratch;
+    const std::string dir = scratch.path().string();
 };
 
 // Every trailing X is replaced, not only the last six; earlier X's stay.

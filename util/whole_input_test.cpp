@@ -1,14 +1,14 @@
-#include "rules/sources_testing.h"
+#include "tests/support/files.h"
+#include "tests/support/process_runner.h"
 #include "util/whole_input.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 namespace halvo::util {
 namespace {
 
-using rules::testing::runInChild;
+using testkit::runInChild;
 
 // In a child: echoes the loaded bytes on stdout and ends with 0, or with 1.
 int echoLoaded(const char* path, const char* label) {
@@ -27,12 +27,11 @@ std::string binaryText() {
 }
 
 TEST(LoadAnyFile, FilesLoadWholeOrNotAtAll) {
-    rules::testing::ScratchDir dir;
-    rules::testing::writeFile(dir / "rules", binaryText());
-    rules::testing::writeFile(dir / "empty", "");
-    rules::testing::writeFile(dir / "bad\xff", "share\n");
-    rules::testing::writeFile(dir / "locked", "share\n");
-    ::chmod((dir / "locked").c_str(), 0);
+    testkit::TempDir dir;
+    dir.write("rules", binaryText());
+    dir.write("empty", "");
+    dir.write("bad\xff", "share\n");
+    dir.write("locked", "share\n", 0);
     const bool rootReadsAll = ::geteuid() == 0;
     struct Case {
         std::string path;
@@ -49,9 +48,8 @@ TEST(LoadAnyFile, FilesLoadWholeOrNotAtAll) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.path);
         const auto run = runInChild([&] { return echoLoaded(c.path.c_str(), "test set"); });
-        EXPECT_EQ(run.status, c.loads ? 0 : 1);
-        EXPECT_EQ(run.out, c.content);
-        EXPECT_EQ(run.err, c.loads ? "" : "Error loading test set from " + c.path + ".\n");
+        EXPECT_TRUE(finished(run, c.loads ? 0 : 1, c.content,
+                             c.loads ? "" : "Error loading test set from " + c.path + ".\n"));
     }
 }
 
@@ -78,9 +76,7 @@ TEST(LoadAnyFile, StdinIsReadToItsEndOrReportedUnreadable) {
                 return echoLoaded(nullptr, "rules");
             },
             c.input);
-        EXPECT_EQ(run.status, *c.err ? 1 : 0);
-        EXPECT_EQ(run.out, c.out);
-        EXPECT_EQ(run.err, c.err);
+        EXPECT_TRUE(finished(run, *c.err ? 1 : 0, c.out, c.err));
     }
 }
 

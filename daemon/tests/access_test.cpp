@@ -33,8 +33,7 @@ class AccessTest : public ::testing::Test {
         }
         // Readable by the other users, who load a rule file from here.
         ::chmod(scratch.path().c_str(), 0755);
-        testkit::writeFile(scratch / "share.rules", "share\n");
-        ::chmod((scratch / "share.rules").c_str(), 0644);
+        scratch.write("share.rules", "share\n", 0644);
         // The build folder may be closed to them: they run a copy.
         std::filesystem::copy_file(testkit::halvoctlPath(), scratch / "halvoctl");
     }

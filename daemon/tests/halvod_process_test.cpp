@@ -14,7 +14,7 @@ namespace json = boost::json;
 using link::CommandCode;
 using testkit::DaemonProcess;
 using testkit::readFile;
-using testkit::runToExit;
+using testkit::runHalvod;
 using testkit::TempDir;
 using testkit::TestClient;
 using testkit::writeFile;
@@ -31,15 +31,6 @@ json::object action(std::string_view name) {
     json::object payload;
     payload["action"] = name;
     return payload;
-}
-
-// Commits `rules` through a client of `daemon`; the final status.
-json::value commitRules(const DaemonProcess& daemon, const json::array& rules) {
-    TestClient client(daemon.port());
-    client.request(CommandCode::startRuleTransaction);
-    client.request(CommandCode::loadRuleList, rulesPayload(rules));
-    auto reply = client.request(CommandCode::endRuleTransaction, action("commit"));
-    return reply ? (*reply)["status"] : json::value();
 }
 
 json::array committedRules(const DaemonProcess& daemon) {
@@ -60,27 +51,6 @@ json::array numberedRules(int count, int salt) {
         rules.push_back(std::move(rule));
     }
     return rules;
-}
-
-TEST(HalvodProcessTest, CommittedRulesSurviveARestart) {
-    TempDir scratch;
-    const std::string rulesPath = (scratch / "halvod.rules").string();
-    const json::array rules =
-        *parseRuleText("share quick host \"10.0.0.5,lab\" class 08:06\n"
-                       "block !rdesk name contains \"Key\" !hwid 046d:c31c\n");
-    {
-        auto daemon = DaemonProcess::start({"--devices", kDevices, "--rules", rulesPath});
-        ASSERT_TRUE(daemon);
-        EXPECT_EQ(committedRules(*daemon), json::array());
-        EXPECT_EQ(commitRules(*daemon, rules), "ok");
-        daemon->signal(SIGTERM);
-        EXPECT_EQ(daemon->wait(), 0);
-    }
-    EXPECT_EQ(readFile(rulesPath), "share quick host \"10.0.0.5,lab\" class 08:06\n"
-                                   "block !rdesk name contains \"Key\" !hwid 046d:c31c\n");
-    auto restarted = DaemonProcess::start({"--devices", kDevices, "--rules", rulesPath});
-    ASSERT_TRUE(restarted);
-    EXPECT_EQ(committedRules(*restarted), rules);
 }
 
 // Starts a commit of `rules` and kills the daemon `delay` after sending it.
@@ -191,10 +161,9 @@ TEST(HalvodProcessTest, RulesFileThatDoesNotParseStopsTheStartUntouched) {
         "# two good rules, then a bad one\nshare\nblock rdesk\nshare rdesk host x\n";
     writeFile(rulesPath, text);
     auto result =
-        runToExit({"--listen", "127.0.0.1:0", "--devices", kDevices, "--rules", rulesPath});
-    EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.errorOutput,
-              "Parsing error at rule #3\nhalvod: " + rulesPath + ": rules not loaded\n");
+        runHalvod({"--listen", "127.0.0.1:0", "--devices", kDevices, "--rules", rulesPath});
+    EXPECT_TRUE(finished(
+        result, 1, "", "Parsing error at rule #3\nhalvod: " + rulesPath + ": rules not loaded\n"));
     EXPECT_EQ(readFile(rulesPath), text);
 }
 
@@ -209,40 +178,26 @@ TEST(HalvodProcessTest, StartFailuresSayWhy) {
         int status;
         std::string line;
     };
+    // clang-format off
     const Case kCases[] = {
-        {{"--listen", taken, "--devices", kDevices},
-         1,
-         "halvod: cannot listen on " + taken + ": Address already in use"},
-        {{"--listen", "0.0.0.0:0"},
-         2,
-         "halvod: refusing to listen on 0.0.0.0: the protocol has no authentication (add "
-         "--allow-remote to do it anyway)"},
+        {{"--listen", taken, "--devices", kDevices}, 1, "halvod: cannot listen on " + taken + ": Address already in use"},
+        {{"--listen", "0.0.0.0:0"}, 2, "halvod: refusing to listen on 0.0.0.0: the protocol has no authentication (add --allow-remote to do it anyway)"},
         {{"--listen", "localhost:1"}, 2, "halvod: --listen wants ADDR:PORT, not \"localhost:1\""},
         {{"--default", "allow"}, 2, "halvod: --default wants share or block"},
-        {{"--sysfs", "/sys", "--devices", kDevices},
-         2,
-         "halvod: --sysfs and --devices exclude each other"},
+        {{"--sysfs", "/sys", "--devices", kDevices}, 2, "halvod: --sysfs and --devices exclude each other"},
         {{"--verbose"}, 2, "halvod: unknown option \"--verbose\""},
         {{"--rules"}, 2, "halvod: --rules needs a value"},
-        {{"--devices", (scratch / "none.json").string()},
-         1,
-         "halvod: " + (scratch / "none.json").string() + ": No such file or directory"},
-        {{"--devices", kDevices, "--connections", kDevices},
-         1,
-         "halvod: " + kDevices + ": \"connections\" must be an array"},
+        {{"--devices", (scratch / "none.json").string()}, 1, "halvod: " + (scratch / "none.json").string() + ": No such file or directory"},
+        {{"--devices", kDevices, "--connections", kDevices}, 1, "halvod: " + kDevices + ": \"connections\" must be an array"},
         {{"--devices", "/dev/zero"}, 1, "halvod: /dev/zero: larger than 256 MiB"},
-        {{"--devices", kDevices, "--rules", (scratch / "none" / "rules").string()},
-         1,
-         "halvod: " + (scratch / "none").string() + ": the rules file's folder does not exist"},
-        {{"--max-clients", "0"},
-         2,
-         "halvod: --max-clients wants a whole number from 1 to 1073741824, not \"0\""},
+        {{"--devices", kDevices, "--rules", (scratch / "none" / "rules").string()}, 1, "halvod: " + (scratch / "none").string() + ": the rules file's folder does not exist"},
+        {{"--max-clients", "0"}, 2, "halvod: --max-clients wants a whole number from 1 to 1073741824, not \"0\""},
     };
+    // clang-format on
     for (const Case& row : kCases) {
-        auto result = runToExit(row.arguments);
+        auto result = runHalvod(row.arguments);
         EXPECT_EQ(result.status, row.status) << row.line;
-        EXPECT_NE(result.errorOutput.find(row.line + "\n"), std::string::npos)
-            << result.errorOutput;
+        EXPECT_NE(result.err.find(row.line + "\n"), std::string::npos) << result.err;
     }
 }
 

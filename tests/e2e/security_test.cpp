@@ -1,20 +1,18 @@
 // What daemon or user text cannot make the utility do: be read as a format,
-// reach the daemon after a rule set failed to parse, reach a shell through
-// VISUAL, or cost the user an edited rule file.
+// reach the daemon after a rule set failed to parse, or cost the user an
+// edited rule file. (That VISUAL never reaches a shell is the editor
+// session's unit test.)
 #include "tests/support/e2e.h"
 #include "tests/support/portable_fd.h"
 
-#include <arpa/inet.h>
 #include <chrono>
 #include <filesystem>
 #include <functional>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <optional>
 #include <poll.h>
 #include <stdexcept>
 #include <string>
-#include <sys/socket.h>
 #include <unistd.h>
 #include <vector>
 
@@ -27,15 +25,6 @@ namespace fs = std::filesystem;
 const std::string kFormat = "%s%n%x%p%%";
 const std::string kOk = R"({"status":"ok"})";
 const std::string kInternalError = "Internal error.\n";
-
-void writeText(const std::string& path, const std::string& text,
-               fs::perms mode = fs::perms::owner_read | fs::perms::owner_write) {
-    std::FILE* file = std::fopen(path.c_str(), "wb");
-    ASSERT_NE(file, nullptr) << path;
-    std::fwrite(text.data(), 1, text.size(), file);
-    std::fclose(file);
-    fs::permissions(path, mode);
-}
 
 struct LiteralCase {
     const char* name;
@@ -82,33 +71,14 @@ TEST(SecurityTest, DaemonTextIsPrintedAsItStands) {
         ScriptedDaemon daemon;
         c.script(daemon);
         Exchange exchange = runAgainst(daemon, c.args);
-        EXPECT_EQ(exchange.run.status, c.status) << c.name;
-        EXPECT_EQ(exchange.run.out, c.out) << c.name;
-        EXPECT_EQ(exchange.run.err, c.err) << c.name;
+        EXPECT_TRUE(finished(exchange.run, c.status, c.out, c.err)) << c.name;
     }
-}
-
-TEST(SecurityTest, EventTextIsPrintedAsItStands) {
-    ScriptedDaemon daemon;
-    daemon.onAccept([](PeerConnection& p) {
-        p.send(4, withFormat(R"({"id":1,"name":"F","state":"F","addr":"F"})"));
-        p.send(5, withFormat(R"({"addr":"F","port":2,"state":"F"})"));
-        p.close();
-    });
-    Exchange exchange = runAgainst(daemon, {"monitor"});
-    EXPECT_EQ(exchange.run.status, 5);
-    EXPECT_EQ(exchange.run.err, "\nconnection stopped by peer\n");
-    EXPECT_NE(exchange.run.out.find(withFormat("]: device id:1 \"F\" got F@F\n")),
-              std::string::npos)
-        << exchange.run.out;
-    EXPECT_NE(exchange.run.out.find(withFormat("]: host F:2 is F\n")), std::string::npos)
-        << exchange.run.out;
 }
 
 TEST(SecurityTest, UserTextIsPrintedAndSentAsItStands) {
     RunResult missing = runHalvoctl({"rule", "load", "/nonexistent/" + kFormat});
-    EXPECT_EQ(missing.status, 5);
-    EXPECT_EQ(missing.err, "Error loading rules from /nonexistent/" + kFormat + ".\n");
+    EXPECT_TRUE(
+        finished(missing, 5, "", "Error loading rules from /nonexistent/" + kFormat + ".\n"));
 
     // The program's own name, as the help text shows it.
     TempDir dir;
@@ -120,8 +90,7 @@ TEST(SecurityTest, UserTextIsPrintedAndSentAsItStands) {
          at = expected.find("halvoctl", at + kFormat.size())) {
         expected.replace(at, std::string("halvoctl").size(), kFormat);
     }
-    EXPECT_EQ(help.status, 0);
-    EXPECT_EQ(help.out, expected);
+    EXPECT_TRUE(finished(help, 0, expected, ""));
 
     for (const auto& [args, sent] : std::vector<std::pair<std::vector<std::string>, std::string>>{
              {{"conn", "drop", kFormat}, withFormat(R"(2 {"host":"F"})")},
@@ -141,16 +110,8 @@ TEST(SecurityTest, UserTextIsPrintedAndSentAsItStands) {
 // attempt stays visible as a pending one.
 class SilentListener {
   public:
-    SilentListener() {
-        fd_ = testkit::openSocket(AF_INET, SOCK_STREAM);
-        int yes = 1;
-        ::setsockopt(fd_, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(32999);
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        if (::bind(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-            ::listen(fd_, 4) != 0) {
+    SilentListener() : fd_(listenOnLoopback(32999)) {
+        if (fd_ < 0) {
             throw std::runtime_error("cannot listen on the daemon's port");
         }
     }
@@ -175,24 +136,17 @@ struct UnparsedCase {
 
 TEST(SecurityTest, RuleSetThatFailsToParseNeverReachesTheDaemon) {
     TempDir dir;
-    writeText(dir / "bad", "share\nblock name is \"unterminated\n");
-    writeText(dir / "not-utf8", "share name is \"\xc3\x28\"\n");
+    dir.write("bad", "share\nblock name is \"unterminated\n");
     const std::string missing = dir / "missing";
-    const std::string folder = dir.path().string();
     const UnparsedCase cases[] = {
         {{"rule", "load", dir / "bad"}, std::nullopt, "Parsing error at rule #2\n"},
         {{"rule", "load", missing}, std::nullopt, "Error loading rules from " + missing + ".\n"},
-        {{"rule", "load", folder}, std::nullopt, "Error loading rules from " + folder + ".\n"},
         // "-" is a file name for rule load; only rule test -f reads stdin for it.
         {{"rule", "load", "-"}, "share\n", "Error loading rules from -.\n"},
-        {{"rule", "load", dir / "not-utf8"}, std::nullopt, "Parsing error at rule #1\n"},
         {{"rule", "load"}, "share\nshare share\n", "Parsing error at rule #2\n"},
         {{"rule", "test", "-f", dir / "bad", "-r", "1"},
          std::nullopt,
          "Parsing error at rule #2\n"},
-        {{"rule", "test", "-f", "-", "-h", "h", "1"},
-         "block quick quick\n",
-         "Parsing error at rule #1\n"},
     };
     for (const UnparsedCase& c : cases) {
         SilentListener daemon;
@@ -209,12 +163,11 @@ TEST(SecurityTest, RuleSetThatFailsToParseNeverReachesTheDaemon) {
 // `text` into the file and exits with `status`.
 std::string installEditor(const TempDir& dir, const std::string& name, const std::string& text,
                           int status = 0) {
-    const std::string path = dir / name;
-    writeText(path,
-              "#!/bin/sh\nprintf '%s' \"$1\" > '" + (dir / "edited").string() + "'\nprintf '%s' '" +
-                  text + "' > \"$1\"\nexit " + std::to_string(status) + "\n",
-              fs::perms::owner_all);
-    return path;
+    return dir.write(name,
+                     "#!/bin/sh\nprintf '%s' \"$1\" > '" + (dir / "edited").string() +
+                         "'\nprintf '%s' '" + text + "' > \"$1\"\nexit " + std::to_string(status) +
+                         "\n",
+                     0700);
 }
 
 std::vector<std::string> runRuleEdit(ScriptedDaemon& daemon, const std::string& visual,
@@ -225,41 +178,6 @@ std::vector<std::string> runRuleEdit(ScriptedDaemon& daemon, const std::string& 
     Exchange exchange = runAgainst(daemon, {"rule", "edit"}, options);
     run = exchange.run;
     return describe(exchange.sent);
-}
-
-// Whatever VISUAL holds is one program name, handed to exec as it stands.
-TEST(SecurityTest, EditorNamedByVisualRunsWithoutAShell) {
-    TempDir dir;
-    const std::string marker = dir / "marker";
-    const std::string touch = "touch '" + marker + "'";
-    for (const std::string& visual :
-         {"true; " + touch, "true && " + touch, "true | " + touch, "$(" + touch + ")",
-          "`" + touch + "`", touch + " #", "true\n" + touch}) {
-        ScriptedDaemon daemon;
-        daemon.replyTo(6, kOk);
-        daemon.replyTo(7, R"({"rules":[{"action":"share"}]})");
-        RunResult run;
-        const std::vector<std::string> sent = runRuleEdit(daemon, visual, "n", run);
-        EXPECT_EQ(run.status, 5) << visual;
-        EXPECT_EQ(run.err, "Cannot launch editor (2).\n") << visual;
-        EXPECT_EQ(sent, (std::vector<std::string>{"6", "7"})) << visual;
-        EXPECT_FALSE(fs::exists(marker)) << visual;
-        if (fs::exists(dir / "edited")) {
-            fs::remove(dir / "edited");
-        }
-    }
-
-    // A program whose file name is full of shell syntax is simply run.
-    const std::string oddEditor = installEditor(dir, "ed; rm -rf x $(y) `z` | &", "block");
-    ScriptedDaemon daemon;
-    daemon.replyTo(6, kOk);
-    daemon.replyTo(7, R"({"rules":[{"action":"share"}]})");
-    daemon.replyTo(8, kOk);
-    daemon.replyTo(11, kOk);
-    RunResult run;
-    const std::vector<std::string> sent = runRuleEdit(daemon, oddEditor, "", run);
-    EXPECT_EQ(run.status, 0) << run.err;
-    EXPECT_EQ(sent.at(2), R"(8 {"rules":[{"action":"block"}]})");
 }
 
 struct EditFailureCase {
@@ -287,7 +205,6 @@ TEST(SecurityTest, EditedFileOutlivesEveryFailure) {
     const std::string edit = "block name is \"mine\" # edited by hand\n";
     // clang-format off
     const EditFailureCase cases[] = {
-        {"text that does not parse, not edited again", "share bogus\n", 0, "n", nullptr, "Parsing error at rule #1\n"},
         {"editor failed after writing, not run again", edit, 1, "n", nullptr, ""},
         {"daemon refuses the set", edit, 0, "",
          [](const ReceivedPacket& r, PeerConnection& p) { answerLoad(r, p, R"({"status":"error"})", kOk); }, kInternalError},

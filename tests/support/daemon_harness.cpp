@@ -2,14 +2,11 @@
 
 #include "tests/support/portable_fd.h"
 
-#include <arpa/inet.h>
 #include <boost/json/parse.hpp>
 #include <boost/json/serialize.hpp>
 #include <cstdlib>
 #include <fcntl.h>
 #include <fstream>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <poll.h>
 #include <signal.h>
 #include <sstream>
@@ -35,22 +32,7 @@ void addSysfsEntry(const fs::path& folder, const std::map<std::string, std::stri
     }
 }
 
-TestClient::TestClient(std::uint16_t port) {
-    fd_ = openSocket(AF_INET, SOCK_STREAM);
-    if (fd_ < 0) {
-        return;
-    }
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (::connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-        close();
-        return;
-    }
-    int on = 1;
-    ::setsockopt(fd_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-}
+TestClient::TestClient(std::uint16_t port) : fd_(connectToLoopback(port)) {}
 
 TestClient::~TestClient() {
     close();
@@ -64,14 +46,7 @@ void TestClient::close() {
 }
 
 bool TestClient::sendRaw(std::string_view bytes) {
-    while (!bytes.empty()) {
-        ssize_t sent = sendQuietly(fd_, bytes.data(), bytes.size());
-        if (sent <= 0) {
-            return false;
-        }
-        bytes.remove_prefix(static_cast<std::size_t>(sent));
-    }
-    return true;
+    return sendAll(fd_, bytes);
 }
 
 bool TestClient::send(link::CommandCode command) {
@@ -270,20 +245,8 @@ int DaemonProcess::wait() {
     return decodeStatus(status);
 }
 
-ExitResult runToExit(const std::vector<std::string>& arguments, std::chrono::milliseconds timeout) {
-    TempDir scratch;
-    pid_t pid = spawnHalvod(arguments, scratch / "stderr");
-    auto deadline = std::chrono::steady_clock::now() + timeout;
-    int status = 0;
-    while (::waitpid(pid, &status, WNOHANG) == 0) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            ::kill(pid, SIGKILL);
-            ::waitpid(pid, &status, 0);
-            break;
-        }
-        std::this_thread::sleep_for(10ms);
-    }
-    return ExitResult{decodeStatus(status), readFile(scratch / "stderr")};
+RunResult runHalvod(const std::vector<std::string>& arguments, const RunOptions& options) {
+    return runProgram(HALVOD_PATH, arguments, options);
 }
 
 } // namespace halvo::testkit

@@ -5,6 +5,7 @@
 #include "daemon/core/rule_store.h"
 #include "link/packet.h"
 #include "tests/support/files.h"
+#include "tests/support/process_runner.h"
 
 #include <boost/json/object.hpp>
 #include <chrono>
@@ -50,8 +51,6 @@ class TestClient {
     ~TestClient();
     TestClient(const TestClient&) = delete;
     TestClient& operator=(const TestClient&) = delete;
-
-    bool connected() const { return fd_ >= 0; }
 
     bool sendRaw(std::string_view bytes);
     bool send(link::CommandCode command);
@@ -106,14 +105,7 @@ class DaemonProcess {
     std::unique_ptr<TempDir> scratch_;
 };
 
-struct ExitResult {
-    int status = -1;
-    std::string errorOutput;
-};
-
-// Runs halvod with the arguments to its end (bounded by `timeout`, after
-// which it is killed).
-ExitResult runToExit(const std::vector<std::string>& arguments,
-                     std::chrono::milliseconds timeout = std::chrono::seconds(10));
+// Runs halvod with the arguments to its end (killed at the options' bound).
+RunResult runHalvod(const std::vector<std::string>& arguments, const RunOptions& options = {});
 
 } // namespace halvo::testkit

@@ -5,6 +5,8 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <string_view>
 #include <sys/types.h>
 
 namespace halvo::testkit {
@@ -15,5 +17,14 @@ bool openPipe(int fds[2]);
 
 // send(2) that reports a closed peer as EPIPE instead of a signal.
 ssize_t sendQuietly(int fd, const void* data, std::size_t size);
+// Sends every byte; false once the peer has gone.
+bool sendAll(int fd, std::string_view bytes);
+
+// A TCP socket listening on 127.0.0.1:`port` (0: any free port), or -1.
+int listenOnLoopback(std::uint16_t port);
+// The port a listening socket has.
+std::uint16_t localPort(int listener);
+// A TCP connection to 127.0.0.1:`port` without Nagle's delay, or -1.
+int connectToLoopback(std::uint16_t port);
 
 } // namespace halvo::testkit

@@ -4,11 +4,13 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
 #include <poll.h>
 #include <regex>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 extern char** environ;
@@ -175,6 +177,54 @@ RunResult runProgram(const std::string& program, const std::vector<std::string>&
         result.signal = WTERMSIG(status);
     }
     return result;
+}
+
+namespace {
+
+// The whole of `file` from its start; closes it.
+std::string drain(std::FILE* file) {
+    std::string text;
+    std::rewind(file);
+    for (int c = std::fgetc(file); c != EOF; c = std::fgetc(file)) {
+        text.push_back(static_cast<char>(c));
+    }
+    std::fclose(file);
+    return text;
+}
+
+} // namespace
+
+RunResult runInChild(const std::function<int()>& body, std::string_view input,
+                     std::chrono::milliseconds limit) {
+    std::FILE* streams[] = {std::tmpfile(), std::tmpfile(), std::tmpfile()};
+    std::fwrite(input.data(), 1, input.size(), streams[0]);
+    std::rewind(streams[0]);
+    std::fflush(nullptr); // the runner's pending output must not be written twice
+    const pid_t child = fork();
+    if (child == 0) {
+        for (int fd = 0; fd < 3; ++fd) {
+            dup2(fileno(streams[fd]), fd);
+        }
+        std::clearerr(stdin);
+        const int status = body();
+        std::fflush(nullptr);
+        _exit(status);
+    }
+    RunResult run;
+    const auto deadline = Clock::now() + limit;
+    int status = 0;
+    while (child > 0 && waitpid(child, &status, WNOHANG) == 0) {
+        if (Clock::now() > deadline && !run.timedOut) {
+            run.timedOut = true;
+            kill(child, SIGKILL);
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    run.status = child > 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    std::fclose(streams[0]);
+    run.out = drain(streams[1]);
+    run.err = drain(streams[2]);
+    return run;
 }
 
 std::string withoutTimestamps(const std::string& output) {

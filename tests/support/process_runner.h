@@ -2,9 +2,13 @@
 // test's choosing, and captures what it writes and how it ends.
 #pragma once
 
+#include "tests/support/finished_run.h"
+
 #include <chrono>
+#include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -19,16 +23,15 @@ struct RunOptions {
     std::chrono::milliseconds timeout{15000};
 };
 
-struct RunResult {
-    std::string out;
-    std::string err;
-    int status = -1; // exit status when the program exited
-    int signal = 0;  // the signal that ended it, if any
-    bool timedOut = false;
-};
-
 RunResult runProgram(const std::string& program, const std::vector<std::string>& args,
                      const RunOptions& options = {});
+
+// Runs `body` in a forked child whose standard streams are temporary files,
+// standard input holding `input`, so that dialogues and messages compare byte
+// for byte without touching the test runner's own streams. The status is what
+// `body` returned; a child still running at `limit` is killed (status -1).
+RunResult runInChild(const std::function<int()>& body, std::string_view input = {},
+                     std::chrono::milliseconds limit = std::chrono::seconds(10));
 
 // The monitor's output with each line's "[Www Mmm dd hh:mm:ss yyyy]: " time
 // stamp taken out; a line whose stamp has another layout is kept whole, so

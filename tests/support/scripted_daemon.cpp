@@ -17,19 +17,6 @@ namespace halvo::testkit {
 
 namespace {
 
-void writeAll(int fd, std::string_view bytes) {
-    while (!bytes.empty()) {
-        ssize_t written = sendQuietly(fd, bytes.data(), bytes.size());
-        if (written < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            return; // the utility has gone; the test judges by its outcome
-        }
-        bytes.remove_prefix(static_cast<std::size_t>(written));
-    }
-}
-
 // Waits for the descriptor to become readable, watching the stop flag.
 bool waitReadable(int fd, const std::atomic<bool>& stopping) {
     while (!stopping) {
@@ -84,7 +71,7 @@ void PeerConnection::sendHeader(std::uint32_t command, std::uint32_t size) {
 
 void PeerConnection::sendRaw(std::string_view bytes) {
     if (fd_ >= 0) {
-        writeAll(fd_, bytes);
+        sendAll(fd_, bytes); // a utility that has gone is judged by its outcome
     }
 }
 
@@ -130,20 +117,11 @@ void ScriptedDaemon::replyTo(std::uint32_t command, std::string json) {
 }
 
 void ScriptedDaemon::start() {
-    listener_ = openSocket(AF_INET, SOCK_STREAM);
-    int yes = 1;
-    ::setsockopt(listener_, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port_);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (::bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-        ::listen(listener_, 4) != 0) {
+    listener_ = listenOnLoopback(port_);
+    if (listener_ < 0) {
         throw std::runtime_error("scripted daemon cannot listen on its port");
     }
-    socklen_t length = sizeof address;
-    ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length);
-    port_ = ntohs(address.sin_port);
+    port_ = localPort(listener_);
     thread_ = std::thread([this] { serve(); });
 }
 

@@ -1,6 +1,6 @@
 #include "tests/support/files.h"
+#include "tests/support/stream_capture.h"
 #include "tools/rulecheck/rule_check.h"
-#include "util/output_testing.h"
 
 #include <cstdio>
 #include <filesystem>
@@ -23,7 +23,7 @@ struct Outcome {
 
 // Collects what `body(out, err)` writes on the two streams.
 template <class Body> Outcome capture(Body body) {
-    using halvo::util::testing::printedBy;
+    using halvo::testkit::printedBy;
     Outcome run;
     run.out = printedBy([&](std::FILE* out) {
         run.err = printedBy([&](std::FILE* err) { run.status = body(out, err); });

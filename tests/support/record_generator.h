@@ -15,7 +15,9 @@
 #include <string>
 #include <string_view>
 
-namespace halvo::rules {
+namespace halvo::testkit {
+
+using rules::RecordKey;
 
 class RecordGenerator {
   public:
@@ -134,4 +136,4 @@ class RecordGenerator {
     boost::json::object record_;
 };
 
-} // namespace halvo::rules
+} // namespace halvo::testkit

@@ -1,12 +1,12 @@
-// Test helper for the printers: what a printer writes to a stream, as bytes,
-// for comparison with golden text (tabs and all).
+// What a printer writes to a stream, as bytes, for comparison with golden
+// text (tabs and all).
 #pragma once
 
 #include <cstdio>
 #include <cstdlib>
 #include <string>
 
-namespace halvo::util::testing {
+namespace halvo::testkit {
 
 template <class Print> std::string printedBy(Print&& print) {
     char* data = nullptr;
@@ -22,4 +22,4 @@ template <class Print> std::string printedBy(Print&& print) {
     return text;
 }
 
-} // namespace halvo::util::testing
+} // namespace halvo::testkit
