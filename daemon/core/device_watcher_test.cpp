@@ -1,5 +1,4 @@
 #include "daemon/core/device_watcher.h"
-
 #include "tests/support/platform_doubles.h"
 
 #include <gtest/gtest.h>

@@ -17,7 +17,7 @@ namespace halvo::daemon {
 // `handedOver`, the messages come from that datagram socket (which the
 // monitor then owns) instead of the kernel: tests and benchmarks play the
 // kernel this way.
-std::variant<std::unique_ptr<BusMonitor>, std::string>
-openBusEvents(boost::asio::io_context& io, std::optional<int> handedOver);
+std::variant<std::unique_ptr<BusMonitor>, std::string> openBusEvents(boost::asio::io_context& io,
+                                                                     std::optional<int> handedOver);
 
 } // namespace halvo::daemon

@@ -74,7 +74,8 @@ bool KernelUevents::readWaiting() {
         // The writer of a handed-over socket stands for the kernel.
         std::uint32_t senderPort = 0;
         if (fromNetlink_) {
-            const bool named = header.msg_namelen == sizeof sender && sender.nl_family == AF_NETLINK;
+            const bool named =
+                header.msg_namelen == sizeof sender && sender.nl_family == AF_NETLINK;
             senderPort = named ? sender.nl_pid : kUnnamedSender;
         }
         auto change = parseUevent(std::string_view(buffer_.data(), static_cast<std::size_t>(size)),

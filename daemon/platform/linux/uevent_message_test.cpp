@@ -12,10 +12,9 @@ const std::string kDevpath = "/devices/pci0000:00/0000:00:14.0/usb1/1-2/1-2.3";
 // The fields of a well-formed report of the device 1-2.3 (or one of its
 // interfaces), each ended by a NUL byte.
 std::string report(const std::string& action, const std::string& devpath = kDevpath,
-                   const std::string& subsystem = "usb",
-                   const std::string& type = "usb_device") {
-    return action + "@" + devpath + '\0' + "ACTION=" + action + '\0' + "DEVPATH=" + devpath +
-           '\0' + "SUBSYSTEM=" + subsystem + '\0' + "DEVTYPE=" + type + '\0' + "SEQNUM=4711" + '\0';
+                   const std::string& subsystem = "usb", const std::string& type = "usb_device") {
+    return action + "@" + devpath + '\0' + "ACTION=" + action + '\0' + "DEVPATH=" + devpath + '\0' +
+           "SUBSYSTEM=" + subsystem + '\0' + "DEVTYPE=" + type + '\0' + "SEQNUM=4711" + '\0';
 }
 
 TEST(UeventMessageTest, ReportsUsbDeviceChangesOnlyFromTheKernel) {
@@ -47,8 +46,7 @@ TEST(UeventMessageTest, ReportsUsbDeviceChangesOnlyFromTheKernel) {
         {"field without =", "add@/devices/usb1/1-2\0ACTION\0"s, 0, "a field is not KEY=VALUE"},
         {"repeated field", report("add") + "SUBSYSTEM=usb" + '\0', 0, "field SUBSYSTEM repeated"},
         {"unknown action", report("online"), 0, "action online does not change the bus"},
-        {"odd bus id", report("add", "/devices/usb1/1-2%s"), 0,
-         "no bus id in DEVPATH"},
+        {"odd bus id", report("add", "/devices/usb1/1-2%s"), 0, "no bus id in DEVPATH"},
     };
     for (const Case& c : cases) {
         auto parsed = parseUevent(c.message, c.sender);
