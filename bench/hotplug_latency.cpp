@@ -2,14 +2,17 @@
 // `halvoctl monitor` prints for it, with halvod fed the kernel's reports
 // (uevents) and with halvod rescanning periodically (see README.md).
 //
-// The bus is a sysfs fixture folder; the kernel's uevent is played over the
-// socket that halvod takes from HALVOD_UEVENT_FD.
+// The bus is a sysfs fixture folder. Its uevents go through the kernel: in a
+// network namespace of its own, a process may hand the kernel a uevent that
+// it then sends to the namespace's listeners as its own (sender port 0), so
+// halvod reads them from its real netlink socket.
 //
 // Usage: hotplug_bench [--plugs=N]
 // Exit status: 0 when the uevent p95 is within the target, 2 when not, 1
 // when the figures could not be taken.
 #include "bench/sample_stats.h"
 #include "tests/support/private_network.h"
+#include "tests/support/uevents.h"
 
 #include <cerrno>
 #include <chrono>
@@ -76,9 +79,8 @@ std::string readText(const fs::path& path) {
 // A child process that is stopped and reaped when this goes.
 class Child {
   public:
-    // `keep` stays open in the child under its own number.
     Child(const std::vector<std::string>& argv, const std::vector<std::string>& extraEnvironment,
-          int output, const fs::path& errors, int keep = -1) {
+          int output, const fs::path& errors) {
         std::vector<std::string> environment(extraEnvironment);
         for (char** variable = environ; *variable != nullptr; ++variable) {
             environment.emplace_back(*variable);
@@ -89,9 +91,6 @@ class Child {
         posix_spawn_file_actions_adddup2(&actions, output, 1);
         posix_spawn_file_actions_addopen(&actions, 2, errors.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
                                          0600);
-        if (keep >= 0) {
-            posix_spawn_file_actions_adddup2(&actions, keep, keep); // clears close-on-exec
-        }
         const int error = posix_spawn(&pid_, argv[0].c_str(), &actions, nullptr,
                                       pointers(argv).data(), pointers(environment).data());
         posix_spawn_file_actions_destroy(&actions);
@@ -161,16 +160,10 @@ class MonitorOutput {
     std::string seen_;
 };
 
-// The kernel's report of the USB device `busid`.
-std::string usbUevent(const std::string& action, const std::string& busid) {
-    const std::string devpath = "/devices/pci0000:00/0000:00:14.0/usb1/" + busid;
-    return action + "@" + devpath + '\0' + "ACTION=" + action + '\0' + "DEVPATH=" + devpath + '\0' +
-           "SUBSYSTEM=usb" + '\0' + "DEVTYPE=usb_device" + '\0';
-}
-
 class Bus {
   public:
-    // Reports go to `kernel`, or nowhere when it is -1.
+    // Reports go through the kernel socket `kernel`, or nowhere when it is
+    // -1.
     Bus(const fs::path& folder, int kernel) : folder_(folder), kernel_(kernel) {
         fs::create_directories(folder_ / "bus");
     }
@@ -198,10 +191,9 @@ class Bus {
         if (kernel_ < 0) {
             return;
         }
-        const std::string message = usbUevent(action, busid);
-        if (::send(kernel_, message.data(), message.size(), 0) !=
-            static_cast<ssize_t>(message.size())) {
-            fail(std::string("cannot send a uevent: ") + std::strerror(errno));
+        if (auto refused = halvo::testkit::sendThroughKernel(
+                kernel_, halvo::testkit::usbUevent(action, busid))) {
+            fail(*refused);
         }
     }
 
@@ -221,15 +213,22 @@ void awaitListening(const fs::path& errors) {
 
 // Plug-to-line latencies in milliseconds, one per plug.
 std::vector<double> measure(const fs::path& scratch, bool uevents, int plugs) {
-    int kernel[2] = {-1, -1};
-    if (uevents && ::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, kernel) != 0) {
-        fail(std::string("socketpair: ") + std::strerror(errno));
+    int kernel = -1;
+    if (uevents) {
+        kernel = halvo::testkit::openUeventSender();
+        if (kernel < 0) {
+            fail(std::string("netlink socket: ") + std::strerror(errno));
+        }
     }
-    const std::string handOver = uevents ? std::to_string(kernel[1]) : "none";
-    Bus bus(scratch / (uevents ? "uevents" : "rescans"), kernel[0]);
+    Bus bus(scratch / (uevents ? "uevents" : "rescans"), kernel);
     const int null = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+    // Without the variable halvod opens its own netlink socket.
+    std::vector<std::string> environment;
+    if (!uevents) {
+        environment.push_back("HALVOD_UEVENT_FD=none");
+    }
     Child daemon({HALVOD_PATH, "--listen", "127.0.0.1:32999", "--sysfs", bus.devices().string()},
-                 {"HALVOD_UEVENT_FD=" + handOver}, null, scratch / "halvod.err", kernel[1]);
+                 environment, null, scratch / "halvod.err");
     awaitListening(scratch / "halvod.err");
     // A terminal, not a pipe: the monitor's standard output is then line
     // buffered, as for a person watching it.
@@ -281,7 +280,7 @@ std::vector<double> measure(const fs::path& scratch, bool uevents, int plugs) {
         bus.unplug(busid);
         output.awaitLine("\"" + name + "\" got unplugged");
     }
-    for (int fd : {kernel[0], kernel[1], terminal, null}) {
+    for (int fd : {kernel, terminal, null}) {
         if (fd >= 0) {
             ::close(fd);
         }
@@ -296,9 +295,13 @@ void printRow(const char* source, const std::vector<double>& latencies) {
 }
 
 int run(int plugs) {
-    const bool privateNetwork = halvo::testkit::isolateDaemonPort();
-    std::fprintf(stderr, "hotplug_bench: halvod on 127.0.0.1:32999%s\n",
-                 privateNetwork ? " in a private network namespace" : "");
+    // Outside a namespace of its own a uevent would reach the whole
+    // machine (udev included), if the kernel took it at all.
+    if (!halvo::testkit::isolateDaemonPort()) {
+        fail("needs a private network namespace (user namespaces are not allowed here)");
+    }
+    std::fprintf(stderr, "hotplug_bench: halvod on 127.0.0.1:32999 in a private network "
+                         "namespace\n");
     char folder[] = "/tmp/hotplug-bench.XXXXXX";
     if (::mkdtemp(folder) == nullptr) {
         fail(std::string("mkdtemp: ") + std::strerror(errno));
@@ -318,7 +321,7 @@ int run(int plugs) {
 
     std::printf("%-34s %10s %10s %10s %6s\n", "plug to monitor line (ms)", "median", "p95", "max",
                 "plugs");
-    printRow("uevent (HALVOD_UEVENT_FD)", viaUevents);
+    printRow("uevent (netlink, via the kernel)", viaUevents);
     printRow("periodic rescan (--rescan-ms 1000)", viaRescans);
     const double ueventP95 = halvo::bench::quantile(viaUevents, 0.95);
     std::printf("median ratio rescan/uevent: %.0f; target: uevent p95 under %.0f ms: %s\n",

@@ -4,6 +4,7 @@
 #include "tests/support/daemon_harness.h"
 #include "tests/support/private_network.h"
 #include "tests/support/process_runner.h"
+#include "tests/support/uevents.h"
 
 #include <cstdio>
 #include <filesystem>
@@ -13,9 +14,12 @@
 #include <sstream>
 #include <sys/stat.h>
 #include <thread>
+#include <unistd.h>
 
 namespace halvo::daemon {
 namespace {
+
+using namespace std::string_literals;
 
 using testkit::DaemonProcess;
 using testkit::readFile;
@@ -233,6 +237,37 @@ TEST_F(HalvoctlAgainstHalvod, MonitorShowsEventsUntilTheDaemonStops) {
     EXPECT_EQ(testkit::withoutTimestamps(run.out),
               "device id:2 \"Ultra Fit\" got unplugged@10.0.0.5\n"
               "host 10.0.0.5:50321 is dropped\n");
+}
+
+// The whole way of a plug: the kernel's uevent, halvod's netlink socket, its
+// rescan, its event, the monitor's line.
+TEST_F(HalvoctlAgainstHalvod, PlugReportedByTheKernelReachesTheMonitor) {
+    const int kernel = testkit::openUeventSender();
+    if (auto refused = testkit::sendThroughKernel(kernel, "ignored@/devices/x\0"s)) {
+        ::close(kernel);
+        GTEST_SKIP() << "needs a network namespace of its own: " << *refused;
+    }
+    daemon->signal(SIGTERM);
+    daemon->wait();
+    TempDir bus;
+    daemon = DaemonProcess::start(
+        {"--listen", "127.0.0.1:32999", "--sysfs", bus.path().string(), "--rescan-ms", "3600000"});
+    ASSERT_TRUE(daemon);
+    auto monitor = std::async(std::launch::async, [] { return runHalvoctl({"monitor"}); });
+    for (int attempt = 0; attempt < 500 && !connectionEstablished(32999); ++attempt) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    ASSERT_TRUE(connectionEstablished(32999));
+    testkit::addSysfsEntry(bus / "1-4",
+                           {{"idVendor", "1050"}, {"idProduct", "0407"}, {"product", "YubiKey"}});
+    EXPECT_EQ(testkit::sendThroughKernel(kernel, testkit::usbUevent("add", "1-4")), std::nullopt);
+    ::close(kernel);
+    // A generous bound: the figure itself is hotplug_bench's.
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    daemon->signal(SIGTERM);
+    EXPECT_EQ(daemon->wait(), 0);
+    EXPECT_EQ(testkit::withoutTimestamps(monitor.get().out),
+              "device id:1 \"YubiKey\" got plugged\n");
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 // halvod as a program: start-up, the rules file across restarts and kills.
 #include "daemon/core/rule_text.h"
 #include "tests/support/daemon_harness.h"
+#include "tests/support/uevents.h"
 
 #include <boost/json/parse.hpp>
 #include <gtest/gtest.h>
@@ -146,13 +147,6 @@ TEST(HalvodProcessTest, KillDuringCommitLeavesTheOldOrTheNewRules) {
     EXPECT_EQ(files, 1u);
 }
 
-// A kernel report of a USB device: "ACTION@DEVPATH" and its fields.
-std::string usbUevent(const std::string& action, const std::string& busid) {
-    const std::string devpath = "/devices/pci0000:00/0000:00:14.0/usb1/" + busid;
-    return action + "@" + devpath + '\0' + "ACTION=" + action + '\0' + "DEVPATH=" + devpath + '\0' +
-           "SUBSYSTEM=usb" + '\0' + "DEVTYPE=usb_device" + '\0';
-}
-
 TEST(HalvodProcessTest, UeventsBringHotplugAndUnplugToEveryClient) {
     TempDir bus;
     testkit::addSysfsEntry(bus / "1-1", {{"idVendor", "046d"},
@@ -178,7 +172,8 @@ TEST(HalvodProcessTest, UeventsBringHotplugAndUnplugToEveryClient) {
     testkit::addSysfsEntry(staging / "1-2",
                            {{"idVendor", "0781"}, {"idProduct", "5567"}, {"product", "Stick"}});
     std::filesystem::rename(staging / "1-2", bus / "1-2");
-    for (const std::string& report : {usbUevent("remove", "1-1"), usbUevent("add", "1-2")}) {
+    for (const std::string& report :
+         {testkit::usbUevent("remove", "1-1"), testkit::usbUevent("add", "1-2")}) {
         ASSERT_EQ(::send(kernel[0], report.data(), report.size(), 0),
                   static_cast<ssize_t>(report.size()));
     }
