@@ -29,10 +29,12 @@ KernelUevents::KernelUevents(boost::asio::io_context& io, int socket, bool fromN
 
 void KernelUevents::start(ChangeSink sink) {
     sink_ = std::move(sink);
+    stopped_ = false;
     awaitMessages();
 }
 
 void KernelUevents::stop() {
+    stopped_ = true;
     boost::system::error_code ignored;
     socket_.cancel(ignored);
 }
@@ -40,14 +42,15 @@ void KernelUevents::stop() {
 void KernelUevents::awaitMessages() {
     socket_.async_wait(boost::asio::posix::descriptor_base::wait_read,
                        [this](const boost::system::error_code& error) {
-                           if (!error && readWaiting()) {
+                           if (!error && readWaiting() && !stopped_) {
                                awaitMessages();
                            }
                        });
 }
 
 bool KernelUevents::readWaiting() {
-    for (int read = 0; read < kReadsPerTurn; ++read) {
+    // A sink may stop the reports.
+    for (int read = 0; read < kReadsPerTurn && !stopped_; ++read) {
         sockaddr_nl sender{};
         iovec chunk{buffer_.data(), buffer_.size()};
         msghdr header{};

@@ -32,6 +32,7 @@ class KernelUevents final : public BusMonitor {
     boost::asio::posix::stream_descriptor socket_;
     bool fromNetlink_;
     ChangeSink sink_;
+    bool stopped_ = false;
     // One byte more than the longest message, so that a longer one shows.
     std::vector<char> buffer_;
 };
