@@ -239,8 +239,8 @@ TEST_F(HalvoctlAgainstHalvod, MonitorShowsEventsUntilTheDaemonStops) {
               "host 10.0.0.5:50321 is dropped\n");
 }
 
-// The whole way of a plug: the kernel's uevent, halvod's netlink socket, its
-// rescan, its event, the monitor's line.
+// The whole way of a plug: the kernel's uevent, halvod's netlink socket and
+// its check of the sender, the rescan, the event, the monitor's line.
 TEST_F(HalvoctlAgainstHalvod, PlugReportedByTheKernelReachesTheMonitor) {
     const int kernel = testkit::openUeventSender();
     if (auto refused = testkit::sendThroughKernel(kernel, "ignored@/devices/x\0"s)) {
@@ -258,6 +258,13 @@ TEST_F(HalvoctlAgainstHalvod, PlugReportedByTheKernelReachesTheMonitor) {
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     ASSERT_TRUE(connectionEstablished(32999));
+    // A process posing as the kernel is not heard: had halvod rescanned,
+    // the monitor would show a device come and go.
+    testkit::addSysfsEntry(bus / "1-3", {{"idVendor", "046d"}, {"idProduct", "c31c"}});
+    EXPECT_EQ(testkit::sendAsProcess(kernel, testkit::usbUevent("add", "1-3")), std::nullopt);
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    std::filesystem::remove_all(bus / "1-3");
+
     testkit::addSysfsEntry(bus / "1-4",
                            {{"idVendor", "1050"}, {"idProduct", "0407"}, {"product", "YubiKey"}});
     EXPECT_EQ(testkit::sendThroughKernel(kernel, testkit::usbUevent("add", "1-4")), std::nullopt);

@@ -55,6 +55,18 @@ std::optional<std::string> sendThroughKernel(int sender, std::string_view uevent
     return std::nullopt;
 }
 
+std::optional<std::string> sendAsProcess(int sender, std::string_view uevent) {
+    sockaddr_nl listeners{};
+    listeners.nl_family = AF_NETLINK;
+    listeners.nl_groups = 1;
+    if (::sendto(sender, uevent.data(), uevent.size(), 0,
+                 reinterpret_cast<const sockaddr*>(&listeners),
+                 sizeof listeners) != static_cast<ssize_t>(uevent.size())) {
+        return std::string("cannot send a uevent: ") + std::strerror(errno);
+    }
+    return std::nullopt;
+}
+
 #else
 
 int openUeventSender() {
@@ -62,6 +74,10 @@ int openUeventSender() {
 }
 
 std::optional<std::string> sendThroughKernel(int, std::string_view) {
+    return std::string("uevents exist only on Linux");
+}
+
+std::optional<std::string> sendAsProcess(int, std::string_view) {
     return std::string("uevents exist only on Linux");
 }
 

@@ -20,4 +20,9 @@ int openUeventSender();
 // the kernel refused it.
 std::optional<std::string> sendThroughKernel(int sender, std::string_view uevent);
 
+// Sends `uevent` from `sender` itself (not the kernel) to the listeners of
+// the kernel's uevent group, as a process that poses as the kernel would.
+// Needs a network namespace of one's own, too.
+std::optional<std::string> sendAsProcess(int sender, std::string_view uevent);
+
 } // namespace halvo::testkit
