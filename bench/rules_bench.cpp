@@ -56,7 +56,7 @@ const RuleSet& ruleSet() {
 
 void countRules(benchmark::State& state, std::size_t bytes) {
     state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()) * ruleCount);
-    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * bytes));
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(bytes));
 }
 
 void BM_ParseRuleText(benchmark::State& state) {
