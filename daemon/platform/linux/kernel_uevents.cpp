@@ -48,41 +48,49 @@ void KernelUevents::awaitMessages() {
                        });
 }
 
+std::variant<KernelUevents::Datagram, int> KernelUevents::receive() {
+    sockaddr_nl sender{};
+    iovec chunk{buffer_.data(), buffer_.size()};
+    msghdr header{};
+    header.msg_name = &sender;
+    header.msg_namelen = sizeof sender;
+    header.msg_iov = &chunk;
+    header.msg_iovlen = 1;
+    const ssize_t size = ::recvmsg(socket_.native_handle(), &header, MSG_DONTWAIT);
+    if (size < 0) {
+        return errno;
+    }
+    // The writer of a handed-over socket stands for the kernel.
+    std::uint32_t senderPort = 0;
+    if (fromNetlink_) {
+        const bool named = header.msg_namelen == sizeof sender && sender.nl_family == AF_NETLINK;
+        senderPort = named ? sender.nl_pid : kUnnamedSender;
+    }
+    return Datagram{static_cast<std::size_t>(size), senderPort};
+}
+
 bool KernelUevents::readWaiting() {
     // A sink may stop the reports.
     for (int read = 0; read < kReadsPerTurn && !stopped_; ++read) {
-        sockaddr_nl sender{};
-        iovec chunk{buffer_.data(), buffer_.size()};
-        msghdr header{};
-        header.msg_name = &sender;
-        header.msg_namelen = sizeof sender;
-        header.msg_iov = &chunk;
-        header.msg_iovlen = 1;
-        const ssize_t size = ::recvmsg(socket_.native_handle(), &header, MSG_DONTWAIT);
-        if (size < 0 && errno == ENOBUFS) {
-            // The kernel dropped messages: any device may have changed.
-            sink_(BusChange{"", "lost"});
-            continue;
-        }
-        if (size < 0) {
-            if (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR) {
+        auto received = receive();
+        if (const int* error = std::get_if<int>(&received)) {
+            if (*error == ENOBUFS) {
+                // The kernel dropped messages: any device may have changed.
+                sink_(BusChange{"", "lost"});
+                continue;
+            }
+            if (*error == EAGAIN || *error == EWOULDBLOCK || *error == EINTR) {
                 return true;
             }
-            std::fprintf(stderr, "halvod: reading uevents failed: %s\n", std::strerror(errno));
+            std::fprintf(stderr, "halvod: reading uevents failed: %s\n", std::strerror(*error));
             return false;
         }
-        if (size == 0 && !fromNetlink_) {
+        const Datagram& datagram = std::get<Datagram>(received);
+        if (datagram.size == 0 && !fromNetlink_) {
             return false; // the writer closed the socket pair
         }
-        // The writer of a handed-over socket stands for the kernel.
-        std::uint32_t senderPort = 0;
-        if (fromNetlink_) {
-            const bool named =
-                header.msg_namelen == sizeof sender && sender.nl_family == AF_NETLINK;
-            senderPort = named ? sender.nl_pid : kUnnamedSender;
-        }
-        auto change = parseUevent(std::string_view(buffer_.data(), static_cast<std::size_t>(size)),
-                                  senderPort);
+        auto change =
+            parseUevent(std::string_view(buffer_.data(), datagram.size), datagram.senderPort);
         if (auto* reported = std::get_if<BusChange>(&change)) {
             sink_(*reported);
         }

@@ -8,6 +8,8 @@
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/posix/stream_descriptor.hpp>
+#include <cstddef>
+#include <cstdint>
 #include <string>
 #include <variant>
 #include <vector>
@@ -25,7 +27,14 @@ class KernelUevents final : public BusMonitor {
     void stop() override;
 
   private:
+    struct Datagram {
+        std::size_t size = 0; // in buffer_
+        std::uint32_t senderPort = 0;
+    };
+
     void awaitMessages();
+    // The next waiting message, or the error number that kept it.
+    std::variant<Datagram, int> receive();
     // Reads what is waiting; false when the socket failed for good.
     bool readWaiting();
 
