@@ -19,8 +19,6 @@
 namespace halvo::daemon {
 namespace {
 
-using namespace std::string_literals;
-
 using testkit::DaemonProcess;
 using testkit::readFile;
 using testkit::runHalvoctl;
@@ -83,12 +81,12 @@ struct Expected {
 class HalvoctlAgainstHalvod : public ::testing::Test {
   protected:
     static void SetUpTestSuite() {
-        static const bool isolated = [] {
-            testkit::isolateDaemonPort();
-            return true;
-        }();
-        (void)isolated;
+        static const bool isolated = testkit::isolateDaemonPort();
+        privateNetwork = isolated;
     }
+
+    // Whether the test process has a network namespace of its own.
+    static inline bool privateNetwork = false;
 
     void SetUp() override {
         rulesPath = (scratch / "halvod.rules").string();
@@ -242,11 +240,11 @@ TEST_F(HalvoctlAgainstHalvod, MonitorShowsEventsUntilTheDaemonStops) {
 // The whole way of a plug: the kernel's uevent, halvod's netlink socket and
 // its check of the sender, the rescan, the event, the monitor's line.
 TEST_F(HalvoctlAgainstHalvod, PlugReportedByTheKernelReachesTheMonitor) {
-    const int kernel = testkit::openUeventSender();
-    if (auto refused = testkit::sendThroughKernel(kernel, "ignored@/devices/x\0"s)) {
-        ::close(kernel);
-        GTEST_SKIP() << "needs a network namespace of its own: " << *refused;
+    // Elsewhere the uevents would reach the whole machine.
+    if (!privateNetwork) {
+        GTEST_SKIP() << "needs a network namespace of its own";
     }
+    const int kernel = testkit::openUeventSender();
     daemon->signal(SIGTERM);
     daemon->wait();
     TempDir bus;
