@@ -8,7 +8,7 @@ namespace halvo::bench {
 namespace {
 
 // The value at fraction `at` (0..1) of the sorted samples.
-double quantile(const std::vector<double>& sorted, double at) {
+double sortedQuantile(const std::vector<double>& sorted, double at) {
     const double position = at * static_cast<double>(sorted.size() - 1);
     const auto below = static_cast<std::size_t>(std::floor(position));
     const std::size_t above = std::min(below + 1, sorted.size() - 1);
@@ -25,10 +25,18 @@ Summary summarize(std::vector<double> samples) {
         return summary;
     }
     std::sort(samples.begin(), samples.end());
-    summary.median = quantile(samples, 0.5);
-    summary.lowerQuartile = quantile(samples, 0.25);
-    summary.upperQuartile = quantile(samples, 0.75);
+    summary.median = sortedQuantile(samples, 0.5);
+    summary.lowerQuartile = sortedQuantile(samples, 0.25);
+    summary.upperQuartile = sortedQuantile(samples, 0.75);
     return summary;
+}
+
+double quantile(std::vector<double> samples, double at) {
+    if (samples.empty()) {
+        return 0;
+    }
+    std::sort(samples.begin(), samples.end());
+    return sortedQuantile(samples, at);
 }
 
 std::vector<double> pairRatios(const std::vector<double>& contender,

@@ -19,6 +19,10 @@ struct Summary {
 // there are no samples.
 Summary summarize(std::vector<double> samples);
 
+// The value at fraction `at` (0..1) of the samples, interpolated; 0 when
+// there are none.
+double quantile(std::vector<double> samples, double at);
+
 // contender[i] / floor[i] for every pair both sides hold.
 std::vector<double> pairRatios(const std::vector<double>& contender,
                                const std::vector<double>& floor);

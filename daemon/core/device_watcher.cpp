@@ -5,25 +5,55 @@
 namespace halvo::daemon {
 
 DeviceWatcher::DeviceWatcher(boost::asio::io_context& io, DeviceBackend& backend,
-                             DeviceTable& table, std::chrono::milliseconds period, EventSink sink)
-    : backend_(backend), table_(table), period_(period), sink_(std::move(sink)), timer_(io) {}
+                             DeviceTable& table, BusMonitor* busEvents,
+                             std::chrono::milliseconds fallbackPeriod, EventSink sink)
+    : backend_(backend), table_(table), busEvents_(busEvents), fallbackPeriod_(fallbackPeriod),
+      sink_(std::move(sink)), timer_(io) {}
 
 void DeviceWatcher::start() {
-    scheduleNext();
+    if (busEvents_ != nullptr) {
+        busEvents_->start([this](const BusChange& change) { changed(change); });
+    } else {
+        scheduleNext();
+    }
 }
 
 void DeviceWatcher::stop() {
+    if (busEvents_ != nullptr) {
+        busEvents_->stop();
+    }
     timer_.cancel();
 }
 
+void DeviceWatcher::observeChanges(ChangeObserver observer) {
+    observers_.push_back(std::move(observer));
+}
+
 void DeviceWatcher::scheduleNext() {
-    timer_.expires_after(period_);
+    timer_.expires_after(fallbackPeriod_);
     timer_.async_wait([this](const boost::system::error_code& error) {
         if (error) {
             return;
         }
         rescan();
         scheduleNext();
+    });
+}
+
+void DeviceWatcher::changed(const BusChange& change) {
+    for (const ChangeObserver& observer : observers_) {
+        observer(change);
+    }
+    if (rescanPending_) {
+        return;
+    }
+    rescanPending_ = true;
+    timer_.expires_after(kCoalescing);
+    timer_.async_wait([this](const boost::system::error_code& error) {
+        rescanPending_ = false;
+        if (!error) {
+            rescan();
+        }
     });
 }
 

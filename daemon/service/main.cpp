@@ -8,6 +8,7 @@
 #include "daemon/platform/fixture_backend.h"
 #include "daemon/platform/rules_file.h"
 #include "daemon/platform/system_devices.h"
+#include "daemon/service/hotplug.h"
 #include "daemon/service/options.h"
 
 #include <boost/asio/io_context.hpp>
@@ -110,8 +111,12 @@ int serve(const daemon::Options& options) {
         return fail("cannot listen on " + options.listen.address().to_string() + ":" +
                     std::to_string(options.listen.port()) + ": " + *error);
     }
+    std::unique_ptr<daemon::BusMonitor> busEvents;
+    if (devices.seesHotplug()) {
+        busEvents = daemon::openHotplugEvents(io, options.rescanPeriod);
+    }
     daemon::DeviceWatcher watcher(
-        io, devices, table, options.rescanPeriod,
+        io, devices, table, busEvents.get(), options.rescanPeriod,
         [&server](const daemon::Event& event) { server.broadcast(event); });
     if (devices.seesHotplug()) {
         watcher.start();

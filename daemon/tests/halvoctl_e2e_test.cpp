@@ -4,6 +4,7 @@
 #include "tests/support/daemon_harness.h"
 #include "tests/support/private_network.h"
 #include "tests/support/process_runner.h"
+#include "tests/support/uevents.h"
 
 #include <cstdio>
 #include <filesystem>
@@ -12,6 +13,7 @@
 #include <signal.h>
 #include <sstream>
 #include <thread>
+#include <unistd.h>
 
 namespace halvo::daemon {
 namespace {
@@ -77,12 +79,12 @@ struct Expected {
 class HalvoctlAgainstHalvod : public ::testing::Test {
   protected:
     static void SetUpTestSuite() {
-        static const bool isolated = [] {
-            testkit::isolateDaemonPort();
-            return true;
-        }();
-        (void)isolated;
+        static const bool isolated = testkit::isolateDaemonPort();
+        privateNetwork = isolated;
     }
+
+    // Whether the test process has a network namespace of its own.
+    static inline bool privateNetwork = false;
 
     void SetUp() override {
         rulesPath = (scratch / "halvod.rules").string();
@@ -219,6 +221,44 @@ TEST_F(HalvoctlAgainstHalvod, MonitorShowsEventsUntilTheDaemonStops) {
     EXPECT_EQ(testkit::withoutTimestamps(run.out),
               "device id:2 \"Ultra Fit\" got unplugged@10.0.0.5\n"
               "host 10.0.0.5:50321 is dropped\n");
+}
+
+// The whole way of a plug: the kernel's uevent, halvod's netlink socket and
+// its check of the sender, the rescan, the event, the monitor's line.
+TEST_F(HalvoctlAgainstHalvod, PlugReportedByTheKernelReachesTheMonitor) {
+    // Elsewhere the uevents would reach the whole machine.
+    if (!privateNetwork) {
+        GTEST_SKIP() << "needs a network namespace of its own";
+    }
+    const int kernel = testkit::openUeventSender();
+    daemon->signal(SIGTERM);
+    daemon->wait();
+    TempDir bus;
+    daemon = DaemonProcess::start(
+        {"--listen", "127.0.0.1:32999", "--sysfs", bus.path().string(), "--rescan-ms", "3600000"});
+    ASSERT_TRUE(daemon);
+    auto monitor = std::async(std::launch::async, [] { return runHalvoctl({"monitor"}); });
+    for (int attempt = 0; attempt < 500 && !connectionEstablished(32999); ++attempt) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    ASSERT_TRUE(connectionEstablished(32999));
+    // A process posing as the kernel is not heard: had halvod rescanned,
+    // the monitor would show a device come and go.
+    testkit::addSysfsEntry(bus / "1-3", {{"idVendor", "046d"}, {"idProduct", "c31c"}});
+    EXPECT_EQ(testkit::sendAsProcess(kernel, testkit::usbUevent("add", "1-3")), std::nullopt);
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    std::filesystem::remove_all(bus / "1-3");
+
+    testkit::addSysfsEntry(bus / "1-4",
+                           {{"idVendor", "1050"}, {"idProduct", "0407"}, {"product", "YubiKey"}});
+    EXPECT_EQ(testkit::sendThroughKernel(kernel, testkit::usbUevent("add", "1-4")), std::nullopt);
+    ::close(kernel);
+    // A generous bound: the figure itself is hotplug_bench's.
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    daemon->signal(SIGTERM);
+    EXPECT_EQ(daemon->wait(), 0);
+    EXPECT_EQ(testkit::withoutTimestamps(monitor.get().out),
+              "device id:1 \"YubiKey\" got plugged\n");
 }
 
 } // namespace

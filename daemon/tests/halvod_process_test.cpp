@@ -1,16 +1,20 @@
 // halvod as a program: start-up, the rules file across restarts and kills.
 #include "daemon/core/rule_text.h"
 #include "tests/support/daemon_harness.h"
+#include "tests/support/uevents.h"
 
 #include <boost/json/parse.hpp>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/socket.h>
 #include <thread>
+#include <unistd.h>
 
 namespace halvo::daemon {
 namespace {
 
 namespace json = boost::json;
+using namespace std::chrono_literals;
 using link::CommandCode;
 using testkit::DaemonProcess;
 using testkit::readFile;
@@ -113,35 +117,45 @@ TEST(HalvodProcessTest, KillDuringCommitLeavesTheOldOrTheNewRules) {
     EXPECT_EQ(files, 1u);
 }
 
-TEST(HalvodProcessTest, SysfsHotplugAndUnplugReachEveryClient) {
+TEST(HalvodProcessTest, UeventsBringHotplugAndUnplugToEveryClient) {
     TempDir bus;
     testkit::addSysfsEntry(bus / "1-1", {{"idVendor", "046d"},
                                          {"idProduct", "c31c"},
                                          {"product", "Keyboard"},
                                          {"authorized", "1"}});
-    auto daemon = DaemonProcess::start({"--sysfs", bus.path().string(), "--rescan-ms", "20"});
+    int kernel[2];
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, kernel), 0);
+    // A period that never ends within the test: only the uevents can bring
+    // the changes.
+    auto daemon =
+        DaemonProcess::start({"--sysfs", bus.path().string(), "--rescan-ms", "3600000"}, kernel[1]);
+    ::close(kernel[1]);
     ASSERT_TRUE(daemon);
     TestClient actor(daemon->port());
     TestClient watcher(daemon->port());
     ASSERT_TRUE(watcher.request(CommandCode::deviceList));
 
-    // Gone first, then new: seen in one rescan or in two, the events come in
-    // this order.
-    // The new device is made aside and moved in, so that no rescan sees it
-    // half written.
+    // The new device is made aside and moved in, as the kernel shows a
+    // device whole before it reports it.
     std::filesystem::remove_all(bus / "1-1");
     TempDir staging;
     testkit::addSysfsEntry(staging / "1-2",
                            {{"idVendor", "0781"}, {"idProduct", "5567"}, {"product", "Stick"}});
     std::filesystem::rename(staging / "1-2", bus / "1-2");
+    for (const std::string& report :
+         {testkit::usbUevent("remove", "1-1"), testkit::usbUevent("add", "1-2")}) {
+        ASSERT_EQ(::send(kernel[0], report.data(), report.size(), 0),
+                  static_cast<ssize_t>(report.size()));
+    }
     for (TestClient* client : {&actor, &watcher}) {
-        auto gone = client->receive();
-        auto added = client->receive();
+        auto gone = client->receive(1s);
+        auto added = client->receive(1s);
         ASSERT_TRUE(gone && added);
         EXPECT_EQ(gone->payload,
                   json::parse(R"({"id": 1, "name": "Keyboard", "state": "unplugged"})"));
         EXPECT_EQ(added->payload, json::parse(R"({"id": 2, "name": "Stick", "state": "plugged"})"));
     }
+    ::close(kernel[0]);
 
     testkit::writeFile(bus / "1-2" / "authorized", "1\n");
     auto reply =

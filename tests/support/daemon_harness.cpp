@@ -19,6 +19,8 @@
 #error "HALVOD_PATH must name the halvod under test"
 #endif
 
+extern char** environ;
+
 namespace halvo::testkit {
 
 namespace fs = std::filesystem;
@@ -140,7 +142,8 @@ bool TestClient::closedByPeer(std::chrono::milliseconds timeout) {
 
 namespace {
 
-pid_t spawnHalvod(const std::vector<std::string>& arguments, const fs::path& errorFile) {
+pid_t spawnHalvod(const std::vector<std::string>& arguments, const fs::path& errorFile,
+                  int ueventSocket = -1) {
     // Everything the child needs is made before the fork: a test process
     // may have threads, and the child may only make async-signal-safe calls.
     std::vector<std::string> argv{HALVOD_PATH};
@@ -151,6 +154,18 @@ pid_t spawnHalvod(const std::vector<std::string>& arguments, const fs::path& err
     }
     pointers.push_back(nullptr);
     const std::string errorPath = errorFile.string();
+    std::vector<std::string> environment;
+    for (char** variable = environ; *variable != nullptr; ++variable) {
+        environment.emplace_back(*variable);
+    }
+    if (ueventSocket >= 0) {
+        environment.push_back("HALVOD_UEVENT_FD=" + std::to_string(ueventSocket));
+    }
+    std::vector<char*> environmentPointers;
+    for (std::string& variable : environment) {
+        environmentPointers.push_back(variable.data());
+    }
+    environmentPointers.push_back(nullptr);
     pid_t pid = ::fork();
     if (pid != 0) {
         return pid;
@@ -160,7 +175,10 @@ pid_t spawnHalvod(const std::vector<std::string>& arguments, const fs::path& err
     ::dup2(null, 0);
     ::dup2(null, 1);
     ::dup2(err, 2);
-    ::execv(pointers[0], pointers.data());
+    if (ueventSocket >= 0) {
+        ::fcntl(ueventSocket, F_SETFD, 0);
+    }
+    ::execve(pointers[0], pointers.data(), environmentPointers.data());
     ::_exit(127);
 }
 
@@ -194,14 +212,15 @@ std::optional<std::uint16_t> announcedPort(const std::string& output) {
 
 } // namespace
 
-std::unique_ptr<DaemonProcess> DaemonProcess::start(const std::vector<std::string>& arguments) {
+std::unique_ptr<DaemonProcess> DaemonProcess::start(const std::vector<std::string>& arguments,
+                                                    int ueventSocket) {
     std::unique_ptr<DaemonProcess> daemon(new DaemonProcess());
     daemon->scratch_ = std::make_unique<TempDir>();
     std::vector<std::string> withListen = arguments;
     if (!namesListenAddress(arguments)) {
         withListen.insert(withListen.begin(), {"--listen", "127.0.0.1:0"});
     }
-    daemon->pid_ = spawnHalvod(withListen, *daemon->scratch_ / "stderr");
+    daemon->pid_ = spawnHalvod(withListen, *daemon->scratch_ / "stderr", ueventSocket);
     auto deadline = std::chrono::steady_clock::now() + 10s;
     while (std::chrono::steady_clock::now() < deadline) {
         if (auto port = announcedPort(daemon->errorOutput())) {

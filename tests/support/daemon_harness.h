@@ -85,8 +85,10 @@ class TestClient {
 class DaemonProcess {
   public:
     // Nothing when the daemon did not announce its port in time (it may
-    // have exited: see `runToExit`).
-    static std::unique_ptr<DaemonProcess> start(const std::vector<std::string>& arguments);
+    // have exited: see `runToExit`).  With `ueventSocket`, the daemon reads
+    // its uevents from that datagram socket instead of the kernel's.
+    static std::unique_ptr<DaemonProcess> start(const std::vector<std::string>& arguments,
+                                                int ueventSocket = -1);
     ~DaemonProcess();
 
     std::uint16_t port() const { return port_; }

@@ -89,7 +89,7 @@ TEST(SysfsBackendTest, ReadsDevicesAndLeavesOutHubsAndInterfaces) {
 // A bus folder watched the way halvod watches it, rescanned on demand.
 struct WatchedBus {
     explicit WatchedBus(const fs::path& root)
-        : backend(root), watcher(io, backend, table, std::chrono::milliseconds(1000),
+        : backend(root), watcher(io, backend, table, nullptr, std::chrono::milliseconds(1000),
                                  [this](const Event& event) { events.push_back(event); }) {}
 
     SysfsBackend backend;
