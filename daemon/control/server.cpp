@@ -6,7 +6,10 @@
 
 #include <algorithm>
 #include <boost/asio/socket_base.hpp>
+#include <cerrno>
+#include <cstring>
 #include <new>
+#include <sys/socket.h>
 
 namespace halvo::daemon {
 
@@ -40,6 +43,21 @@ std::optional<std::string> Server::listen(const tcp::endpoint& endpoint) {
     if (error) {
         boost::system::error_code ignored;
         acceptor_.close(ignored);
+        return error.message();
+    }
+    accept();
+    return std::nullopt;
+}
+
+std::optional<std::string> Server::adopt(int listeningSocket) {
+    sockaddr_storage address{};
+    socklen_t size = sizeof address;
+    if (::getsockname(listeningSocket, reinterpret_cast<sockaddr*>(&address), &size) != 0) {
+        return std::string(std::strerror(errno));
+    }
+    boost::system::error_code error;
+    acceptor_.assign(address.ss_family == AF_INET6 ? tcp::v6() : tcp::v4(), listeningSocket, error);
+    if (error) {
         return error.message();
     }
     accept();

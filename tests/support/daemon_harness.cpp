@@ -165,10 +165,23 @@ bool TestClient::closedByPeer(std::chrono::milliseconds timeout) {
 
 namespace {
 
+bool namesOption(const std::vector<std::string>& arguments, std::string_view prefix) {
+    return std::any_of(arguments.begin(), arguments.end(), [prefix](const std::string& argument) {
+        return argument.starts_with(prefix);
+    });
+}
+
 pid_t spawnHalvod(const std::vector<std::string>& arguments, const fs::path& errorFile) {
     // Everything the child needs is made before the fork: a test process
     // may have threads, and the child may only make async-signal-safe calls.
     std::vector<std::string> argv{HALVOD_PATH};
+    // The machine's own config file and rules folder stay out of tests.
+    if (!namesOption(arguments, "--config")) {
+        argv.insert(argv.end(), {"--config", "/dev/null"});
+    }
+    if (!namesOption(arguments, "--rules")) {
+        argv.emplace_back("--rules-in-memory");
+    }
     argv.insert(argv.end(), arguments.begin(), arguments.end());
     std::vector<char*> pointers;
     for (std::string& argument : argv) {
@@ -196,15 +209,6 @@ int decodeStatus(int status) {
     return 128 + WTERMSIG(status);
 }
 
-bool namesListenAddress(const std::vector<std::string>& arguments) {
-    for (const std::string& argument : arguments) {
-        if (argument.starts_with("--listen")) {
-            return true;
-        }
-    }
-    return false;
-}
-
 // The port of the line "halvod: listening on ADDR:PORT".
 std::optional<std::uint16_t> announcedPort(const std::string& output) {
     const std::string kMarker = "listening on ";
@@ -223,7 +227,7 @@ std::unique_ptr<DaemonProcess> DaemonProcess::start(const std::vector<std::strin
     std::unique_ptr<DaemonProcess> daemon(new DaemonProcess());
     daemon->scratch_ = std::make_unique<TempDir>();
     std::vector<std::string> withListen = arguments;
-    if (!namesListenAddress(arguments)) {
+    if (!namesOption(arguments, "--listen")) {
         withListen.insert(withListen.begin(), {"--listen", "127.0.0.1:0"});
     }
     daemon->pid_ = spawnHalvod(withListen, *daemon->scratch_ / "stderr");
