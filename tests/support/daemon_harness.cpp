@@ -22,6 +22,8 @@
 #error "HALVOD_PATH must name the halvod under test"
 #endif
 
+extern char** environ; // the POSIX way to reach the environment
+
 namespace halvo::testkit {
 
 namespace fs = std::filesystem;
@@ -171,10 +173,21 @@ bool namesOption(const std::vector<std::string>& arguments, std::string_view pre
     });
 }
 
-pid_t spawnHalvod(const std::vector<std::string>& arguments, const fs::path& errorFile) {
+std::vector<char*> pointersTo(std::vector<std::string>& strings) {
+    std::vector<char*> pointers;
+    for (std::string& text : strings) {
+        pointers.push_back(text.data());
+    }
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+pid_t spawnHalvod(const std::vector<std::string>& arguments, const fs::path& errorFile,
+                  const DaemonLaunch& launch = {}) {
     // Everything the child needs is made before the fork: a test process
     // may have threads, and the child may only make async-signal-safe calls.
-    std::vector<std::string> argv{HALVOD_PATH};
+    std::vector<std::string> argv = launch.wrapper;
+    argv.emplace_back(HALVOD_PATH);
     // The machine's own config file and rules folder stay out of tests.
     if (!namesOption(arguments, "--config")) {
         argv.insert(argv.end(), {"--config", "/dev/null"});
@@ -183,11 +196,12 @@ pid_t spawnHalvod(const std::vector<std::string>& arguments, const fs::path& err
         argv.emplace_back("--rules-in-memory");
     }
     argv.insert(argv.end(), arguments.begin(), arguments.end());
-    std::vector<char*> pointers;
-    for (std::string& argument : argv) {
-        pointers.push_back(argument.data());
+    std::vector<char*> pointers = pointersTo(argv);
+    std::vector<std::string> environment = launch.environment;
+    for (char** entry = environ; *entry != nullptr; ++entry) {
+        environment.emplace_back(*entry);
     }
-    pointers.push_back(nullptr);
+    std::vector<char*> environmentPointers = pointersTo(environment);
     const std::string errorPath = errorFile.string();
     pid_t pid = ::fork();
     if (pid != 0) {
@@ -198,7 +212,7 @@ pid_t spawnHalvod(const std::vector<std::string>& arguments, const fs::path& err
     ::dup2(null, 0);
     ::dup2(null, 1);
     ::dup2(err, 2);
-    ::execv(pointers[0], pointers.data());
+    ::execve(pointers[0], pointers.data(), environmentPointers.data());
     ::_exit(127);
 }
 
@@ -223,14 +237,18 @@ std::optional<std::uint16_t> announcedPort(const std::string& output) {
 
 } // namespace
 
-std::unique_ptr<DaemonProcess> DaemonProcess::start(const std::vector<std::string>& arguments) {
+std::unique_ptr<DaemonProcess> DaemonProcess::start(const std::vector<std::string>& arguments,
+                                                    const DaemonLaunch& launch) {
     std::unique_ptr<DaemonProcess> daemon(new DaemonProcess());
     daemon->scratch_ = std::make_unique<TempDir>();
     std::vector<std::string> withListen = arguments;
     if (!namesOption(arguments, "--listen")) {
         withListen.insert(withListen.begin(), {"--listen", "127.0.0.1:0"});
     }
-    daemon->pid_ = spawnHalvod(withListen, *daemon->scratch_ / "stderr");
+    daemon->pid_ = spawnHalvod(withListen, *daemon->scratch_ / "stderr", launch);
+    if (!launch.awaitListening) {
+        return daemon;
+    }
     auto deadline = std::chrono::steady_clock::now() + 10s;
     while (std::chrono::steady_clock::now() < deadline) {
         if (auto port = announcedPort(daemon->errorOutput())) {
