@@ -94,14 +94,17 @@ void Server::admit(tcp::socket socket) {
     const std::optional<uid_t> uid =
         localSocketOwner(socket.local_endpoint(ignored), socket.remote_endpoint(ignored));
     std::optional<std::string> refusal = refusalFor(uid);
+    const tcp::endpoint peer = socket.remote_endpoint(ignored);
     std::uint64_t id = nextClientId_++;
     auto session = std::make_shared<Session>(std::move(socket), id, *this, limits_, budget_);
     session->setUid(uid);
     session->setMayChange(access_.mayChange(uid));
     sessions_.emplace(id, session);
     if (refusal) {
-        logActivity(LogLevel::warning, "client refused: " + *refusal,
-                    {{"HALVO_UID", uid ? std::to_string(*uid) : std::string("none")}});
+        logActivity(
+            LogLevel::warning, "client refused: " + *refusal,
+            {{"HALVO_UID", uid ? std::to_string(*uid) : std::string("none")},
+             {"HALVO_PEER", peer.address().to_string() + ":" + std::to_string(peer.port())}});
         session->refuse(std::move(*refusal));
     } else {
         session->start();

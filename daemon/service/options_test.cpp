@@ -19,14 +19,15 @@ ParsedOptions parse(std::vector<std::string> arguments, const std::string& confi
     return parseOptions(pointers);
 }
 
-TEST(OptionsTest, TheCommandLineWinsOverTheConfigFile) {
+TEST(OptionsTest, TheCommandLineWinsOverTheConfigFileWhichWinsOverDefaults) {
     TempDir scratch;
     const std::string config = scratch.write("halvod.conf", "# the administrator's settings\n"
                                                             "listen = 127.0.0.2:4000\n"
                                                             "default = share\n"
                                                             "rules = /srv/halvod.rules\n"
                                                             "allow-remote = false\n"
-                                                            "max-clients = 7\n");
+                                                            "max-clients = 7\n"
+                                                            "share-listen = [::]:3240\n");
     auto parsed = parse({"--listen", "127.0.0.3:5000", "--rules-in-memory"}, config);
     ASSERT_TRUE(std::holds_alternative<Options>(parsed)) << std::get<std::string>(parsed);
     const Options& options = std::get<Options>(parsed);
@@ -35,18 +36,10 @@ TEST(OptionsTest, TheCommandLineWinsOverTheConfigFile) {
     EXPECT_EQ(options.defaultAction, Action::share);
     EXPECT_EQ(options.limits.maxClients, 7u);
     EXPECT_EQ(options.configPath, config);
-    EXPECT_EQ(options.shareListen, std::nullopt);
-}
-
-TEST(OptionsTest, DefaultsServeLoopbackFromSysfsWithTheRulesInTheStateFolder) {
-    auto parsed = parse({"--share-listen", "[::]:3240"});
-    ASSERT_TRUE(std::holds_alternative<Options>(parsed));
-    const Options& options = std::get<Options>(parsed);
-    EXPECT_EQ(options.listen, *parseEndpoint("127.0.0.1:32999"));
-    EXPECT_EQ(options.rulesPath, "/var/lib/halvo/halvod.rules");
-    EXPECT_EQ(options.sysfsRoot, "/sys/bus/usb/devices");
-    EXPECT_EQ(options.deviceFixture, std::nullopt);
     EXPECT_EQ(options.shareListen, *parseEndpoint("[::]:3240"));
+    EXPECT_EQ(options.sysfsRoot, "/sys/bus/usb/devices");
+
+    EXPECT_EQ(std::get<Options>(parse({})).rulesPath, "/var/lib/halvo/halvod.rules");
     EXPECT_TRUE(std::holds_alternative<HelpRequested>(parse({"--max-clients", "0", "-h"})));
     EXPECT_TRUE(std::holds_alternative<VersionRequested>(parse({"--version"})));
 }
