@@ -127,6 +127,7 @@ int serve(std::span<const char* const> arguments, daemon::Options options) {
     if (auto* error = std::get_if<std::string>(&activated)) {
         return fail(*error);
     }
+    // passed.usbip, when present, is the USB/IP server's listening socket.
     const auto& passed = std::get<daemon::service_manager::ActivatedSockets>(activated);
     auto backend = makeBackend(options);
     if (auto* error = std::get_if<std::string>(&backend)) {
