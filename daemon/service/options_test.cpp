@@ -1,6 +1,7 @@
 #include "daemon/service/options.h"
 #include "tests/support/files.h"
 
+#include <cctype>
 #include <gtest/gtest.h>
 
 namespace halvo::daemon {
@@ -42,6 +43,25 @@ TEST(OptionsTest, TheCommandLineWinsOverTheConfigFileWhichWinsOverDefaults) {
     EXPECT_EQ(std::get<Options>(parse({})).rulesPath, "/var/lib/halvo/halvod.rules");
     EXPECT_TRUE(std::holds_alternative<HelpRequested>(parse({"--max-clients", "0", "-h"})));
     EXPECT_TRUE(std::holds_alternative<VersionRequested>(parse({"--version"})));
+}
+
+// The sample config that the package installs names every setting with its
+// default: with every setting line uncommented it must still be accepted.
+TEST(OptionsTest, TheSampleConfigFileHoldsValidSettings) {
+    std::string text = testkit::readFile(HALVOD_SAMPLE_CONFIG);
+    ASSERT_FALSE(text.empty());
+    for (std::size_t at = text.find("\n#"); at != std::string::npos; at = text.find("\n#", at)) {
+        // "#name = value" is a setting; "# text" a comment.
+        if (std::islower(static_cast<unsigned char>(text[at + 2])) != 0) {
+            text.erase(at + 1, 1);
+        }
+        ++at;
+    }
+    TempDir scratch;
+    auto parsed = parse({}, scratch.write("halvod.conf", text));
+    ASSERT_TRUE(std::holds_alternative<Options>(parsed)) << std::get<std::string>(parsed);
+    EXPECT_EQ(std::get<Options>(parsed).limits, ClientLimits());
+    EXPECT_EQ(std::get<Options>(parsed).shareListen, *parseEndpoint("0.0.0.0:3240"));
 }
 
 TEST(OptionsTest, EveryProblemIsNamed) {
