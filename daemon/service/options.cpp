@@ -258,6 +258,9 @@ std::string describeError(const po::error& error, std::string_view prefix) {
             return std::string(prefix) + name + " takes no value";
         }
     }
+    if (const auto* line = dynamic_cast<const po::invalid_config_file_syntax*>(&error)) {
+        return std::string(prefix) + quoted(line->tokens()) + " is no \"name = value\" line";
+    }
     if (dynamic_cast<const po::multiple_occurrences*>(&error) != nullptr) {
         return std::string(prefix) + name + " is given more than once";
     }
