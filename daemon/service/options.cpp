@@ -2,6 +2,7 @@
 
 #include "daemon/platform/system_devices.h"
 
+#include <algorithm>
 #include <array>
 #include <boost/program_options/options_description.hpp>
 #include <boost/program_options/parsers.hpp>
@@ -10,7 +11,6 @@
 #include <charconv>
 #include <cstring>
 #include <fstream>
-#include <sstream>
 #include <vector>
 
 #ifndef HALVO_VERSION
@@ -157,11 +157,11 @@ constexpr std::array<KnownOption, 19> kOptions = {{
          o.configPath = v;
          return std::nullopt;
      }},
-    {"listen", "ADDR:PORT", "address to serve (default 127.0.0.1:32999; port 0: any free one)",
+    {"listen", "ADDR:PORT", "address to serve (default 127.0.0.1:32999)",
      [](Options& o, std::string_view v) { return setEndpoint(o.listen, v); }},
     {"allow-remote", "", "allow an address other than loopback",
      [](Options& o, std::string_view v) { return setSwitch(o.allowRemote, v); }},
-    {"share-listen", "ADDR:PORT", "address of the USB/IP server (default: none runs)",
+    {"share-listen", "ADDR:PORT", "address of the USB/IP server (default: none)",
      [](Options& o, std::string_view v) -> std::optional<std::string> {
          asio::ip::tcp::endpoint endpoint;
          auto problem = setEndpoint(endpoint, v);
@@ -170,7 +170,7 @@ constexpr std::array<KnownOption, 19> kOptions = {{
          }
          return problem;
      }},
-    {"sysfs", "DIR", "USB devices from this sysfs folder (default /sys/bus/usb/devices)",
+    {"sysfs", "DIR", "sysfs devices (default /sys/bus/usb/devices)",
      [](Options& o, std::string_view v) -> std::optional<std::string> {
          o.sysfsRoot = v;
          return std::nullopt;
@@ -190,10 +190,10 @@ constexpr std::array<KnownOption, 19> kOptions = {{
          o.rulesPath = std::string(v);
          return std::nullopt;
      }},
-    {"rules-in-memory", "", "keep committed rules in memory only, in no file", setRulesInMemory},
+    {"rules-in-memory", "", "keep committed rules in memory only", setRulesInMemory},
     {"default", "ACTION", "share or block when no rule matches (default block)", setDefault},
     {"rescan-ms", "N", "sysfs rescan period for hot-plug (default 1000)", setRescan},
-    {"admin-group", "NAME", "group whose members may change what is shared (default halvo)",
+    {"admin-group", "NAME", "who may change what is shared (default halvo)",
      [](Options& o, std::string_view v) -> std::optional<std::string> {
          o.adminGroup = std::string(v);
          return std::nullopt;
@@ -202,13 +202,13 @@ constexpr std::array<KnownOption, 19> kOptions = {{
      setLimit<&ClientLimits::maxClients, 1>},
     {"max-clients-per-user", "N", "clients of one user at once (default 1024)",
      setLimit<&ClientLimits::maxClientsPerUser, 1>},
-    {"memory-budget-mib", "N", "unsent output and unread payloads of all clients (default 128)",
+    {"memory-budget-mib", "N", "unsent and unread bytes of all clients (default 128)",
      setLimit<&ClientLimits::memoryBudget, kMiB>},
-    {"max-unread-mib", "N", "unread output after which a client is dropped (default 128)",
+    {"max-unread-mib", "N", "unread output that drops a client (default 128)",
      setLimit<&ClientLimits::maxUnreadBytes, kMiB>},
-    {"max-parse-mib", "N", "memory one request may take once parsed (default 512)",
+    {"max-parse-mib", "N", "memory one parsed request may take (default 512)",
      setLimit<&ClientLimits::maxParseBytes, kMiB>},
-    {"idle-seconds", "N", "idle time after which a client may make room (default 600)", setIdle},
+    {"idle-seconds", "N", "idle time that lets a client make room (default 600)", setIdle},
     {"version", "", "print the version and exit", nullptr},
 }};
 
@@ -387,9 +387,18 @@ ParsedOptions parseOptions(std::span<const char* const> arguments) {
 }
 
 void printUsage(std::FILE* out) {
-    std::ostringstream text;
-    text << "usage: halvod [options]\n" << describe(true);
-    std::fputs(text.str().c_str(), out);
+    std::string text = "usage: halvod [options]\n";
+    auto line = [&text](std::string names, std::string_view help) {
+        constexpr std::size_t kHelpColumn = 28;
+        names.resize(std::max(names.size() + 1, kHelpColumn - 2), ' ');
+        text.append("  ").append(names).append(help).append("\n");
+    };
+    for (const KnownOption& option : kOptions) {
+        line(std::string("--") + option.name + (isSwitch(option) ? "" : " ") + option.valueName,
+             option.help);
+    }
+    line("-h, --help", "this text");
+    std::fputs(text.c_str(), out);
     std::fprintf(out, "device backends in this build: %s\n", kDeviceBackends);
 }
 
