@@ -63,7 +63,7 @@ class Daemon:
             json.dump({"devices": [{"vid": 1, "pid": 2, "rev": 3, "port": "1-1",
                                     "name": "n" * 1024}]}, out)
         self.process = subprocess.Popen(
-            [halvod, "--listen", "127.0.0.1:0", "--devices", devices,
+            [halvod, "--config", "/dev/null", "--listen", "127.0.0.1:0", "--devices", devices,
              "--rules", os.path.join(scratch, "rules"), *extra],
             stderr=subprocess.PIPE, text=True)
         line = self.process.stderr.readline()

@@ -48,9 +48,11 @@ if(NOT HALVO_SANITIZE AND HALVO_STATIC_PROGRAM AND HALVO_PROGRAM_LINK)
 endif()
 
 # libsystemd (notification, socket activation, the journal) where the system
-# can have it and it is installed; halvod builds without it elsewhere.
+# can have it and it is installed; halvod builds without it elsewhere, or
+# when HALVO_USE_SYSTEMD is OFF.
+option(HALVO_USE_SYSTEMD "Use libsystemd where the system has it" ON)
 set(HALVO_HAVE_SYSTEMD OFF)
-if(HALVO_MAY_USE_SYSTEMD)
+if(HALVO_MAY_USE_SYSTEMD AND HALVO_USE_SYSTEMD)
   find_package(PkgConfig QUIET)
   if(PkgConfig_FOUND)
     pkg_check_modules(SYSTEMD QUIET IMPORTED_TARGET libsystemd)

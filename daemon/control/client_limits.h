@@ -25,6 +25,8 @@ struct ClientLimits {
     std::size_t maxParseBytes = 512 * kMiB;
     // When the table is full, a client idle this long makes room for a new one.
     std::chrono::seconds idleAfter{600};
+
+    bool operator==(const ClientLimits&) const = default;
 };
 
 } // namespace halvo::daemon

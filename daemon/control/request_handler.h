@@ -53,6 +53,9 @@ class RequestHandler {
     // The client has gone: its rule transaction, if any, is rolled back.
     void clientLeft(ClientId client);
 
+    // A reload may change what decides when no rule matches.
+    void setDefaultAction(Action action) { defaultAction_ = action; }
+
   private:
     Outcome listDevices(const Caller& caller, const boost::json::object& request);
     Outcome listConnections(const Caller& caller, const boost::json::object& request);

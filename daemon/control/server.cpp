@@ -6,7 +6,10 @@
 
 #include <algorithm>
 #include <boost/asio/socket_base.hpp>
+#include <cerrno>
+#include <cstring>
 #include <new>
+#include <sys/socket.h>
 
 namespace halvo::daemon {
 
@@ -46,6 +49,21 @@ std::optional<std::string> Server::listen(const tcp::endpoint& endpoint) {
     return std::nullopt;
 }
 
+std::optional<std::string> Server::adopt(int listeningSocket) {
+    sockaddr_storage address{};
+    socklen_t size = sizeof address;
+    if (::getsockname(listeningSocket, reinterpret_cast<sockaddr*>(&address), &size) != 0) {
+        return std::string(std::strerror(errno));
+    }
+    boost::system::error_code error;
+    acceptor_.assign(address.ss_family == AF_INET6 ? tcp::v6() : tcp::v4(), listeningSocket, error);
+    if (error) {
+        return error.message();
+    }
+    accept();
+    return std::nullopt;
+}
+
 tcp::endpoint Server::localEndpoint() const {
     boost::system::error_code ignored;
     return acceptor_.local_endpoint(ignored);
@@ -76,14 +94,17 @@ void Server::admit(tcp::socket socket) {
     const std::optional<uid_t> uid =
         localSocketOwner(socket.local_endpoint(ignored), socket.remote_endpoint(ignored));
     std::optional<std::string> refusal = refusalFor(uid);
+    const tcp::endpoint peer = socket.remote_endpoint(ignored);
     std::uint64_t id = nextClientId_++;
     auto session = std::make_shared<Session>(std::move(socket), id, *this, limits_, budget_);
     session->setUid(uid);
     session->setMayChange(access_.mayChange(uid));
     sessions_.emplace(id, session);
     if (refusal) {
-        logActivity(LogLevel::warning, "client refused: " + *refusal,
-                    {{"HALVO_UID", uid ? std::to_string(*uid) : std::string("none")}});
+        logActivity(
+            LogLevel::warning, "client refused: " + *refusal,
+            {{"HALVO_UID", uid ? std::to_string(*uid) : std::string("none")},
+             {"HALVO_PEER", peer.address().to_string() + ":" + std::to_string(peer.port())}});
         session->refuse(std::move(*refusal));
     } else {
         session->start();

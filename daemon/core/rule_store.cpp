@@ -60,4 +60,9 @@ void RuleStore::rollback(ClientId client) {
     transactions_.erase(client);
 }
 
+void RuleStore::replaceCommitted(json::array rules) {
+    committed_ = std::move(rules);
+    ++version_;
+}
+
 } // namespace halvo::daemon

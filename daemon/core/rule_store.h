@@ -74,6 +74,10 @@ class RuleStore {
     // Ends the client's transaction, if it holds one, without a trace.
     void rollback(ClientId client);
 
+    // Takes rules read again from where commits are kept (a reload): they
+    // count as a commit, so an open transaction can no longer commit over them.
+    void replaceCommitted(boost::json::array rules);
+
     const boost::json::array& committed() const { return committed_; }
     // Counts commits; a transaction may commit only over the version it began on.
     std::uint64_t version() const { return version_; }

@@ -35,7 +35,7 @@ stop_daemon() {
 }
 trap stop_daemon EXIT
 
-"$halvod" --listen 127.0.0.1:32999 \
+"$halvod" --config /dev/null --listen 127.0.0.1:32999 \
     --devices "$demo/devices.json" --connections "$demo/connections.json" \
     --rules "$scratch/halvod.rules" 2>"$scratch/halvod.log" &
 daemon_pid=$!

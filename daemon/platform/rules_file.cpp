@@ -2,6 +2,7 @@
 
 #include "daemon/core/record_validation.h"
 #include "daemon/core/rule_text.h"
+#include "rules/rule_parser.h"
 #include "util/json_file.h"
 #include "util/unique_file.h"
 
@@ -52,6 +53,20 @@ bool writeAll(int fd, std::string_view bytes) {
     return true;
 }
 
+// "PATH:LINE:COLUMN: rule #N: why", the first line that halvo-rulecheck
+// shows for the same file.
+std::string describeParseError(const std::string& path, const rules::RuleTextDiagnostic& found) {
+    if (found.line == 0) {
+        return path + ": " + found.message;
+    }
+    std::string where =
+        path + ":" + std::to_string(found.line) + ":" + std::to_string(found.column) + ": ";
+    if (found.ruleNumber != 0) {
+        where += "rule #" + std::to_string(found.ruleNumber) + ": ";
+    }
+    return where + found.message;
+}
+
 } // namespace
 
 util::Expected<json::array> loadRulesFile(const std::string& path) {
@@ -63,11 +78,11 @@ util::Expected<json::array> loadRulesFile(const std::string& path) {
     if (!bytes) {
         return util::Failure{bytes.error()};
     }
-    auto rules = parseRuleText(bytes.value());
-    if (!rules) {
-        return util::Failure{path + ": rules not loaded"};
+    rules::RuleTextReport parsed = rules::parseRuleTextDetailed(bytes.value());
+    if (!parsed.records) {
+        return util::Failure{describeParseError(path, *parsed.error)};
     }
-    auto accepted = validateRuleSet(std::move(*rules));
+    auto accepted = validateRuleSet(std::move(*parsed.records));
     if (!accepted) {
         return util::Failure{path + ": " + accepted.error()};
     }

@@ -23,10 +23,10 @@
 namespace halvo::daemon {
 
 // The rules in the file; an empty set when the file does not exist.  A file
-// that does not parse gives "PATH: rules not loaded" (the parser has printed
-// the rule number on standard error), one with a rule that could not be
-// saved back unchanged gives "PATH: invalid rule #N: ..."; the file is not
-// touched in either case.
+// that does not parse gives "PATH:LINE:COLUMN: rule #N: why", as
+// halvo-rulecheck shows it; one with a rule that could not be saved back
+// unchanged gives "PATH: invalid rule #N: ..."; the file is not touched in
+// either case.
 util::Expected<boost::json::array> loadRulesFile(const std::string& path);
 
 // Why the folder of `path` cannot take a rules file (it must exist and be

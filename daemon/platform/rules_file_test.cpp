@@ -116,7 +116,10 @@ TEST(RulesFileTest, FileThatCannotBeKeptIsRefusedUntouched) {
     TempDir scratch;
     const std::string path = (scratch / "rules").string();
     const std::pair<std::string, std::string> kCases[] = {
-        {"share\nshare share\n", path + ": rules not loaded"},
+        // Located as halvo-rulecheck shows it.
+        {"share\nshare share\n",
+         path + ":2:7: rule #2: second action \"share\": a rule has exactly one of \"share\" or "
+                "\"block\""},
         // Parses, but a name holding a quote would not survive the next save.
         {"share\nshare name is a\\\"b\n",
          path + ": invalid rule #2: it does not read back unchanged from rule text"},

@@ -9,12 +9,16 @@
 #include "daemon/platform/rules_file.h"
 #include "daemon/platform/system_devices.h"
 #include "daemon/service/hotplug.h"
+#include "daemon/service/log_sinks.h"
 #include "daemon/service/options.h"
+#include "daemon/service/reload.h"
+#include "daemon/service/service_manager.h"
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/signal_set.hpp>
 #include <csignal>
 #include <cstdio>
+#include <functional>
 #include <memory>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -29,8 +33,14 @@ constexpr int kExitUsage = 2;
 constexpr int kExitStartFailed = 1;
 
 int fail(const std::string& message) {
-    std::fprintf(stderr, "halvod: %s\n", message.c_str());
+    daemon::logActivity(daemon::LogLevel::error, message);
     return kExitStartFailed;
+}
+
+std::string describe(const asio::ip::tcp::endpoint& endpoint) {
+    const std::string address = endpoint.address().to_string();
+    return (endpoint.address().is_v6() ? "[" + address + "]" : address) + ":" +
+           std::to_string(endpoint.port());
 }
 
 util::Expected<std::unique_ptr<daemon::DeviceBackend>> makeBackend(const daemon::Options& options) {
@@ -53,7 +63,8 @@ util::Expected<daemon::ConnectionTable> makeConnections(const daemon::Options& o
 
 util::Expected<boost::json::array> loadCommittedRules(const daemon::Options& options) {
     if (!options.rulesPath) {
-        std::fputs("halvod: no --rules file: committed rules are kept in memory only\n", stderr);
+        daemon::logActivity(daemon::LogLevel::notice,
+                            "--rules-in-memory: committed rules are kept in memory only");
         return boost::json::array();
     }
     // A folder that cannot take the file fails here, not at the first commit.
@@ -73,7 +84,52 @@ void raiseDescriptorLimit() {
     }
 }
 
-int serve(const daemon::Options& options) {
+// Takes the socket that socket activation passed, or binds the address.
+std::optional<std::string> startListening(daemon::Server& server, const daemon::Options& options,
+                                          const daemon::service_manager::ActivatedSockets& passed) {
+    if (passed.control) {
+        if (auto error = server.adopt(*passed.control)) {
+            return "cannot take the passed socket: " + *error;
+        }
+        return std::nullopt;
+    }
+    if (auto error = server.listen(options.listen)) {
+        return "cannot listen on " + describe(options.listen) + ": " + *error;
+    }
+    return std::nullopt;
+}
+
+void stopOnSignal(asio::signal_set& signals, const std::function<void()>& stop) {
+    signals.async_wait([stop](const boost::system::error_code& error, int number) {
+        if (error) {
+            return;
+        }
+        daemon::logActivity(daemon::LogLevel::notice,
+                            number == SIGTERM ? "stopping on SIGTERM" : "stopping on SIGINT");
+        daemon::service_manager::notifyStopping();
+        stop();
+    });
+}
+
+void reloadOnSignal(asio::signal_set& signals, daemon::Reloader& reloader) {
+    signals.async_wait([&signals, &reloader](const boost::system::error_code& error, int) {
+        if (error) {
+            return;
+        }
+        reloader.reload();
+        reloadOnSignal(signals, reloader);
+    });
+}
+
+int serve(std::span<const char* const> arguments, daemon::Options options) {
+    daemon::logActivity(daemon::LogLevel::info, "starting, version " HALVO_VERSION,
+                        {{"HALVO_CONFIG", options.configPath}});
+    auto activated = daemon::service_manager::takeActivatedSockets();
+    if (auto* error = std::get_if<std::string>(&activated)) {
+        return fail(*error);
+    }
+    // passed.usbip, when present, is the USB/IP server's listening socket.
+    const auto& passed = std::get<daemon::service_manager::ActivatedSockets>(activated);
     auto backend = makeBackend(options);
     if (!backend) {
         return fail(backend.error());
@@ -107,9 +163,8 @@ int serve(const daemon::Options& options) {
     asio::io_context io;
     daemon::Server server(io, handler, daemon::AccessPolicy(::geteuid(), adminGroup),
                           options.limits);
-    if (auto error = server.listen(options.listen)) {
-        return fail("cannot listen on " + options.listen.address().to_string() + ":" +
-                    std::to_string(options.listen.port()) + ": " + *error);
+    if (auto error = startListening(server, options, passed)) {
+        return fail(*error);
     }
     std::unique_ptr<daemon::BusMonitor> busEvents;
     if (devices.seesHotplug()) {
@@ -122,17 +177,22 @@ int serve(const daemon::Options& options) {
         watcher.start();
     }
     asio::signal_set stopSignals(io, SIGINT, SIGTERM);
-    stopSignals.async_wait([&](const boost::system::error_code&, int) {
+    stopOnSignal(stopSignals, [&] {
         watcher.stop();
         server.stop();
         io.stop();
     });
+    daemon::Reloader reloader(arguments, options, rules, handler);
+    asio::signal_set reloadSignals(io, SIGHUP);
+    reloadOnSignal(reloadSignals, reloader);
 
-    auto bound = server.localEndpoint();
-    std::fprintf(stderr, "halvod: listening on %s:%u\n", bound.address().to_string().c_str(),
-                 static_cast<unsigned>(bound.port()));
-    std::fflush(stderr);
+    // Tests and scripts wait for this line: it names the port when port 0 was asked for.
+    const std::string listening = "listening on " + describe(server.localEndpoint());
+    daemon::logActivity(daemon::LogLevel::notice, listening);
+    daemon::service_manager::notifyReady(listening + "; " +
+                                         std::to_string(rules.committed().size()) + " rules");
     io.run();
+    daemon::logActivity(daemon::LogLevel::notice, "stopped");
     return 0;
 }
 
@@ -141,16 +201,21 @@ int serve(const daemon::Options& options) {
 int main(int argc, char** argv) {
     // A client that vanishes while a reply is written must not end the daemon.
     std::signal(SIGPIPE, SIG_IGN);
-    auto parsed = daemon::parseOptions(
-        std::span<const char* const>(argv + 1, static_cast<std::size_t>(argc - 1)));
+    const std::span<const char* const> arguments(argv + 1, static_cast<std::size_t>(argc - 1));
+    auto parsed = daemon::parseOptions(arguments);
     if (std::holds_alternative<daemon::HelpRequested>(parsed)) {
         daemon::printUsage(stdout);
         return 0;
     }
+    if (std::holds_alternative<daemon::VersionRequested>(parsed)) {
+        daemon::printVersion(stdout);
+        return 0;
+    }
     if (auto* problem = std::get_if<std::string>(&parsed)) {
-        std::fprintf(stderr, "halvod: %s\n", problem->c_str());
-        daemon::printUsage(stderr);
+        std::fprintf(stderr, "halvod: %s\nTry \"halvod --help\" for the options.\n",
+                     problem->c_str());
         return kExitUsage;
     }
-    return serve(std::get<daemon::Options>(parsed));
+    daemon::setLogSink(daemon::chooseLogSink());
+    return serve(arguments, std::get<daemon::Options>(std::move(parsed)));
 }

@@ -4,15 +4,28 @@
 
 #include <algorithm>
 #include <array>
+#include <boost/program_options/options_description.hpp>
+#include <boost/program_options/parsers.hpp>
+#include <boost/program_options/variables_map.hpp>
+#include <cerrno>
 #include <charconv>
+#include <cstring>
+#include <fstream>
+#include <vector>
+
+#ifndef HALVO_VERSION
+#error "the build names the project's version"
+#endif
 
 namespace halvo::daemon {
 
 namespace asio = boost::asio;
+namespace po = boost::program_options;
 
 namespace {
 
 constexpr std::uint64_t kMaxRescanMs = 3600000;
+constexpr std::uint64_t kMaxLimit = 1u << 30;
 
 template <typename Number>
 std::optional<Number> parseDecimal(std::string_view text, Number min, Number max) {
@@ -25,28 +38,69 @@ std::optional<Number> parseDecimal(std::string_view text, Number min, Number max
     return number;
 }
 
-// Applies one option's value; the problem when the value is refused.
+std::string quoted(std::string_view text) {
+    return "\"" + std::string(text) + "\"";
+}
+
+// Applies one option's value; what is wrong with it, without the option's
+// name, when it is refused.
 using Setter = std::optional<std::string> (*)(Options& options, std::string_view value);
 
 struct KnownOption {
-    std::string_view name;
-    bool takesValue;
+    const char* name;
+    // Empty for a switch, which takes no value on the command line and
+    // true or false in the config file.
+    const char* valueName;
+    const char* help;
     Setter apply;
 };
 
-std::optional<std::string> setListen(Options& options, std::string_view value) {
-    auto endpoint = parseEndpoint(value);
-    if (!endpoint) {
-        return "--listen wants ADDR:PORT, not \"" + std::string(value) + "\"";
+// What is wrong with an ADDR:PORT, or nothing.
+std::optional<std::string> endpointProblem(std::string_view text) {
+    const std::string kWanted = "wants an IP address and a port, as 127.0.0.1:32999";
+    std::size_t colon = text.rfind(':');
+    if (colon == std::string_view::npos) {
+        return kWanted + ", not " + quoted(text);
     }
-    options.listen = *endpoint;
+    std::string_view host = text.substr(0, colon);
+    if (host.size() >= 2 && host.front() == '[' && host.back() == ']') {
+        host = host.substr(1, host.size() - 2);
+    }
+    boost::system::error_code error;
+    asio::ip::make_address(std::string(host), error);
+    if (error) {
+        return kWanted + "; " + quoted(host) + " is a name";
+    }
+    if (!parseDecimal<std::uint16_t>(text.substr(colon + 1), 0, 65535)) {
+        return "wants a port from 0 to 65535 after the address, not " +
+               quoted(text.substr(colon + 1));
+    }
+    return std::nullopt;
+}
+
+std::optional<std::string> setEndpoint(asio::ip::tcp::endpoint& into, std::string_view value) {
+    if (auto problem = endpointProblem(value)) {
+        return problem;
+    }
+    into = *parseEndpoint(value);
+    return std::nullopt;
+}
+
+std::optional<std::string> setSwitch(bool& into, std::string_view value) {
+    if (value == "true" || value == "yes" || value == "1") {
+        into = true;
+    } else if (value == "false" || value == "no" || value == "0") {
+        into = false;
+    } else {
+        return "wants true or false, not " + quoted(value);
+    }
     return std::nullopt;
 }
 
 std::optional<std::string> setDefault(Options& options, std::string_view value) {
     auto action = parseAction(value);
     if (!action) {
-        return std::string("--default wants share or block");
+        return "wants share or block, not " + quoted(value);
     }
     options.defaultAction = *action;
     return std::nullopt;
@@ -55,22 +109,20 @@ std::optional<std::string> setDefault(Options& options, std::string_view value) 
 std::optional<std::string> setRescan(Options& options, std::string_view value) {
     auto ms = parseDecimal<std::uint64_t>(value, 1, kMaxRescanMs);
     if (!ms) {
-        return "--rescan-ms wants a number of milliseconds from 1 to " +
-               std::to_string(kMaxRescanMs);
+        return "wants a number of milliseconds from 1 to " + std::to_string(kMaxRescanMs) +
+               ", not " + quoted(value);
     }
     options.rescanPeriod = std::chrono::milliseconds(*ms);
     return std::nullopt;
 }
-
-constexpr std::uint64_t kMaxLimit = 1u << 30;
 
 // Sets a whole number of `Unit`s, from 1 to kMaxLimit, into `Field`.
 template <auto Field, std::uint64_t Unit>
 std::optional<std::string> setLimit(Options& options, std::string_view value) {
     auto number = parseDecimal<std::uint64_t>(value, 1, kMaxLimit);
     if (!number) {
-        return "wants a whole number from 1 to " + std::to_string(kMaxLimit) + ", not \"" +
-               std::string(value) + "\"";
+        return "wants a whole number from 1 to " + std::to_string(kMaxLimit) + ", not " +
+               quoted(value);
     }
     options.limits.*Field = static_cast<std::size_t>(*number * Unit);
     return std::nullopt;
@@ -79,53 +131,197 @@ std::optional<std::string> setLimit(Options& options, std::string_view value) {
 std::optional<std::string> setIdle(Options& options, std::string_view value) {
     auto seconds = parseDecimal<std::uint64_t>(value, 1, kMaxLimit);
     if (!seconds) {
-        return "wants a number of seconds from 1 to " + std::to_string(kMaxLimit);
+        return "wants a number of seconds from 1 to " + std::to_string(kMaxLimit) + ", not " +
+               quoted(value);
     }
     options.limits.idleAfter = std::chrono::seconds(*seconds);
     return std::nullopt;
 }
 
-constexpr std::array<KnownOption, 15> kOptions = {{
-    {"--listen", true, setListen},
-    {"--allow-remote", false,
-     [](Options& o, std::string_view) -> std::optional<std::string> {
-         o.allowRemote = true;
+// A switch that keeps the rules in memory: the bool is only a stage.
+std::optional<std::string> setRulesInMemory(Options& options, std::string_view value) {
+    bool inMemory = false;
+    if (auto problem = setSwitch(inMemory, value)) {
+        return problem;
+    }
+    if (inMemory) {
+        options.rulesPath.reset();
+    }
+    return std::nullopt;
+}
+
+// The options in the order of the help text; "config" is read first.
+constexpr std::array<KnownOption, 19> kOptions = {{
+    {"config", "PATH", "config file (default /etc/halvo/halvod.conf)",
+     [](Options& o, std::string_view v) -> std::optional<std::string> {
+         o.configPath = v;
          return std::nullopt;
      }},
-    {"--sysfs", true,
+    {"listen", "ADDR:PORT", "address to serve (default 127.0.0.1:32999)",
+     [](Options& o, std::string_view v) { return setEndpoint(o.listen, v); }},
+    {"allow-remote", "", "allow an address other than loopback",
+     [](Options& o, std::string_view v) { return setSwitch(o.allowRemote, v); }},
+    {"share-listen", "ADDR:PORT", "address of the USB/IP server (default: none)",
+     [](Options& o, std::string_view v) -> std::optional<std::string> {
+         asio::ip::tcp::endpoint endpoint;
+         auto problem = setEndpoint(endpoint, v);
+         if (!problem) {
+             o.shareListen = endpoint;
+         }
+         return problem;
+     }},
+    {"sysfs", "DIR", "sysfs devices (default /sys/bus/usb/devices)",
      [](Options& o, std::string_view v) -> std::optional<std::string> {
          o.sysfsRoot = v;
          return std::nullopt;
      }},
-    {"--devices", true,
+    {"devices", "FILE", "USB devices from a JSON fixture instead",
      [](Options& o, std::string_view v) -> std::optional<std::string> {
          o.deviceFixture = std::string(v);
          return std::nullopt;
      }},
-    {"--connections", true,
+    {"connections", "FILE", "connections from a JSON fixture",
      [](Options& o, std::string_view v) -> std::optional<std::string> {
          o.connectionFixture = std::string(v);
          return std::nullopt;
      }},
-    {"--rules", true,
+    {"rules", "PATH", "rules file (default /var/lib/halvo/halvod.rules)",
      [](Options& o, std::string_view v) -> std::optional<std::string> {
          o.rulesPath = std::string(v);
          return std::nullopt;
      }},
-    {"--default", true, setDefault},
-    {"--rescan-ms", true, setRescan},
-    {"--admin-group", true,
+    {"rules-in-memory", "", "keep committed rules in memory only", setRulesInMemory},
+    {"default", "ACTION", "share or block when no rule matches (default block)", setDefault},
+    {"rescan-ms", "N", "sysfs rescan period for hot-plug (default 1000)", setRescan},
+    {"admin-group", "NAME", "who may change what is shared (default halvo)",
      [](Options& o, std::string_view v) -> std::optional<std::string> {
          o.adminGroup = std::string(v);
          return std::nullopt;
      }},
-    {"--max-clients", true, setLimit<&ClientLimits::maxClients, 1>},
-    {"--max-clients-per-user", true, setLimit<&ClientLimits::maxClientsPerUser, 1>},
-    {"--memory-budget-mib", true, setLimit<&ClientLimits::memoryBudget, kMiB>},
-    {"--max-unread-mib", true, setLimit<&ClientLimits::maxUnreadBytes, kMiB>},
-    {"--max-parse-mib", true, setLimit<&ClientLimits::maxParseBytes, kMiB>},
-    {"--idle-seconds", true, setIdle},
+    {"max-clients", "N", "clients served at once (default 4096)",
+     setLimit<&ClientLimits::maxClients, 1>},
+    {"max-clients-per-user", "N", "clients of one user at once (default 1024)",
+     setLimit<&ClientLimits::maxClientsPerUser, 1>},
+    {"memory-budget-mib", "N", "unsent and unread bytes of all clients (default 128)",
+     setLimit<&ClientLimits::memoryBudget, kMiB>},
+    {"max-unread-mib", "N", "unread output that drops a client (default 128)",
+     setLimit<&ClientLimits::maxUnreadBytes, kMiB>},
+    {"max-parse-mib", "N", "memory one parsed request may take (default 512)",
+     setLimit<&ClientLimits::maxParseBytes, kMiB>},
+    {"idle-seconds", "N", "idle time that lets a client make room (default 600)", setIdle},
+    {"version", "", "print the version and exit", nullptr},
 }};
+
+bool isSwitch(const KnownOption& option) {
+    return *option.valueName == '\0';
+}
+
+// The options as the command line takes them (with --help), or as the
+// config file does (values only, no help or version).
+po::options_description describe(bool commandLine) {
+    po::options_description described("options");
+    for (const KnownOption& option : kOptions) {
+        // The config file names no other config file, and asks for no version.
+        if (!commandLine &&
+            (option.apply == nullptr || option.name == std::string_view("config"))) {
+            continue;
+        }
+        if (isSwitch(option) && commandLine) {
+            described.add_options()(option.name, po::bool_switch(), option.help);
+        } else {
+            described.add_options()(
+                option.name, po::value<std::string>()->value_name(option.valueName), option.help);
+        }
+    }
+    if (commandLine) {
+        described.add_options()("help,h", po::bool_switch(), "this text");
+    }
+    return described;
+}
+
+// The library's complaint in the daemon's words.
+std::string describeError(const po::error& error, std::string_view prefix) {
+    const std::string name = [&] {
+        if (const auto* named = dynamic_cast<const po::error_with_option_name*>(&error)) {
+            return named->get_option_name();
+        }
+        return std::string();
+    }();
+    if (dynamic_cast<const po::unknown_option*>(&error) != nullptr) {
+        return std::string(prefix) + "unknown option " + quoted(name);
+    }
+    if (const auto* syntax = dynamic_cast<const po::invalid_command_line_syntax*>(&error)) {
+        if (syntax->kind() == po::invalid_syntax::missing_parameter) {
+            return std::string(prefix) + name + " needs a value";
+        }
+        if (syntax->kind() == po::invalid_syntax::extra_parameter) {
+            return std::string(prefix) + name + " takes no value";
+        }
+    }
+    if (const auto* line = dynamic_cast<const po::invalid_config_file_syntax*>(&error)) {
+        return std::string(prefix) + quoted(line->tokens()) + " is no \"name = value\" line";
+    }
+    if (dynamic_cast<const po::multiple_occurrences*>(&error) != nullptr) {
+        return std::string(prefix) + name + " is given more than once";
+    }
+    return std::string(prefix) + error.what();
+}
+
+// Applies what `given` holds, in table order; the first problem, named as
+// `dashes` + option name.
+std::optional<std::string> apply(const po::variables_map& given, std::string_view dashes,
+                                 Options& options, bool& sysfsGiven) {
+    for (const KnownOption& option : kOptions) {
+        auto found = given.find(option.name);
+        if (option.apply == nullptr || found == given.end()) {
+            continue;
+        }
+        std::string value;
+        if (const bool* flag = boost::any_cast<bool>(&found->second.value())) {
+            if (!*flag) {
+                continue;
+            }
+            value = "true";
+        } else {
+            value = found->second.as<std::string>();
+        }
+        if (auto problem = option.apply(options, value)) {
+            return std::string(dashes) + option.name + " " + *problem;
+        }
+        sysfsGiven = sysfsGiven || std::string_view(option.name) == "sysfs";
+    }
+    return std::nullopt;
+}
+
+// The config file's settings, or what is wrong; a missing file that nobody
+// named is an empty one.
+std::variant<po::variables_map, std::string> readConfig(const std::string& path, bool named) {
+    po::variables_map settings;
+    std::ifstream file(path);
+    if (!file) {
+        if (!named && errno == ENOENT) {
+            return settings;
+        }
+        return "cannot read the config file " + path + ": " + std::strerror(errno);
+    }
+    try {
+        po::store(po::parse_config_file(file, describe(false)), settings);
+    } catch (const po::error& error) {
+        return describeError(error, path + ": ");
+    }
+    return settings;
+}
+
+std::optional<std::string> checkCombination(const Options& options, bool sysfsGiven) {
+    if (sysfsGiven && options.deviceFixture) {
+        return "--sysfs and --devices exclude each other";
+    }
+    if (!options.allowRemote && !options.listen.address().is_loopback()) {
+        return "refusing to listen on " + options.listen.address().to_string() +
+               ": the protocol has no authentication (add --allow-remote to do it anyway)";
+    }
+    return std::nullopt;
+}
 
 } // namespace
 
@@ -147,71 +343,67 @@ std::optional<asio::ip::tcp::endpoint> parseEndpoint(std::string_view text) {
     return asio::ip::tcp::endpoint(address, *port);
 }
 
-std::variant<Options, HelpRequested, std::string>
-parseOptions(std::span<const char* const> arguments) {
+ParsedOptions parseOptions(std::span<const char* const> arguments) {
+    po::variables_map commandLine;
+    try {
+        po::store(
+            po::command_line_parser(std::vector<std::string>(arguments.begin(), arguments.end()))
+                .options(describe(true))
+                .style(po::command_line_style::unix_style & ~po::command_line_style::allow_guessing)
+                .run(),
+            commandLine);
+    } catch (const po::error& error) {
+        return describeError(error, "");
+    }
+    if (commandLine["help"].as<bool>()) {
+        return HelpRequested{};
+    }
+    if (commandLine["version"].as<bool>()) {
+        return VersionRequested{};
+    }
+    if (commandLine.count("rules") != 0 && commandLine["rules-in-memory"].as<bool>()) {
+        return std::string("--rules and --rules-in-memory exclude each other");
+    }
+    const bool configNamed = commandLine.count("config") != 0;
+    const std::string configPath =
+        configNamed ? commandLine["config"].as<std::string>() : kDefaultConfigPath;
+    auto config = readConfig(configPath, configNamed);
+    if (auto* problem = std::get_if<std::string>(&config)) {
+        return *problem;
+    }
     Options options;
     bool sysfsGiven = false;
-    for (std::size_t index = 0; index < arguments.size(); ++index) {
-        std::string_view argument = arguments[index];
-        if (argument == "-h" || argument == "--help") {
-            return HelpRequested{};
-        }
-        std::string_view name = argument.substr(0, argument.find('='));
-        auto option = std::find_if(kOptions.begin(), kOptions.end(),
-                                   [&](const KnownOption& known) { return known.name == name; });
-        if (option == kOptions.end()) {
-            return "unknown option \"" + std::string(argument) + "\"";
-        }
-        std::string_view value;
-        if (name.size() < argument.size()) {
-            if (!option->takesValue) {
-                return std::string(name) + " takes no value";
-            }
-            value = argument.substr(name.size() + 1);
-        } else if (option->takesValue) {
-            if (index + 1 == arguments.size()) {
-                return std::string(name) + " needs a value";
-            }
-            value = arguments[++index];
-        }
-        if (auto problem = option->apply(options, value)) {
-            return problem->starts_with("--") ? *problem : std::string(name) + " " + *problem;
-        }
-        sysfsGiven = sysfsGiven || name == "--sysfs";
+    if (auto problem = apply(std::get<0>(config), configPath + ": ", options, sysfsGiven)) {
+        return *problem;
     }
-    if (sysfsGiven && options.deviceFixture) {
-        return std::string("--sysfs and --devices exclude each other");
+    if (auto problem = apply(commandLine, "--", options, sysfsGiven)) {
+        return *problem;
     }
-    if (!options.allowRemote && !options.listen.address().is_loopback()) {
-        return "refusing to listen on " + options.listen.address().to_string() +
-               ": the protocol has no authentication (add --allow-remote to do it anyway)";
+    options.configPath = configPath;
+    if (auto problem = checkCombination(options, sysfsGiven)) {
+        return *problem;
     }
     return options;
 }
 
 void printUsage(std::FILE* out) {
-    std::fputs(
-        "usage: halvod [options]\n"
-        "  --listen ADDR:PORT   address to serve (default 127.0.0.1:32999; port 0: any free one)\n"
-        "  --allow-remote       allow an address other than loopback\n"
-        "  --sysfs DIR          USB devices from this sysfs folder (default /sys/bus/usb/devices)\n"
-        "  --devices FILE       USB devices from a JSON fixture instead\n"
-        "  --connections FILE   connections from a JSON fixture\n"
-        "  --rules PATH         rules file, read at start and written on commit\n"
-        "                       (without it, committed rules live in memory only)\n"
-        "  --default ACTION     share or block when no rule matches (default block)\n"
-        "  --rescan-ms N        sysfs rescan period for hot-plug (default 1000)\n"
-        "  --admin-group NAME   group whose members may change what is shared (default halvo)\n"
-        "  --max-clients N      clients served at once (default 4096)\n"
-        "  --max-clients-per-user N  clients of one user at once (default 1024)\n"
-        "  --memory-budget-mib N     unsent output and unread payloads of all clients (default "
-        "128)\n"
-        "  --max-unread-mib N   unread output after which a client is dropped (default 128)\n"
-        "  --max-parse-mib N    memory one request may take once parsed (default 512)\n"
-        "  --idle-seconds N     idle time after which a client may make room (default 600)\n"
-        "  -h, --help           this text\n",
-        out);
+    std::string text = "usage: halvod [options]\n";
+    auto line = [&text](std::string names, std::string_view help) {
+        constexpr std::size_t kHelpColumn = 28;
+        names.resize(std::max(names.size() + 1, kHelpColumn - 2), ' ');
+        text.append("  ").append(names).append(help).append("\n");
+    };
+    for (const KnownOption& option : kOptions) {
+        line(std::string("--") + option.name + (isSwitch(option) ? "" : " ") + option.valueName,
+             option.help);
+    }
+    line("-h, --help", "this text");
+    std::fputs(text.c_str(), out);
     std::fprintf(out, "device backends in this build: %s\n", kDeviceBackends);
+}
+
+void printVersion(std::FILE* out) {
+    std::fputs("halvod " HALVO_VERSION "\n", out);
 }
 
 } // namespace halvo::daemon

@@ -37,7 +37,7 @@ set -u
 work=$1 halvod=$2 script=$3
 PATH=$work/bin:$PATH
 ip link set lo up || exit 1
-"$halvod" --devices "$work/devices.json" --connections "$work/connections.json" \
+"$halvod" --config /dev/null --rules-in-memory --devices "$work/devices.json" --connections "$work/connections.json" \
     2>"$work/halvod.log" &
 daemon=$!
 for _ in $(seq 50); do

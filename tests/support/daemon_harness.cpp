@@ -19,7 +19,7 @@
 #error "HALVOD_PATH must name the halvod under test"
 #endif
 
-extern char** environ;
+extern char** environ; // the POSIX way to reach the environment
 
 namespace halvo::testkit {
 
@@ -142,30 +142,52 @@ bool TestClient::closedByPeer(std::chrono::milliseconds timeout) {
 
 namespace {
 
-pid_t spawnHalvod(const std::vector<std::string>& arguments, const fs::path& errorFile,
-                  int ueventSocket = -1) {
-    // Everything the child needs is made before the fork: a test process
-    // may have threads, and the child may only make async-signal-safe calls.
-    std::vector<std::string> argv{HALVOD_PATH};
-    argv.insert(argv.end(), arguments.begin(), arguments.end());
+bool namesOption(const std::vector<std::string>& arguments, std::string_view prefix) {
+    return std::any_of(arguments.begin(), arguments.end(), [prefix](const std::string& argument) {
+        return argument.starts_with(prefix);
+    });
+}
+
+// The machine's own config file and rules folder stay out of tests.
+std::vector<std::string> isolated(const std::vector<std::string>& arguments) {
+    std::vector<std::string> result;
+    if (!namesOption(arguments, "--config")) {
+        result.insert(result.end(), {"--config", "/dev/null"});
+    }
+    if (!namesOption(arguments, "--rules")) {
+        result.emplace_back("--rules-in-memory");
+    }
+    result.insert(result.end(), arguments.begin(), arguments.end());
+    return result;
+}
+
+std::vector<char*> pointersTo(std::vector<std::string>& strings) {
     std::vector<char*> pointers;
-    for (std::string& argument : argv) {
-        pointers.push_back(argument.data());
+    for (std::string& text : strings) {
+        pointers.push_back(text.data());
     }
     pointers.push_back(nullptr);
+    return pointers;
+}
+
+pid_t spawnHalvod(const std::vector<std::string>& arguments, const fs::path& errorFile,
+                  const DaemonLaunch& launch = {}) {
+    // Everything the child needs is made before the fork: a test process
+    // may have threads, and the child may only make async-signal-safe calls.
+    std::vector<std::string> argv = launch.wrapper;
+    argv.emplace_back(HALVOD_PATH);
+    const std::vector<std::string> own = isolated(arguments);
+    argv.insert(argv.end(), own.begin(), own.end());
+    std::vector<char*> pointers = pointersTo(argv);
+    std::vector<std::string> environment = launch.environment;
+    if (launch.ueventSocket >= 0) {
+        environment.push_back("HALVOD_UEVENT_FD=" + std::to_string(launch.ueventSocket));
+    }
+    for (char** entry = environ; *entry != nullptr; ++entry) {
+        environment.emplace_back(*entry);
+    }
+    std::vector<char*> environmentPointers = pointersTo(environment);
     const std::string errorPath = errorFile.string();
-    std::vector<std::string> environment;
-    for (char** variable = environ; *variable != nullptr; ++variable) {
-        environment.emplace_back(*variable);
-    }
-    if (ueventSocket >= 0) {
-        environment.push_back("HALVOD_UEVENT_FD=" + std::to_string(ueventSocket));
-    }
-    std::vector<char*> environmentPointers;
-    for (std::string& variable : environment) {
-        environmentPointers.push_back(variable.data());
-    }
-    environmentPointers.push_back(nullptr);
     pid_t pid = ::fork();
     if (pid != 0) {
         return pid;
@@ -175,8 +197,8 @@ pid_t spawnHalvod(const std::vector<std::string>& arguments, const fs::path& err
     ::dup2(null, 0);
     ::dup2(null, 1);
     ::dup2(err, 2);
-    if (ueventSocket >= 0) {
-        ::fcntl(ueventSocket, F_SETFD, 0);
+    if (launch.ueventSocket >= 0) {
+        ::fcntl(launch.ueventSocket, F_SETFD, 0);
     }
     ::execve(pointers[0], pointers.data(), environmentPointers.data());
     ::_exit(127);
@@ -187,15 +209,6 @@ int decodeStatus(int status) {
         return WEXITSTATUS(status);
     }
     return 128 + WTERMSIG(status);
-}
-
-bool namesListenAddress(const std::vector<std::string>& arguments) {
-    for (const std::string& argument : arguments) {
-        if (argument.starts_with("--listen")) {
-            return true;
-        }
-    }
-    return false;
 }
 
 // The port of the line "halvod: listening on ADDR:PORT".
@@ -213,14 +226,17 @@ std::optional<std::uint16_t> announcedPort(const std::string& output) {
 } // namespace
 
 std::unique_ptr<DaemonProcess> DaemonProcess::start(const std::vector<std::string>& arguments,
-                                                    int ueventSocket) {
+                                                    const DaemonLaunch& launch) {
     std::unique_ptr<DaemonProcess> daemon(new DaemonProcess());
     daemon->scratch_ = std::make_unique<TempDir>();
     std::vector<std::string> withListen = arguments;
-    if (!namesListenAddress(arguments)) {
+    if (!namesOption(arguments, "--listen")) {
         withListen.insert(withListen.begin(), {"--listen", "127.0.0.1:0"});
     }
-    daemon->pid_ = spawnHalvod(withListen, *daemon->scratch_ / "stderr", ueventSocket);
+    daemon->pid_ = spawnHalvod(withListen, *daemon->scratch_ / "stderr", launch);
+    if (!launch.awaitListening) {
+        return daemon;
+    }
     auto deadline = std::chrono::steady_clock::now() + 10s;
     while (std::chrono::steady_clock::now() < deadline) {
         if (auto port = announcedPort(daemon->errorOutput())) {
@@ -265,7 +281,7 @@ int DaemonProcess::wait() {
 }
 
 RunResult runHalvod(const std::vector<std::string>& arguments, const RunOptions& options) {
-    return runProgram(HALVOD_PATH, arguments, options);
+    return runProgram(HALVOD_PATH, isolated(arguments), options);
 }
 
 } // namespace halvo::testkit

@@ -79,16 +79,31 @@ class TestClient {
     int fd_ = -1;
 };
 
+// How halvod is started besides its arguments.
+struct DaemonLaunch {
+    // "NAME=value" entries added to the test's environment.
+    std::vector<std::string> environment;
+    // A program and its arguments that run halvod in turn (a socket
+    // activator, say); the daemon's own command line follows them.
+    std::vector<std::string> wrapper;
+    // Whether `start` waits for the daemon's "listening on" line.
+    bool awaitListening = true;
+    // A datagram socket the daemon reads its uevents from instead of the
+    // kernel's, or -1.
+    int ueventSocket = -1;
+};
+
 // halvod in a process of its own, on an ephemeral loopback port unless the
 // arguments name one.  Its standard error goes to a file that the test can
-// read at any time.
+// read at any time.  The machine's config file and rules folder stay out of
+// it: "--config /dev/null" and "--rules-in-memory" are added unless the
+// arguments name a config file or rules.
 class DaemonProcess {
   public:
     // Nothing when the daemon did not announce its port in time (it may
-    // have exited: see `runToExit`).  With `ueventSocket`, the daemon reads
-    // its uevents from that datagram socket instead of the kernel's.
+    // have exited: see `runToExit`).
     static std::unique_ptr<DaemonProcess> start(const std::vector<std::string>& arguments,
-                                                int ueventSocket = -1);
+                                                const DaemonLaunch& launch = {});
     ~DaemonProcess();
 
     std::uint16_t port() const { return port_; }
@@ -107,7 +122,8 @@ class DaemonProcess {
     std::unique_ptr<TempDir> scratch_;
 };
 
-// Runs halvod with the arguments to its end (killed at the options' bound).
+// Runs halvod with the arguments to its end (killed at the options' bound),
+// kept off the machine's config file and rules folder as `start` does.
 RunResult runHalvod(const std::vector<std::string>& arguments, const RunOptions& options = {});
 
 } // namespace halvo::testkit

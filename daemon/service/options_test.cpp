@@ -1,0 +1,134 @@
+#include "daemon/service/options.h"
+#include "tests/support/files.h"
+
+#include <cctype>
+#include <gtest/gtest.h>
+
+namespace halvo::daemon {
+namespace {
+
+using testkit::TempDir;
+
+ParsedOptions parse(std::vector<std::string> arguments, const std::string& config = "/dev/null") {
+    if (!config.empty()) {
+        arguments.insert(arguments.begin(), {"--config", config});
+    }
+    std::vector<const char*> pointers;
+    for (const std::string& argument : arguments) {
+        pointers.push_back(argument.c_str());
+    }
+    return parseOptions(pointers);
+}
+
+TEST(OptionsTest, TheCommandLineWinsOverTheConfigFileWhichWinsOverDefaults) {
+    TempDir scratch;
+    const std::string config = scratch.write("halvod.conf", "# the administrator's settings\n"
+                                                            "listen = 127.0.0.2:4000\n"
+                                                            "default = share\n"
+                                                            "rules = /srv/halvod.rules\n"
+                                                            "allow-remote = false\n"
+                                                            "max-clients = 7\n"
+                                                            "share-listen = [::]:3240\n");
+    auto parsed = parse({"--listen", "127.0.0.3:5000", "--rules-in-memory"}, config);
+    ASSERT_TRUE(std::holds_alternative<Options>(parsed)) << std::get<std::string>(parsed);
+    const Options& options = std::get<Options>(parsed);
+    EXPECT_EQ(options.listen, *parseEndpoint("127.0.0.3:5000"));
+    EXPECT_EQ(options.rulesPath, std::nullopt);
+    EXPECT_EQ(options.defaultAction, Action::share);
+    EXPECT_EQ(options.limits.maxClients, 7u);
+    EXPECT_EQ(options.configPath, config);
+    EXPECT_EQ(options.shareListen, *parseEndpoint("[::]:3240"));
+    EXPECT_EQ(options.sysfsRoot, "/sys/bus/usb/devices");
+
+    EXPECT_EQ(std::get<Options>(parse({})).rulesPath, "/var/lib/halvo/halvod.rules");
+    EXPECT_TRUE(std::holds_alternative<HelpRequested>(parse({"--max-clients", "0", "-h"})));
+    EXPECT_TRUE(std::holds_alternative<VersionRequested>(parse({"--version"})));
+}
+
+// The sample config that the package installs names every setting with its
+// default: with every setting line uncommented it must still be accepted.
+TEST(OptionsTest, TheSampleConfigFileHoldsValidSettings) {
+    std::string text = testkit::readFile(HALVOD_SAMPLE_CONFIG);
+    ASSERT_FALSE(text.empty());
+    for (std::size_t at = text.find("\n#"); at != std::string::npos; at = text.find("\n#", at)) {
+        // "#name = value" is a setting; "# text" a comment.
+        if (std::islower(static_cast<unsigned char>(text[at + 2])) != 0) {
+            text.erase(at + 1, 1);
+        }
+        ++at;
+    }
+    TempDir scratch;
+    auto parsed = parse({}, scratch.write("halvod.conf", text));
+    ASSERT_TRUE(std::holds_alternative<Options>(parsed)) << std::get<std::string>(parsed);
+    EXPECT_EQ(std::get<Options>(parsed).limits, ClientLimits());
+    EXPECT_EQ(std::get<Options>(parsed).shareListen, *parseEndpoint("0.0.0.0:3240"));
+}
+
+TEST(OptionsTest, EveryProblemIsNamed) {
+    TempDir scratch;
+    const std::string missing = (scratch / "none.conf").string();
+    struct Case {
+        std::vector<std::string> arguments;
+        std::string config; // the config file's text; empty: none
+        std::string problem;
+    };
+    const std::string conf = (scratch / "halvod.conf").string();
+    const Case kCases[] = {
+        {{"--listen", "localhost:1"},
+         "",
+         "--listen wants an IP address and a port, as 127.0.0.1:32999; \"localhost\" is a name"},
+        {{"--listen", "127.0.0.1"},
+         "",
+         "--listen wants an IP address and a port, as 127.0.0.1:32999, not \"127.0.0.1\""},
+        {{"--share-listen", "[::1]:65536"},
+         "",
+         "--share-listen wants a port from 0 to 65535 after the address, not \"65536\""},
+        {{"--listen", "0.0.0.0:0"},
+         "",
+         "refusing to listen on 0.0.0.0: the protocol has no authentication (add "
+         "--allow-remote to do it anyway)"},
+        {{"--default", "allow"}, "", "--default wants share or block, not \"allow\""},
+        {{"--rescan-ms", "0"},
+         "",
+         "--rescan-ms wants a number of milliseconds from 1 to 3600000, not \"0\""},
+        {{"--max-clients", "0"},
+         "",
+         "--max-clients wants a whole number from 1 to 1073741824, not \"0\""},
+        {{"--idle-seconds", "1s"},
+         "",
+         "--idle-seconds wants a number of seconds from 1 to 1073741824, not \"1s\""},
+        {{"--sysfs", "/sys", "--devices", "d.json"},
+         "",
+         "--sysfs and --devices exclude each other"},
+        {{"--rules", "r", "--rules-in-memory"},
+         "",
+         "--rules and --rules-in-memory exclude each other"},
+        {{"--verbose"}, "", "unknown option \"--verbose\""},
+        {{"--rules"}, "", "--rules needs a value"},
+        {{"--allow-remote=yes"}, "", "--allow-remote takes no value"},
+        {{"--default", "share", "--default", "block"}, "", "--default is given more than once"},
+        {{"--config", missing},
+         "",
+         "cannot read the config file " + missing + ": No such file or directory"},
+        {{"--config", conf}, "verbose = 1\n", conf + ": unknown option \"verbose\""},
+        {{"--config", conf},
+         "--listen 127.0.0.1:1\n",
+         conf + ": \"--listen 127.0.0.1:1\" is no \"name = value\" line"},
+        {{"--config", conf}, "config = /etc/other.conf\n", conf + ": unknown option \"config\""},
+        {{"--config", conf},
+         "allow-remote = maybe\n",
+         conf + ": allow-remote wants true or false, not \"maybe\""},
+        {{"--config", conf},
+         "listen = [::1]:x\n",
+         conf + ": listen wants a port from 0 to 65535 after the address, not \"x\""},
+    };
+    for (const Case& row : kCases) {
+        testkit::writeFile(conf, row.config);
+        auto parsed = parse(row.arguments, row.arguments[0] == "--config" ? "" : "/dev/null");
+        ASSERT_TRUE(std::holds_alternative<std::string>(parsed)) << row.problem;
+        EXPECT_EQ(std::get<std::string>(parsed), row.problem);
+    }
+}
+
+} // namespace
+} // namespace halvo::daemon
