@@ -3,6 +3,7 @@
 #pragma once
 
 #include "daemon/core/device_backend.h"
+#include "daemon/core/share_hand_off.h"
 
 #include <memory>
 #include <string>
@@ -17,5 +18,10 @@ extern const char* const kDeviceBackends;
 // none.
 std::variant<std::unique_ptr<DeviceBackend>, std::string>
 openSystemDevices(const std::string& sysfsRoot);
+
+// The kernel's sharing driver for the devices below `sysfsRoot`, or why
+// this system has none.
+std::variant<std::unique_ptr<ShareHandOff>, std::string>
+openSystemHandOff(const std::string& sysfsRoot);
 
 } // namespace halvo::daemon

@@ -9,6 +9,7 @@
 #include "daemon/platform/rules_file.h"
 #include "daemon/platform/system_devices.h"
 #include "daemon/service/options.h"
+#include "daemon/service/sharing.h"
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/signal_set.hpp>
@@ -99,16 +100,26 @@ int serve(const daemon::Options& options) {
         rulesFile.emplace(*options.rulesPath, adminGroup);
     }
     daemon::RuleStore rules(std::get<0>(std::move(committed)), rulesFile ? &*rulesFile : nullptr);
-    daemon::RequestHandler handler(devices, table, std::get<0>(connections), rules,
+    // Before everything that holds sockets or timers, so that it outlives them.
+    asio::io_context io;
+    auto sharing = daemon::Sharing::create(options, table, std::get<0>(connections), rules);
+    if (auto* error = std::get_if<std::string>(&sharing)) {
+        return fail(*error);
+    }
+    daemon::Sharing& shares = *std::get<0>(sharing);
+    daemon::RequestHandler handler(devices, table, std::get<0>(connections), rules, shares.shares(),
                                    options.defaultAction);
 
     raiseDescriptorLimit();
-    asio::io_context io;
     daemon::Server server(io, handler, daemon::AccessPolicy(::geteuid(), adminGroup),
                           options.limits);
     if (auto error = server.listen(options.listen)) {
         return fail("cannot listen on " + options.listen.address().to_string() + ":" +
                     std::to_string(options.listen.port()) + ": " + *error);
+    }
+    if (auto error = shares.serve(
+            io, options, [&server](const daemon::Event& event) { server.broadcast(event); })) {
+        return fail(*error);
     }
     daemon::DeviceWatcher watcher(
         io, devices, table, options.rescanPeriod,
@@ -118,6 +129,8 @@ int serve(const daemon::Options& options) {
     }
     asio::signal_set stopSignals(io, SIGINT, SIGTERM);
     stopSignals.async_wait([&](const boost::system::error_code&, int) {
+        // Shares end first, so that clients still hear of it.
+        shares.stop();
         watcher.stop();
         server.stop();
         io.stop();

@@ -43,6 +43,15 @@ std::optional<std::string> setListen(Options& options, std::string_view value) {
     return std::nullopt;
 }
 
+std::optional<std::string> setShareListen(Options& options, std::string_view value) {
+    auto endpoint = parseEndpoint(value);
+    if (!endpoint) {
+        return "--share-listen wants ADDR:PORT, not \"" + std::string(value) + "\"";
+    }
+    options.shareListen = *endpoint;
+    return std::nullopt;
+}
+
 std::optional<std::string> setDefault(Options& options, std::string_view value) {
     auto action = parseAction(value);
     if (!action) {
@@ -85,8 +94,9 @@ std::optional<std::string> setIdle(Options& options, std::string_view value) {
     return std::nullopt;
 }
 
-constexpr std::array<KnownOption, 15> kOptions = {{
+constexpr std::array<KnownOption, 16> kOptions = {{
     {"--listen", true, setListen},
+    {"--share-listen", true, setShareListen},
     {"--allow-remote", false,
      [](Options& o, std::string_view) -> std::optional<std::string> {
          o.allowRemote = true;
@@ -194,6 +204,8 @@ void printUsage(std::FILE* out) {
         "usage: halvod [options]\n"
         "  --listen ADDR:PORT   address to serve (default 127.0.0.1:32999; port 0: any free one)\n"
         "  --allow-remote       allow an address other than loopback\n"
+        "  --share-listen ADDR:PORT  share devices over USB/IP there (off by default;\n"
+        "                       3240 is customary; no encryption: trusted networks only)\n"
         "  --sysfs DIR          USB devices from this sysfs folder (default /sys/bus/usb/devices)\n"
         "  --devices FILE       USB devices from a JSON fixture instead\n"
         "  --connections FILE   connections from a JSON fixture\n"

@@ -21,6 +21,9 @@ struct Options {
     // Loopback only unless allowRemote: the protocol has no authentication.
     boost::asio::ip::tcp::endpoint listen{boost::asio::ip::address_v4::loopback(), kDefaultPort};
     bool allowRemote = false;
+    // Where remote hosts import devices over USB/IP; none: no sharing.  Any
+    // address: serving remote hosts is its purpose.
+    std::optional<boost::asio::ip::tcp::endpoint> shareListen;
     std::string sysfsRoot = kDefaultSysfsRoot;
     // Devices from this fixture instead of sysfs.
     std::optional<std::string> deviceFixture;

@@ -1,6 +1,7 @@
 #include "daemon/platform/system_devices.h"
 
 #include "daemon/platform/linux/sysfs_backend.h"
+#include "daemon/platform/linux/usbip_host.h"
 
 namespace halvo::daemon {
 
@@ -9,6 +10,11 @@ const char* const kDeviceBackends = "sysfs (--sysfs DIR), fixture (--devices FIL
 std::variant<std::unique_ptr<DeviceBackend>, std::string>
 openSystemDevices(const std::string& sysfsRoot) {
     return std::make_unique<SysfsBackend>(sysfsRoot);
+}
+
+std::variant<std::unique_ptr<ShareHandOff>, std::string>
+openSystemHandOff(const std::string& sysfsRoot) {
+    return std::make_unique<UsbipHost>(sysfsRoot);
 }
 
 } // namespace halvo::daemon
