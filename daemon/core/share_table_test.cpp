@@ -1,0 +1,166 @@
+#include "daemon/core/rule_text.h"
+#include "daemon/core/share_table.h"
+#include "tests/support/recording_hand_off.h"
+
+#include <boost/json/serialize.hpp>
+#include <functional>
+#include <gtest/gtest.h>
+
+namespace halvo::daemon {
+namespace {
+
+namespace json = boost::json;
+
+Device device(std::string port, std::string name, std::uint8_t deviceClass) {
+    Device made;
+    made.port = std::move(port);
+    made.name = std::move(name);
+    made.deviceClass = deviceClass;
+    made.state = "available";
+    return made;
+}
+
+json::array rulesOf(std::string_view text) {
+    return parseRuleText(text).value();
+}
+
+// "4 {...}" per event: its code and payload.
+std::vector<std::string> describe(const std::vector<Event>& events) {
+    std::vector<std::string> texts;
+    for (const Event& event : events) {
+        texts.push_back(std::to_string(link::code(event.code)) + " " +
+                        json::serialize(event.payload));
+    }
+    return texts;
+}
+
+// A keyboard (1-1, id 1), a memory stick (1-2, id 2) and a hub (1-3), with
+// everything shared with 10.0.0.5 only.
+struct Sharing {
+    Sharing() : rules(rulesOf("share host \"10.0.0.5\"\n")) {
+        devices.update({device("1-1", "Keyboard", 3), device("1-2", "Stick", 8),
+                        device("1-3", "Hub", kHubClass)});
+    }
+    void commit(std::string_view text) {
+        rules.begin(1);
+        rules.replace(1, rulesOf(text));
+        ASSERT_EQ(rules.commit(1).outcome, RuleStore::CommitOutcome::committed);
+    }
+
+    DeviceTable devices;
+    ConnectionTable connections;
+    RuleStore rules;
+    testkit::RecordingHandOff handOff;
+    ShareTable shares{devices, connections, rules, Action::block, handOff};
+};
+
+const RemoteHost kLab{"10.0.0.5", 1000};
+
+TEST(ShareTableTest, HostsSeeAndImportOnlyWhatTheRulesShareWithThem) {
+    Sharing sharing;
+    auto ports = [](const std::vector<Device>& devices) {
+        std::string text;
+        for (const Device& device : devices) {
+            text += device.port + " ";
+        }
+        return text;
+    };
+    EXPECT_EQ(ports(sharing.shares.visibleTo("10.0.0.5")), "1-1 1-2 ");
+    EXPECT_EQ(ports(sharing.shares.visibleTo("10.0.0.6")), "");
+
+    struct Case {
+        const char* port;
+        RemoteHost host;
+        ImportStatus status;
+    };
+    const Case refused[] = {
+        {"1-3", kLab, ImportStatus::noDevice},
+        {"9-9", kLab, ImportStatus::noDevice},
+        {"1-1", {"10.0.0.6", 1000}, ImportStatus::noDevice},
+    };
+    for (const Case& test : refused) {
+        ImportResult result = sharing.shares.import(test.port, test.host, 7);
+        EXPECT_EQ(result.status, test.status) << test.port << " for " << test.host.addr;
+        EXPECT_TRUE(result.events.empty());
+    }
+    EXPECT_TRUE(sharing.handOff.calls.empty());
+
+    ImportResult imported = sharing.shares.import("1-1", kLab, 7);
+    ASSERT_EQ(imported.status, ImportStatus::ok);
+    EXPECT_EQ(imported.device->state, "shared");
+    EXPECT_EQ(describe(imported.events),
+              (std::vector<std::string>{
+                  R"(5 {"type":"net","addr":"10.0.0.5","port":1000,"state":"connected"})",
+                  R"(4 {"id":1,"name":"Keyboard","state":"shared","addr":"10.0.0.5"})"}));
+    EXPECT_EQ(sharing.shares.import("1-1", {"10.0.0.5", 1001}, 8).status, ImportStatus::busy);
+    sharing.handOff.failure = "no usbip-host";
+    EXPECT_EQ(sharing.shares.import("1-2", kLab, 9).status, ImportStatus::error);
+    EXPECT_EQ(sharing.handOff.calls, (std::vector<std::string>{"over 1-1 fd 7", "over 1-2 fd 9"}));
+    EXPECT_EQ(sharing.devices.find(2)->state, "available");
+    EXPECT_EQ(sharing.connections.connections().size(), 1u);
+    // A rescan keeps the share.
+    sharing.devices.update({device("1-1", "Keyboard", 3), device("1-2", "Stick", 8)});
+    EXPECT_EQ(*sharing.devices.find(1)->addr, "10.0.0.5");
+}
+
+TEST(ShareTableTest, EachEndGivesTheDeviceBackAndTellsEveryClient) {
+    struct Case {
+        const char* what;
+        std::function<std::vector<Event>(Sharing&)> end;
+        std::vector<std::string> ended; // ports, in order
+        const char* hostState;
+    };
+    const Case cases[] = {
+        {"drop of one port",
+         [](Sharing& s) { return s.shares.endForHost("10.0.0.5", 2000); },
+         {"1-2"},
+         "dropped"},
+        {"drop of the host",
+         [](Sharing& s) { return s.shares.endForHost("10.0.0.5", {}); },
+         {"1-1", "1-2"},
+         "dropped"},
+        {"unplug", [](Sharing& s) { return s.shares.endForDevice(1); }, {"1-1"}, "disconnected"},
+        {"commit that blocks",
+         [](Sharing& s) {
+             s.commit("share host \"10.0.0.5\" class 08\n");
+             return s.shares.endRefused();
+         },
+         {"1-1"},
+         "disconnected"},
+        {"detach",
+         [](Sharing& s) {
+             s.handOff.detached = {"1-2"};
+             return s.shares.endDetached();
+         },
+         {"1-2"},
+         "disconnected"},
+        {"stop", [](Sharing& s) { return s.shares.endAll(); }, {"1-1", "1-2"}, "disconnected"},
+    };
+    for (const Case& test : cases) {
+        Sharing sharing;
+        ASSERT_EQ(sharing.shares.import("1-1", kLab, 7).status, ImportStatus::ok);
+        ASSERT_EQ(sharing.shares.import("1-2", {"10.0.0.5", 2000}, 8).status, ImportStatus::ok);
+        sharing.handOff.calls.clear();
+
+        std::vector<std::string> events = describe(test.end(sharing));
+        std::vector<std::string> calls;
+        std::vector<std::string> expectedEvents;
+        for (const std::string& port : test.ended) {
+            const bool keyboard = port == "1-1";
+            calls.push_back("end " + port);
+            expectedEvents.push_back(std::string(R"(5 {"type":"net","addr":"10.0.0.5","port":)") +
+                                     (keyboard ? "1000" : "2000") + R"(,"state":")" +
+                                     test.hostState + R"("})");
+            expectedEvents.push_back(std::string(R"(4 {"id":)") + (keyboard ? "1" : "2") +
+                                     R"(,"name":")" + (keyboard ? "Keyboard" : "Stick") +
+                                     R"(","state":"available"})");
+        }
+        EXPECT_EQ(sharing.handOff.calls, calls) << test.what;
+        EXPECT_EQ(events, expectedEvents) << test.what;
+        EXPECT_EQ(sharing.shares.size(), 2 - test.ended.size()) << test.what;
+        EXPECT_EQ(sharing.connections.connections().size(), 2 - test.ended.size()) << test.what;
+    }
+}
+
+} // namespace
+} // namespace halvo::daemon

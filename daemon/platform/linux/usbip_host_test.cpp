@@ -1,0 +1,114 @@
+#include "daemon/platform/linux/usbip_host.h"
+#include "tests/support/daemon_harness.h"
+
+#include <functional>
+#include <gtest/gtest.h>
+
+namespace halvo::daemon {
+namespace {
+
+namespace fs = std::filesystem;
+
+// A USB bus folder as the kernel shows it: the stick 1-2 bound to the
+// generic driver, 1-3 left with usbip-host by an earlier run.
+struct Bus {
+    Bus() {
+        for (const char* driver : {"usb", "usbip-host"}) {
+            fs::create_directories(root / "drivers" / driver);
+        }
+        testkit::addSysfsEntry(root / "devices" / "1-2", {{"usbip_status", "1"}});
+        fs::create_directory_symlink("../../drivers/usb", root / "devices" / "1-2" / "driver");
+        testkit::addSysfsEntry(root / "devices" / "1-3", {{"usbip_status", "1"}});
+        fs::create_directory_symlink("../../drivers/usbip-host",
+                                     root / "devices" / "1-3" / "driver");
+    }
+    // Records each write as "PATH VALUE" (relative to the bus folder), and
+    // fails the one to `failing`.
+    UsbipHost host() {
+        return UsbipHost(root / "devices", [this](const fs::path& file, std::string_view value) {
+            const std::string path = file.lexically_relative(root.path()).string();
+            writes.push_back(path + " " + std::string(value));
+            return path == failing ? std::optional<std::string>(path + ": refused") : std::nullopt;
+        });
+    }
+
+    testkit::TempDir root;
+    std::vector<std::string> writes;
+    std::string failing;
+};
+
+Device stick() {
+    Device device;
+    device.port = "1-2";
+    return device;
+}
+
+TEST(UsbipHostTest, WritesTheKernelsStepsInOrder) {
+    const std::vector<std::string> kGiveBack = {"drivers/usbip-host/unbind 1-2",
+                                                "drivers/usbip-host/match_busid del 1-2",
+                                                "drivers_probe 1-2"};
+    auto plus = [](std::vector<std::string> first, const std::vector<std::string>& then) {
+        first.insert(first.end(), then.begin(), then.end());
+        return first;
+    };
+    struct Case {
+        const char* what;
+        std::function<std::optional<std::string>(Bus&, UsbipHost&)> act;
+        std::vector<std::string> writes;
+        std::optional<std::string> problem;
+    };
+    const Case cases[] = {
+        {"hand over",
+         [](Bus&, UsbipHost& host) { return host.handOver(stick(), 9); },
+         {"drivers/usbip-host/match_busid add 1-2", "devices/1-2/driver/unbind 1-2",
+          "drivers/usbip-host/bind 1-2", "devices/1-2/usbip_sockfd 9\n"},
+         std::nullopt},
+        {"hand over refused by the driver",
+         [](Bus& bus, UsbipHost& host) {
+             bus.failing = "drivers/usbip-host/bind";
+             return host.handOver(stick(), 9);
+         },
+         plus({"drivers/usbip-host/match_busid add 1-2", "devices/1-2/driver/unbind 1-2",
+               "drivers/usbip-host/bind 1-2"},
+              kGiveBack),
+         "drivers/usbip-host/bind: refused"},
+        {"end while in use",
+         [](Bus& bus, UsbipHost& host) {
+             testkit::writeFile(bus.root / "devices" / "1-2" / "usbip_status", "2\n");
+             return host.end(stick());
+         },
+         plus({"devices/1-2/usbip_sockfd -1"}, kGiveBack), std::nullopt},
+        {"end after the host detached", [](Bus&, UsbipHost& host) { return host.end(stick()); },
+         kGiveBack, std::nullopt},
+        {"start-up clean-up",
+         [](Bus&, UsbipHost& host) {
+             ShareHandOff::Recovery recovery = host.recoverLeftovers();
+             EXPECT_EQ(recovery.ports, std::vector<std::string>{"1-3"});
+             return std::optional<std::string>();
+         },
+         {"drivers/usbip-host/unbind 1-3", "drivers/usbip-host/match_busid del 1-3",
+          "drivers_probe 1-3"},
+         std::nullopt},
+    };
+    for (const Case& test : cases) {
+        Bus bus;
+        UsbipHost host = bus.host();
+        EXPECT_EQ(test.act(bus, host), test.problem) << test.what;
+        EXPECT_EQ(bus.writes, test.writes) << test.what;
+    }
+}
+
+TEST(UsbipHostTest, InUseOnlyWhileTheKernelSaysSo) {
+    Bus bus;
+    UsbipHost host = bus.host();
+    const fs::path status = bus.root / "devices" / "1-2" / "usbip_status";
+    for (const auto& [text, used] : {std::pair{"1\n", false}, {"2\n", true}, {"3\n", false}}) {
+        testkit::writeFile(status, text);
+        EXPECT_EQ(host.inUse(stick()), used) << text;
+    }
+    fs::remove(status);
+    EXPECT_FALSE(host.inUse(stick()));
+}
+
+} // namespace
+} // namespace halvo::daemon
