@@ -98,17 +98,5 @@ TEST(UsbipHostTest, WritesTheKernelsStepsInOrder) {
     }
 }
 
-TEST(UsbipHostTest, InUseOnlyWhileTheKernelSaysSo) {
-    Bus bus;
-    UsbipHost host = bus.host();
-    const fs::path status = bus.root / "devices" / "1-2" / "usbip_status";
-    for (const auto& [text, used] : {std::pair{"1\n", false}, {"2\n", true}, {"3\n", false}}) {
-        testkit::writeFile(status, text);
-        EXPECT_EQ(host.inUse(stick()), used) << text;
-    }
-    fs::remove(status);
-    EXPECT_FALSE(host.inUse(stick()));
-}
-
 } // namespace
 } // namespace halvo::daemon
