@@ -21,9 +21,7 @@ class RecordingHandOff final : public daemon::ShareHandOff {
         calls.push_back("over " + device.port + " fd " + std::to_string(socketFd));
         return failure;
     }
-    bool inUse(const daemon::Device& device) override {
-        return !detached.contains(device.port);
-    }
+    bool inUse(const daemon::Device& device) override { return !detached.contains(device.port); }
     std::optional<std::string> end(const daemon::Device& device) override {
         calls.push_back("end " + device.port);
         return std::nullopt;
