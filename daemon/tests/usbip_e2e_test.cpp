@@ -147,6 +147,35 @@ TEST_F(UsbipSharing, HalvoctlSeesImportsAndEndsThemByDropAndByCommit) {
                       "device id:1 \"USB Receiver\" got available\n");
 }
 
+TEST_F(UsbipSharing, AMalformedRequestDropsOnlyItsHost) {
+    startOnDemo("share port \"1-1\"\n");
+    const std::string list("\x01\x11\x80\x05\0\0\0\0", 8);
+    TestClient dribbling(kSharePort);
+    ASSERT_TRUE(dribbling.sendRaw(list.substr(0, 1)));
+    const std::string kMalformed[] = {
+        std::string("\x01\x00\x80\x05\0\0\0\0", 8),                        // version
+        std::string("\x01\x11\x80\x04\0\0\0\0", 8),                        // code
+        std::string("\x01\x11\x80\x03\0\0\0\0", 8) + std::string(32, 'x'), // no NUL
+    };
+    for (const std::string& request : kMalformed) {
+        TestClient host(kSharePort);
+        host.sendRaw(request);
+        EXPECT_TRUE(host.closedByPeer());
+    }
+    TestClient leaving(kSharePort);
+    leaving.sendRaw(list.substr(0, 5));
+    leaving.close();
+    for (char byte : list.substr(1)) {
+        ASSERT_TRUE(dribbling.sendRaw(std::string(1, byte)));
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    // The header, one device (1-1), its record and its one interface.
+    auto reply = dribbling.receiveBytes(8 + 4 + 312 + 4);
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(reply->substr(0, 12), std::string("\x01\x11\0\x05\0\0\0\0\0\0\0\x01", 12));
+    EXPECT_EQ(reply->substr(12 + 256, 4), std::string("1-1\0", 4));
+}
+
 // The kernel's attribute files are plain files here, written in place
 // (no truncation), so each holds the last value written.
 TEST_F(UsbipSharing, SysfsDevicesGoToUsbipHostAndComeBack) {
