@@ -29,11 +29,17 @@ bool FixtureHandOff::inUse(const Device& device) {
     if (found == held_.end()) {
         return false;
     }
-    // Only the host's closing (or a broken link) ends a held connection;
-    // anything the host sends is left unread.
-    char byte = 0;
-    ssize_t peeked = ::recv(found->second, &byte, 1, MSG_PEEK | MSG_DONTWAIT);
-    return peeked > 0 || (peeked < 0 && (errno == EAGAIN || errno == EWOULDBLOCK));
+    // What the host sends is discarded (there is no device to take it), a
+    // bounded amount per check so that a flood cannot hold the daemon.
+    constexpr int kReadsPerCheck = 16;
+    char discarded[4096];
+    for (int attempt = 0; attempt < kReadsPerCheck; ++attempt) {
+        ssize_t got = ::recv(found->second, discarded, sizeof discarded, MSG_DONTWAIT);
+        if (got <= 0) {
+            return got < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR);
+        }
+    }
+    return true;
 }
 
 std::optional<std::string> FixtureHandOff::end(const Device& device) {

@@ -1,7 +1,7 @@
 // Sharing without a kernel, for fixture devices: the import is simulated.
 // The hand-off keeps the importing host's connection open in the kernel's
-// place (and never reads from it), so the share lasts until the host closes
-// it or halvod ends the share.
+// place (discarding what the host sends), so the share lasts until the host
+// closes it or halvod ends the share.
 #pragma once
 
 #include "daemon/core/share_hand_off.h"
