@@ -122,12 +122,16 @@ TEST_F(UsbipSharing, HalvoctlSeesImportsAndEndsThemByDropAndByCommit) {
     EXPECT_NE(deviceList().find("1-3.4\tFT232R USB UART /available, A50285BI/\n"),
               std::string::npos);
 
-    // The host closing its connection ends the share too.
+    // The host closing its connection ends the share too, and so does an
+    // unplug.
     TestClient fifth(kSharePort);
     ASSERT_EQ(import(fifth, "1-1"), 0u);
     fifth.close();
     EXPECT_TRUE(eventually(
         [] { return deviceList().find("USB Receiver /available/") != std::string::npos; }));
+    TestClient sixth(kSharePort);
+    ASSERT_EQ(import(sixth, "1-1"), 0u);
+    EXPECT_EQ(runHalvoctl({"dev", "unplug", "1"}).status, 0);
 
     daemon->signal(SIGTERM);
     EXPECT_EQ(daemon->wait(), 0);
@@ -144,7 +148,12 @@ TEST_F(UsbipSharing, HalvoctlSeesImportsAndEndsThemByDropAndByCommit) {
                       "host 127.0.0.1:P is connected\n"
                       "device id:1 \"USB Receiver\" got shared@127.0.0.1\n"
                       "host 127.0.0.1:P is disconnected\n"
-                      "device id:1 \"USB Receiver\" got available\n");
+                      "device id:1 \"USB Receiver\" got available\n"
+                      "host 127.0.0.1:P is connected\n"
+                      "device id:1 \"USB Receiver\" got shared@127.0.0.1\n"
+                      "host 127.0.0.1:P is disconnected\n"
+                      "device id:1 \"USB Receiver\" got available\n"
+                      "device id:1 \"USB Receiver\" got unplugged\n");
 }
 
 TEST_F(UsbipSharing, AMalformedRequestDropsOnlyItsHost) {
