@@ -102,17 +102,25 @@ TEST_F(UsbipSharing, DebiansClientListsWhatTheRulesShareAndNothingElse) {
 TEST_F(UsbipSharing, HalvoctlSeesImportsAndEndsThemByDropAndByCommit) {
     startOnDemo("share port \"1-1\"\nshare port \"1-3.4\"\n");
     auto monitor = std::async(std::launch::async, [] { return runHalvoctl({"monitor"}); });
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    ASSERT_TRUE(eventually([] { return testkit::connectionEstablished(32999); }));
 
     TestClient first(kSharePort);
     ASSERT_EQ(import(first, "1-1"), 0u);
     EXPECT_NE(deviceList().find("1-1\tUSB Receiver /shared@127.0.0.1/\n"), std::string::npos);
-    EXPECT_TRUE(std::regex_search(runHalvoctl({"conn", "list"}).out,
-                                  std::regex("\nnet\t127\\.0\\.0\\.1\t[0-9]+\n")));
+    const std::string connections = runHalvoctl({"conn", "list"}).out;
+    std::smatch peer;
+    ASSERT_TRUE(
+        std::regex_search(connections, peer, std::regex("\nnet\t127\\.0\\.0\\.1\t([0-9]+)\n")))
+        << connections;
     TestClient blocked(kSharePort);
     EXPECT_EQ(import(blocked, "2-1"), 4u) << "blocked: no such device";
 
-    EXPECT_EQ(runHalvoctl({"conn", "drop", "127.0.0.1"}).status, 0);
+    EXPECT_EQ(
+        runHalvoctl({"conn", "drop", "-p", std::to_string(std::stoi(peer[1]) ^ 1), "127.0.0.1"})
+            .status,
+        2)
+        << "another port: not found";
+    EXPECT_EQ(runHalvoctl({"conn", "drop", "-p", peer[1], "127.0.0.1"}).status, 0);
     EXPECT_NE(deviceList().find("1-1\tUSB Receiver /available/\n"), std::string::npos);
 
     TestClient fourth(kSharePort);
