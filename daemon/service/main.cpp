@@ -1,4 +1,5 @@
-// halvod: serves the USB-sharing control protocol on a loopback port.
+// halvod: serves the USB-sharing control protocol on a loopback port and,
+// with --share-listen, shares devices with remote hosts over USB/IP.
 #include "daemon/control/request_handler.h"
 #include "daemon/control/server.h"
 #include "daemon/core/connection_table.h"
