@@ -92,9 +92,10 @@ const RequestHandler::Route RequestHandler::kRoutes[] = {
 };
 
 RequestHandler::RequestHandler(DeviceBackend& backend, DeviceTable& devices,
-                               ConnectionTable& connections, RuleStore& rules, Action defaultAction)
+                               ConnectionTable& connections, RuleStore& rules, ShareTable& shares,
+                               Action defaultAction)
     : backend_(backend), devices_(devices), connections_(connections), rules_(rules),
-      defaultAction_(defaultAction) {}
+      shares_(shares), defaultAction_(defaultAction) {}
 
 Outcome RequestHandler::handle(const Caller& caller, std::uint32_t command,
                                const json::object& request) {
@@ -144,7 +145,9 @@ Outcome RequestHandler::killConnection(const Caller& caller, const json::object&
             }
             port = static_cast<std::uint16_t>(*number);
         }
-        events = connections_.dropHost(host->get_string(), port);
+        events = shares_.endForHost(host->get_string(), port);
+        std::vector<Event> others = connections_.dropHost(host->get_string(), port);
+        events.insert(events.end(), others.begin(), others.end());
     }
     if (events.empty()) {
         return status(kStatusNotFound);
@@ -166,14 +169,14 @@ Outcome RequestHandler::unplugDevice(const Caller& caller, const json::object& r
     if (device == nullptr) {
         return status(kStatusNotFound);
     }
+    std::vector<Event> events = shares_.endForDevice(*id);
     if (auto error = backend_.unplug(*device)) {
         logActivity(LogLevel::error, "unplug failed: " + *error,
                     {{"HALVO_DEVICE", device->port}, {"HALVO_UID", who(caller)}});
-        return status("cannot unplug the device: " + *error);
+        return status("cannot unplug the device: " + *error, std::move(events));
     }
     logActivity(LogLevel::notice, "device unplugged",
                 {{"HALVO_DEVICE", device->port}, {"HALVO_UID", who(caller)}});
-    std::vector<Event> events;
     if (auto event = devices_.recordUnplug(*id)) {
         events.push_back(std::move(*event));
     }
@@ -313,7 +316,7 @@ Outcome RequestHandler::endTransaction(const Caller& caller, const json::object&
     logActivity(LogLevel::notice,
                 "rules committed: " + std::to_string(rules_.committed().size()) + " rules",
                 {{"HALVO_UID", who(caller)}});
-    return status(kStatusOk);
+    return status(kStatusOk, shares_.endRefused());
 }
 
 } // namespace halvo::daemon

@@ -13,6 +13,7 @@
 #include "daemon/core/event.h"
 #include "daemon/core/rule_engine.h"
 #include "daemon/core/rule_store.h"
+#include "daemon/core/share_table.h"
 
 #include <boost/json/object.hpp>
 #include <cstdint>
@@ -45,8 +46,10 @@ struct Outcome {
 
 class RequestHandler {
   public:
+    // Drops, unplugs and commits end the shares in `shares` that they
+    // concern.
     RequestHandler(DeviceBackend& backend, DeviceTable& devices, ConnectionTable& connections,
-                   RuleStore& rules, Action defaultAction);
+                   RuleStore& rules, ShareTable& shares, Action defaultAction);
 
     Outcome handle(const Caller& caller, std::uint32_t command, const boost::json::object& request);
 
@@ -79,6 +82,7 @@ class RequestHandler {
     DeviceTable& devices_;
     ConnectionTable& connections_;
     RuleStore& rules_;
+    ShareTable& shares_;
     Action defaultAction_;
 };
 

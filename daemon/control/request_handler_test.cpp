@@ -1,6 +1,7 @@
 #include "daemon/control/request_handler.h"
 #include "daemon/core/rule_text.h"
 #include "daemon/platform/fixture_backend.h"
+#include "daemon/platform/fixture_hand_off.h"
 #include "daemon/platform/rules_file.h"
 
 #include <boost/json/parse.hpp>
@@ -51,7 +52,8 @@ class RequestHandlerTest : public ::testing::Test {
         : backend(twoDevices()), connections(threeConnections()),
           file(rulesPath ? std::optional<RulesFile>(std::in_place, *rulesPath) : std::nullopt),
           rules(rulesOf("block hwid 046d\n"), file ? &*file : nullptr),
-          handler(backend, devices, connections, rules, Action::share) {
+          shares(devices, connections, rules, Action::share, handOff),
+          handler(backend, devices, connections, rules, shares, Action::share) {
         devices.update(backend.scan().devices);
     }
 
@@ -80,6 +82,8 @@ class RequestHandlerTest : public ::testing::Test {
     ConnectionTable connections;
     std::optional<RulesFile> file;
     RuleStore rules;
+    FixtureHandOff handOff;
+    ShareTable shares;
     RequestHandler handler;
     std::vector<Event> lastEvents;
 };

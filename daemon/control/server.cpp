@@ -1,6 +1,7 @@
 #include "daemon/control/server.h"
 
 #include "daemon/core/activity_log.h"
+#include "daemon/platform/listening_socket.h"
 #include "daemon/platform/socket_owner.h"
 #include "link/packet.h"
 
@@ -29,36 +30,16 @@ Server::Server(asio::io_context& io, RequestHandler& handler, AccessPolicy acces
       acceptor_(io), acceptRetry_(io) {}
 
 std::optional<std::string> Server::listen(const tcp::endpoint& endpoint) {
-    boost::system::error_code error;
-    acceptor_.open(endpoint.protocol(), error);
-    if (!error) {
-        acceptor_.set_option(asio::socket_base::reuse_address(true), error);
-    }
-    if (!error) {
-        acceptor_.bind(endpoint, error);
-    }
-    if (!error) {
-        acceptor_.listen(asio::socket_base::max_listen_connections, error);
-    }
-    if (error) {
-        boost::system::error_code ignored;
-        acceptor_.close(ignored);
-        return error.message();
+    if (auto problem = listenOn(acceptor_, endpoint)) {
+        return problem;
     }
     accept();
     return std::nullopt;
 }
 
 std::optional<std::string> Server::adopt(int listeningSocket) {
-    sockaddr_storage address{};
-    socklen_t size = sizeof address;
-    if (::getsockname(listeningSocket, reinterpret_cast<sockaddr*>(&address), &size) != 0) {
-        return std::string(std::strerror(errno));
-    }
-    boost::system::error_code error;
-    acceptor_.assign(address.ss_family == AF_INET6 ? tcp::v6() : tcp::v4(), listeningSocket, error);
-    if (error) {
-        return error.message();
+    if (auto problem = adoptListening(acceptor_, listeningSocket)) {
+        return problem;
     }
     accept();
     return std::nullopt;

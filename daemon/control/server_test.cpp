@@ -1,5 +1,6 @@
 #include "daemon/control/server.h"
 #include "daemon/platform/fixture_backend.h"
+#include "daemon/platform/fixture_hand_off.h"
 #include "tests/support/daemon_harness.h"
 
 #include <atomic>
@@ -35,7 +36,8 @@ std::string header(std::uint32_t command, std::uint32_t size) {
 class ServerTest : public ::testing::Test {
   protected:
     ServerTest()
-        : backend(fixtureDevices()), handler(backend, devices, connections, rules, Action::block),
+        : backend(fixtureDevices()), shares(devices, connections, rules, Action::block, handOff),
+          handler(backend, devices, connections, rules, shares, Action::block),
           server(io, handler, AccessPolicy(::geteuid(), std::nullopt)) {
         devices.update(backend.scan().devices);
     }
@@ -60,6 +62,8 @@ class ServerTest : public ::testing::Test {
     DeviceTable devices;
     ConnectionTable connections;
     RuleStore rules;
+    FixtureHandOff handOff;
+    ShareTable shares;
     RequestHandler handler;
     asio::io_context io;
     Server server;

@@ -139,6 +139,27 @@ std::vector<Event> ConnectionTable::dropHost(std::string_view host,
     return events;
 }
 
+Event ConnectionTable::addNetwork(std::string addr, std::uint16_t port) {
+    Connection connection;
+    connection.addr = std::move(addr);
+    connection.port = port;
+    connections_.push_back(connection);
+    return hostEvent(connection, "connected");
+}
+
+std::optional<Event> ConnectionTable::removeNetwork(std::string_view addr, std::uint16_t port,
+                                                    std::string_view state) {
+    auto found = std::find_if(connections_.begin(), connections_.end(), [&](const Connection& c) {
+        return c.kind == Connection::Kind::network && c.addr == addr && c.port == port;
+    });
+    if (found == connections_.end()) {
+        return std::nullopt;
+    }
+    Event event = hostEvent(*found, state);
+    connections_.erase(found);
+    return event;
+}
+
 std::vector<Event> ConnectionTable::killProcess(std::uint32_t pid) {
     std::vector<Event> events;
     std::erase_if(connections_, [&](const Connection& connection) {

@@ -1,8 +1,8 @@
 // The active connections: network peers (address, port) and remote-desktop
-// sessions (application, process id).  The daemon itself does not carry
-// USB traffic, so the table is filled from a fixture
-// ({"connections": [...]}, records as in the connection list) and emptied by
-// drop and kill requests.  A kill ends the session in the table only: the
+// sessions (application, process id).  Hosts that import a device over
+// USB/IP are added and removed as their shares start and end; the others
+// come from a fixture ({"connections": [...]}, records as in the connection
+// list) and are emptied by drop and kill requests.  A kill ends the session in the table only: the
 // process ids are the fixture's, so no signal is ever sent.
 #pragma once
 
@@ -45,6 +45,14 @@ class ConnectionTable {
     // given) and returns one host event ("dropped") per connection; none
     // when nothing matched.
     std::vector<Event> dropHost(std::string_view host, std::optional<std::uint16_t> port);
+
+    // Adds the network peer and returns its host event ("connected").
+    Event addNetwork(std::string addr, std::uint16_t port);
+
+    // Removes the network peer, if present, and returns its host event with
+    // `state`.
+    std::optional<Event> removeNetwork(std::string_view addr, std::uint16_t port,
+                                       std::string_view state);
 
     // Ends the remote-desktop connection of process `pid`; its host event
     // ("killed"), or none when no such connection exists.

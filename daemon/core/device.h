@@ -5,8 +5,37 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace halvo::daemon {
+
+// How a device presents itself on the bus, as a remote host that imports it
+// sees it: what the USB/IP device record carries beyond the identity below.
+struct BusDescription {
+    // The device's own folder under /sys/devices.
+    std::string sysfsPath;
+    std::uint32_t busnum = 0;
+    std::uint32_t devnum = 0;
+    // The kernel's speed code: 1 low, 2 full, 3 high, 5 super, 6 super-plus;
+    // 0 unknown.
+    std::uint32_t speed = 0;
+    // The class triple as the device declares it (0 when each interface
+    // names its own).
+    std::uint8_t deviceClass = 0;
+    std::uint8_t deviceSubClass = 0;
+    std::uint8_t deviceProtocol = 0;
+    std::uint8_t configurationValue = 0;
+    std::uint8_t numConfigurations = 0;
+    struct Interface {
+        std::uint8_t interfaceClass = 0;
+        std::uint8_t subclass = 0;
+        std::uint8_t protocol = 0;
+    };
+    // The interfaces of the active configuration, in interface order.
+    std::vector<Interface> interfaces;
+};
+
+inline constexpr std::uint8_t kHubClass = 0x09;
 
 struct Device {
     // Assigned by the device table; 0 until then.
@@ -28,6 +57,7 @@ struct Device {
     std::string state;
     // The peer that the state refers to, e.g. the host using the device.
     std::optional<std::string> addr;
+    BusDescription bus;
 };
 
 // Same physical device in the same place: what lets a rescan keep its id.

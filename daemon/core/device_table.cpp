@@ -8,6 +8,8 @@ namespace json = boost::json;
 
 namespace {
 
+constexpr std::string_view kSharedState = "shared";
+
 Event deviceEvent(const Device& device, std::string_view state) {
     return Event{link::CommandCode::deviceEvent, toEventPayload(device, state)};
 }
@@ -33,6 +35,10 @@ std::vector<Event> DeviceTable::update(std::vector<Device> scanned) {
             continue;
         }
         device.id = known->id;
+        if (known->state == kSharedState) {
+            device.state = known->state;
+            device.addr = known->addr;
+        }
         if (device.state != known->state) {
             events.push_back(deviceEvent(device, device.state));
         }
@@ -68,6 +74,17 @@ std::optional<Event> DeviceTable::recordUnplug(std::uint32_t id) {
     found->state = "available";
     found->addr.reset();
     return event;
+}
+
+std::optional<Event> DeviceTable::recordShare(std::uint32_t id, std::optional<std::string> addr) {
+    auto found = std::find_if(devices_.begin(), devices_.end(),
+                              [id](const Device& device) { return device.id == id; });
+    if (found == devices_.end()) {
+        return std::nullopt;
+    }
+    found->state = addr ? kSharedState : "available";
+    found->addr = std::move(addr);
+    return deviceEvent(*found, found->state);
 }
 
 } // namespace halvo::daemon

@@ -2,7 +2,8 @@
 //
 // A device keeps its id for as long as successive scans find it (same port,
 // vendor, product and serial); a new device gets the next unused id, so an id
-// is never given to two devices in one run.
+// is never given to two devices in one run.  A device that is shared stays
+// "shared" across rescans until the share ends.
 #pragma once
 
 #include "daemon/core/device.h"
@@ -32,6 +33,10 @@ class DeviceTable {
     // and offered again ("available").  Returns the "unplugged" event, or
     // nothing for an unknown id.
     std::optional<Event> recordUnplug(std::uint32_t id);
+
+    // Records that the device is shared with `addr` (or, without one, no
+    // longer shared: "available") and returns its device event.
+    std::optional<Event> recordShare(std::uint32_t id, std::optional<std::string> addr);
 
   private:
     std::vector<Device> devices_;

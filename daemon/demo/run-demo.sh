@@ -1,6 +1,8 @@
 #!/bin/bash
 # Runs halvod with the demo fixtures on 127.0.0.1:32999 (the one address
-# halvoctl talks to) and shows halvoctl steering it.
+# halvoctl talks to) and shows halvoctl steering it, and, where Debian's
+# usbip client is installed, what a remote host sees over USB/IP (on
+# 127.0.0.1:3240, or the port in HALVO_DEMO_SHARE_PORT).
 #
 #   daemon/demo/run-demo.sh BUILD_DIR
 #
@@ -24,6 +26,7 @@ for program in "$halvod" "$halvoctl"; do
     fi
 done
 
+share_port=${HALVO_DEMO_SHARE_PORT:-3240}
 scratch=$(mktemp -d)
 daemon_pid=
 stop_daemon() {
@@ -37,7 +40,8 @@ trap stop_daemon EXIT
 
 "$halvod" --config /dev/null --listen 127.0.0.1:32999 \
     --devices "$demo/devices.json" --connections "$demo/connections.json" \
-    --rules "$scratch/halvod.rules" 2>"$scratch/halvod.log" &
+    --rules "$scratch/halvod.rules" --share-listen "127.0.0.1:$share_port" \
+    2>"$scratch/halvod.log" &
 daemon_pid=$!
 
 # Wait for the daemon to listen, or to give up (the port may be taken).
@@ -50,7 +54,7 @@ for _ in $(seq 100); do
         daemon_pid=
         cat "$scratch/halvod.log" >&2
         if grep -q "Address already in use" "$scratch/halvod.log"; then
-            echo "run-demo: 127.0.0.1:32999 is taken (another halvod?); halvoctl can only talk to that port, so stop whatever listens there and run again" >&2
+            echo "run-demo: 127.0.0.1:32999 or 127.0.0.1:$share_port is taken (another halvod?); halvoctl can only talk to 32999, so stop whatever listens there (or set HALVO_DEMO_SHARE_PORT) and run again" >&2
         fi
         exit 1
     fi
@@ -75,3 +79,14 @@ run rule list
 run rule test -h 10.0.0.5 2
 run rule test -h 10.0.0.9 2
 run rule test -r 1
+
+# What a remote host at 127.0.0.1 may import: exactly what the rules share
+# with that address (here the serial adapter, rule 5).
+if command -v usbip >/dev/null; then
+    echo
+    echo "\$ usbip --tcp-port $share_port list -r 127.0.0.1"
+    usbip --tcp-port "$share_port" list -r 127.0.0.1
+else
+    echo
+    echo "(install Debian's usbip package to see the USB/IP device list)"
+fi

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 
 namespace halvo::daemon {
 
@@ -100,6 +101,21 @@ class DeviceReader {
     std::optional<std::string> error_;
 };
 
+// A fixture has no bus: the description is made up from what the fixture
+// says, so that USB/IP hosts see a plausible high-speed device with one
+// interface of the device's class.
+BusDescription describeOnFixtureBus(const Device& device, std::size_t number) {
+    BusDescription bus;
+    bus.sysfsPath = "/sys/devices/fixture/" + device.port;
+    bus.busnum = static_cast<std::uint32_t>(std::strtoul(device.port.c_str(), nullptr, 10));
+    bus.devnum = static_cast<std::uint32_t>(number + 1);
+    bus.speed = 3;
+    bus.configurationValue = 1;
+    bus.numConfigurations = 1;
+    bus.interfaces.push_back({device.deviceClass, device.subclass, device.protocol});
+    return bus;
+}
+
 } // namespace
 
 util::Expected<std::vector<Device>> parseDeviceFixture(const json::object& document) {
@@ -119,6 +135,7 @@ util::Expected<std::vector<Device>> parseDeviceFixture(const json::object& docum
         if (auto error = DeviceReader(element.get_object()).read(device)) {
             return util::Failure{where + *error};
         }
+        device.bus = describeOnFixtureBus(device, devices.size());
         devices.push_back(std::move(device));
     }
     return devices;

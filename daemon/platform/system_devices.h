@@ -3,6 +3,7 @@
 #pragma once
 
 #include "daemon/core/device_backend.h"
+#include "daemon/core/share_hand_off.h"
 #include "util/expected.h"
 
 #include <memory>
@@ -16,5 +17,10 @@ extern const char* const kDeviceBackends;
 // The backend reading devices below `sysfsRoot`, or why this system has
 // none.
 util::Expected<std::unique_ptr<DeviceBackend>> openSystemDevices(const std::string& sysfsRoot);
+
+// The kernel's sharing driver for the devices below `sysfsRoot`, or why
+// this system has none.
+std::variant<std::unique_ptr<ShareHandOff>, std::string>
+openSystemHandOff(const std::string& sysfsRoot);
 
 } // namespace halvo::daemon

@@ -1,4 +1,5 @@
-// halvod: serves the USB-sharing control protocol on a loopback port.
+// halvod: serves the USB-sharing control protocol on a loopback port and,
+// with --share-listen, shares devices with remote hosts over USB/IP.
 #include "daemon/control/request_handler.h"
 #include "daemon/control/server.h"
 #include "daemon/core/connection_table.h"
@@ -13,6 +14,7 @@
 #include "daemon/service/options.h"
 #include "daemon/service/reload.h"
 #include "daemon/service/service_manager.h"
+#include "daemon/service/sharing.h"
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/signal_set.hpp>
@@ -128,7 +130,6 @@ int serve(std::span<const char* const> arguments, daemon::Options options) {
     if (auto* error = std::get_if<std::string>(&activated)) {
         return fail(*error);
     }
-    // passed.usbip, when present, is the USB/IP server's listening socket.
     const auto& passed = std::get<daemon::service_manager::ActivatedSockets>(activated);
     auto backend = makeBackend(options);
     if (!backend) {
@@ -156,11 +157,17 @@ int serve(std::span<const char* const> arguments, daemon::Options options) {
         rulesFile.emplace(*options.rulesPath, adminGroup);
     }
     daemon::RuleStore rules(std::move(committed).value(), rulesFile ? &*rulesFile : nullptr);
-    daemon::RequestHandler handler(devices, table, connections.value(), rules,
+    // Before everything that holds sockets or timers, so that it outlives them.
+    asio::io_context io;
+    auto sharing = daemon::Sharing::create(options, table, connections.value(), rules);
+    if (auto* error = std::get_if<std::string>(&sharing)) {
+        return fail(*error);
+    }
+    daemon::Sharing& shares = *std::get<0>(sharing);
+    daemon::RequestHandler handler(devices, table, connections.value(), rules, shares.shares(),
                                    options.defaultAction);
 
     raiseDescriptorLimit();
-    asio::io_context io;
     daemon::Server server(io, handler, daemon::AccessPolicy(::geteuid(), adminGroup),
                           options.limits);
     if (auto error = startListening(server, options, passed)) {
@@ -170,6 +177,11 @@ int serve(std::span<const char* const> arguments, daemon::Options options) {
     if (devices.seesHotplug()) {
         busEvents = daemon::openHotplugEvents(io, options.rescanPeriod);
     }
+    if (auto error = shares.serve(io, options, passed.usbip, [&server](const daemon::Event& event) {
+            server.broadcast(event);
+        })) {
+        return fail(*error);
+    }
     daemon::DeviceWatcher watcher(
         io, devices, table, busEvents.get(), options.rescanPeriod,
         [&server](const daemon::Event& event) { server.broadcast(event); });
@@ -178,6 +190,8 @@ int serve(std::span<const char* const> arguments, daemon::Options options) {
     }
     asio::signal_set stopSignals(io, SIGINT, SIGTERM);
     stopOnSignal(stopSignals, [&] {
+        // Shares end first, so that clients still hear of it.
+        shares.stop();
         watcher.stop();
         server.stop();
         io.stop();

@@ -161,7 +161,7 @@ constexpr std::array<KnownOption, 19> kOptions = {{
      [](Options& o, std::string_view v) { return setEndpoint(o.listen, v); }},
     {"allow-remote", "", "allow an address other than loopback",
      [](Options& o, std::string_view v) { return setSwitch(o.allowRemote, v); }},
-    {"share-listen", "ADDR:PORT", "address of the USB/IP server (default: none)",
+    {"share-listen", "ADDR:PORT", "share devices over USB/IP there (default: off; no encryption)",
      [](Options& o, std::string_view v) -> std::optional<std::string> {
          asio::ip::tcp::endpoint endpoint;
          auto problem = setEndpoint(endpoint, v);
@@ -192,7 +192,7 @@ constexpr std::array<KnownOption, 19> kOptions = {{
      }},
     {"rules-in-memory", "", "keep committed rules in memory only", setRulesInMemory},
     {"default", "ACTION", "share or block when no rule matches (default block)", setDefault},
-    {"rescan-ms", "N", "sysfs rescan period for hot-plug (default 1000)", setRescan},
+    {"rescan-ms", "N", "rescan period where no uevents come (default 1000)", setRescan},
     {"admin-group", "NAME", "who may change what is shared (default halvo)",
      [](Options& o, std::string_view v) -> std::optional<std::string> {
          o.adminGroup = std::string(v);

@@ -27,6 +27,9 @@ struct Options {
     // Loopback only unless allowRemote: the protocol has no authentication.
     boost::asio::ip::tcp::endpoint listen{boost::asio::ip::address_v4::loopback(), kDefaultPort};
     bool allowRemote = false;
+    // Where remote hosts import devices over USB/IP; none: no sharing.  Any
+    // address: serving remote hosts is its purpose.
+    std::optional<boost::asio::ip::tcp::endpoint> shareListen;
     std::string sysfsRoot = kDefaultSysfsRoot;
     // Devices from this fixture instead of sysfs.
     std::optional<std::string> deviceFixture;
@@ -40,8 +43,6 @@ struct Options {
     // daemon's own user).
     std::string adminGroup = "halvo";
     ClientLimits limits;
-    // Where the USB/IP server listens; none: it does not run.
-    std::optional<boost::asio::ip::tcp::endpoint> shareListen;
 };
 
 struct HelpRequested {};

@@ -6,18 +6,19 @@
 #include "tests/support/process_runner.h"
 #include "tests/support/uevents.h"
 
-#include <cstdio>
 #include <filesystem>
 #include <future>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sstream>
+#include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 
 namespace halvo::daemon {
 namespace {
 
+using testkit::connectionEstablished;
 using testkit::DaemonProcess;
 using testkit::readFile;
 using testkit::runHalvoctl;
@@ -47,28 +48,6 @@ const char* const kExampleRuleList = "1: share host \"10.0.0.5\" class 08\n"
                                      "4: block quick built-in\n"
                                      "5: share hwid 0403:6001 serial \"A50285BI\"\n"
                                      "6: block !rdesk name contains \"YubiKey\"\n";
-
-// Whether a TCP connection to `port` on this machine is established, as the
-// kernel lists them: the test process is alone on the port (a namespace of
-// its own or the shared lock), so it is the one the test started.
-bool connectionEstablished(std::uint16_t port) {
-    std::istringstream table(readFile("/proc/net/tcp"));
-    std::string line;
-    char local[16];
-    std::snprintf(local, sizeof local, ":%04X ", static_cast<unsigned>(port));
-    std::getline(table, line); // the heading
-    while (std::getline(table, line)) {
-        // "sl local_address rem_address st ...": the server side of an
-        // established connection has the port as its local one and state 01.
-        std::istringstream fields(line);
-        std::string slot, localAddress, remoteAddress, state;
-        fields >> slot >> localAddress >> remoteAddress >> state;
-        if ((localAddress + " ").ends_with(local) && state == "01") {
-            return true;
-        }
-    }
-    return false;
-}
 
 struct Expected {
     std::string out;
@@ -205,10 +184,10 @@ TEST_F(HalvoctlAgainstHalvod, MonitorShowsEventsUntilTheDaemonStops) {
     }
     auto monitor = std::async(std::launch::async, [] { return runHalvoctl({"monitor"}); });
     // The monitor announces nothing when it is connected: look for its link.
-    for (int attempt = 0; attempt < 500 && !connectionEstablished(32999); ++attempt) {
+    for (int attempt = 0; attempt < 500 && !testkit::connectionEstablished(32999); ++attempt) {
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
-    ASSERT_TRUE(connectionEstablished(32999));
+    ASSERT_TRUE(testkit::connectionEstablished(32999));
     expectRun({"dev", "unplug", "2"}, {"", "", 0});
     expectRun({"conn", "drop", "-p", "50321", "10.0.0.5"}, {"", "", 0});
     std::this_thread::sleep_for(std::chrono::milliseconds(200));

@@ -78,6 +78,15 @@ bool TestClient::readExactly(char* into, std::size_t size,
     return true;
 }
 
+std::optional<std::string> TestClient::receiveBytes(std::size_t size,
+                                                    std::chrono::milliseconds timeout) {
+    std::string bytes(size, '\0');
+    if (fd_ < 0 || !readExactly(bytes.data(), size, std::chrono::steady_clock::now() + timeout)) {
+        return std::nullopt;
+    }
+    return bytes;
+}
+
 std::optional<Packet> TestClient::receive(std::chrono::milliseconds timeout) {
     if (fd_ < 0) {
         return std::nullopt;

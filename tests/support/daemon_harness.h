@@ -65,6 +65,11 @@ class TestClient {
     std::optional<boost::json::object> request(link::CommandCode command,
                                                const boost::json::object& payload);
 
+    // The next `size` bytes, unframed (for other protocols than halvo's), or
+    // nothing when they did not all come in time.
+    std::optional<std::string>
+    receiveBytes(std::size_t size, std::chrono::milliseconds timeout = std::chrono::seconds(5));
+
     // Whether the daemon closes the connection within the time.
     bool closedByPeer(std::chrono::milliseconds timeout = std::chrono::seconds(5));
 

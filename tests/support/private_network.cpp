@@ -1,5 +1,6 @@
 #include "tests/support/private_network.h"
 
+#include "tests/support/files.h"
 #include "tests/support/portable_fd.h"
 
 #include <cerrno>
@@ -7,6 +8,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <net/if.h>
+#include <sstream>
 #include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -101,6 +103,25 @@ bool isolateDaemonPort(bool keepUsers) {
         return true;
     }
     lockSharedPort();
+    return false;
+}
+
+bool connectionEstablished(std::uint16_t port) {
+    std::istringstream table(readFile("/proc/net/tcp"));
+    std::string line;
+    char local[16];
+    std::snprintf(local, sizeof local, ":%04X ", static_cast<unsigned>(port));
+    std::getline(table, line); // the heading
+    while (std::getline(table, line)) {
+        // "sl local_address rem_address st ...": the server side of an
+        // established connection has the port as its local one and state 01.
+        std::istringstream fields(line);
+        std::string slot, localAddress, remoteAddress, state;
+        fields >> slot >> localAddress >> remoteAddress >> state;
+        if ((localAddress + " ").ends_with(local) && state == "01") {
+            return true;
+        }
+    }
     return false;
 }
 

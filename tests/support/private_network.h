@@ -1,6 +1,8 @@
 // Gives an end-to-end test process the daemon's fixed port to itself.
 #pragma once
 
+#include <cstdint>
+
 namespace halvo::testkit {
 
 // Moves the calling process into a network namespace of its own with the
@@ -12,5 +14,10 @@ namespace halvo::testkit {
 // enters a network namespace only, so that its children can still switch to
 // the machine's other users.
 bool isolateDaemonPort(bool keepUsers = false);
+
+// Whether a TCP connection to `port` on this machine is established, as the
+// kernel lists them in /proc/net/tcp: the test process is alone on the port
+// (see isolateDaemonPort), so it is the one the test started.
+bool connectionEstablished(std::uint16_t port);
 
 } // namespace halvo::testkit

@@ -1,14 +1,10 @@
 #include "daemon/platform/linux/sysfs_backend.h"
 
-#include "util/json_file.h"
+#include "daemon/platform/linux/sysfs_attribute.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <charconv>
-#include <cstring>
-#include <fcntl.h>
 #include <system_error>
-#include <unistd.h>
 
 namespace halvo::daemon {
 
@@ -16,20 +12,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::uint8_t kHubClass = 0x09;
 constexpr std::string_view kFallbackName = "USB device";
-
-std::optional<std::string> readAttribute(const fs::path& folder, const char* name) {
-    auto bytes = util::readWholeFile((folder / name).string());
-    if (!bytes) {
-        return std::nullopt;
-    }
-    std::string text = std::move(bytes).value();
-    while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) {
-        text.pop_back();
-    }
-    return text;
-}
 
 template <typename Number>
 std::optional<Number> readHexAttribute(const fs::path& folder, const char* name) {
@@ -79,6 +62,87 @@ void readClassTriple(const fs::path& folder, Device& device) {
     }
 }
 
+// Decimal attributes; sysfs pads some of them ("%2d") with leading spaces.
+template <typename Number>
+std::optional<Number> readDecimalAttribute(const fs::path& folder, const char* name) {
+    auto text = readAttribute(folder, name);
+    if (!text) {
+        return std::nullopt;
+    }
+    std::string_view digits(*text);
+    digits.remove_prefix(std::min(digits.find_first_not_of(' '), digits.size()));
+    const char* end = digits.data() + digits.size();
+    Number number = 0;
+    auto [rest, error] = std::from_chars(digits.data(), end, number);
+    if (error != std::errc() || rest != end) {
+        return std::nullopt;
+    }
+    return number;
+}
+
+// The kernel's speed code for sysfs `speed` (in Mbit/s).
+std::uint32_t speedCode(std::string_view mbits) {
+    static constexpr std::pair<std::string_view, std::uint32_t> kCodes[] = {
+        {"1.5", 1}, {"12", 2}, {"480", 3}, {"5000", 5}, {"10000", 6}, {"20000", 6}};
+    for (const auto& [text, code] : kCodes) {
+        if (mbits == text) {
+            return code;
+        }
+    }
+    return 0;
+}
+
+// The number after the last '.' of an interface folder ("1-2:1.10" -> 10).
+unsigned interfaceNumber(const fs::path& interface) {
+    const std::string name = interface.filename().string();
+    unsigned number = 0;
+    std::from_chars(name.data() + name.rfind('.') + 1, name.data() + name.size(), number);
+    return number;
+}
+
+std::vector<BusDescription::Interface> readInterfaces(const fs::path& deviceFolder) {
+    const std::string prefix = deviceFolder.filename().string() + ":";
+    std::vector<fs::path> folders;
+    std::error_code error;
+    for (const auto& entry : fs::directory_iterator(deviceFolder, error)) {
+        if (entry.path().filename().string().starts_with(prefix)) {
+            folders.push_back(entry.path());
+        }
+    }
+    std::sort(folders.begin(), folders.end(), [](const fs::path& left, const fs::path& right) {
+        return interfaceNumber(left) < interfaceNumber(right);
+    });
+    std::vector<BusDescription::Interface> interfaces;
+    for (const fs::path& folder : folders) {
+        interfaces.push_back(
+            {readHexAttribute<std::uint8_t>(folder, "bInterfaceClass").value_or(0),
+             readHexAttribute<std::uint8_t>(folder, "bInterfaceSubClass").value_or(0),
+             readHexAttribute<std::uint8_t>(folder, "bInterfaceProtocol").value_or(0)});
+    }
+    return interfaces;
+}
+
+BusDescription readBusDescription(const fs::path& folder) {
+    BusDescription bus;
+    std::error_code error;
+    bus.sysfsPath = fs::canonical(folder, error).string();
+    if (error) {
+        bus.sysfsPath = folder.string();
+    }
+    bus.busnum = readDecimalAttribute<std::uint32_t>(folder, "busnum").value_or(0);
+    bus.devnum = readDecimalAttribute<std::uint32_t>(folder, "devnum").value_or(0);
+    bus.speed = speedCode(readAttribute(folder, "speed").value_or(""));
+    bus.deviceClass = readHexAttribute<std::uint8_t>(folder, "bDeviceClass").value_or(0);
+    bus.deviceSubClass = readHexAttribute<std::uint8_t>(folder, "bDeviceSubClass").value_or(0);
+    bus.deviceProtocol = readHexAttribute<std::uint8_t>(folder, "bDeviceProtocol").value_or(0);
+    bus.configurationValue =
+        readDecimalAttribute<std::uint8_t>(folder, "bConfigurationValue").value_or(0);
+    bus.numConfigurations =
+        readDecimalAttribute<std::uint8_t>(folder, "bNumConfigurations").value_or(0);
+    bus.interfaces = readInterfaces(folder);
+    return bus;
+}
+
 std::optional<Device> readDevice(const fs::path& folder) {
     auto vid = readHexAttribute<std::uint16_t>(folder, "idVendor");
     auto pid = readHexAttribute<std::uint16_t>(folder, "idProduct");
@@ -102,21 +166,8 @@ std::optional<Device> readDevice(const fs::path& folder) {
     device.name = name && !name->empty() ? *name : std::string(kFallbackName);
     device.serial = readAttribute(folder, "serial").value_or("");
     device.state = readAttribute(folder, "authorized") == "0" ? "unauthorized" : "available";
+    device.bus = readBusDescription(folder);
     return device;
-}
-
-std::optional<std::string> writeAttribute(const fs::path& file, std::string_view value) {
-    int fd = ::open(file.c_str(), O_WRONLY | O_CLOEXEC);
-    if (fd < 0) {
-        return file.string() + ": " + std::strerror(errno);
-    }
-    ssize_t written = ::write(fd, value.data(), value.size());
-    int writeErrno = errno;
-    ::close(fd);
-    if (written != static_cast<ssize_t>(value.size())) {
-        return file.string() + ": " + std::strerror(written < 0 ? writeErrno : EIO);
-    }
-    return std::nullopt;
 }
 
 } // namespace

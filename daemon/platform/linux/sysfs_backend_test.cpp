@@ -181,3 +181,46 @@ TEST(SysfsBackendTest, UnplugWithdrawsAuthorisationThenGrantsIt) {
 
 } // namespace
 } // namespace halvo::daemon
+
+namespace halvo::daemon {
+namespace {
+
+TEST(SysfsBackendTest, ReadsTheBusDescriptionThatImportingHostsAreTold) {
+    TempDir root;
+    fs::create_directories(root / "devices" / "usb1" / "1-2");
+    addSysfsEntry(root / "devices" / "usb1" / "1-2", {{"idVendor", "0781"},
+                                                      {"idProduct", "5567"},
+                                                      {"bDeviceClass", "00"},
+                                                      {"busnum", "1"},
+                                                      {"devnum", "12"},
+                                                      {"bConfigurationValue", "1"},
+                                                      {"bNumConfigurations", "2"}});
+    const fs::path folder = root / "devices" / "usb1" / "1-2";
+    addSysfsEntry(folder / "1-2:1.10", {{"bInterfaceClass", "ff"}});
+    addSysfsEntry(
+        folder / "1-2:1.2",
+        {{"bInterfaceClass", "08"}, {"bInterfaceSubClass", "06"}, {"bInterfaceProtocol", "50"}});
+    fs::create_directories(root / "bus");
+    fs::create_directory_symlink(folder, root / "bus" / "1-2");
+
+    const std::pair<const char*, std::uint32_t> kSpeeds[] = {
+        {"1.5", 1}, {"12", 2}, {"480", 3}, {"5000", 5}, {"10000", 6}, {"20000", 6}, {"53.3", 0}};
+    for (const auto& [mbits, code] : kSpeeds) {
+        writeFile(folder / "speed", std::string(mbits) + "\n");
+        ScanResult scan = SysfsBackend(root / "bus").scan();
+        ASSERT_EQ(scan.devices.size(), 1u);
+        EXPECT_EQ(scan.devices[0].bus.speed, code) << mbits;
+    }
+    const BusDescription bus = SysfsBackend(root / "bus").scan().devices.at(0).bus;
+    EXPECT_EQ(bus.sysfsPath, fs::canonical(folder).string());
+    EXPECT_EQ(std::tuple(bus.busnum, bus.devnum, bus.configurationValue, bus.numConfigurations),
+              std::tuple(1u, 12u, std::uint8_t{1}, std::uint8_t{2}));
+    ASSERT_EQ(bus.interfaces.size(), 2u);
+    EXPECT_EQ(std::tuple(bus.interfaces[0].interfaceClass, bus.interfaces[0].subclass,
+                         bus.interfaces[0].protocol),
+              std::tuple(std::uint8_t{8}, std::uint8_t{6}, std::uint8_t{0x50}));
+    EXPECT_EQ(bus.interfaces[1].interfaceClass, 0xff);
+}
+
+} // namespace
+} // namespace halvo::daemon

@@ -1,6 +1,7 @@
 #include "daemon/platform/system_devices.h"
 
 #include "daemon/platform/linux/sysfs_backend.h"
+#include "daemon/platform/linux/usbip_host.h"
 
 namespace halvo::daemon {
 
@@ -8,6 +9,11 @@ const char* const kDeviceBackends = "sysfs (--sysfs DIR), fixture (--devices FIL
 
 util::Expected<std::unique_ptr<DeviceBackend>> openSystemDevices(const std::string& sysfsRoot) {
     return std::make_unique<SysfsBackend>(sysfsRoot);
+}
+
+std::variant<std::unique_ptr<ShareHandOff>, std::string>
+openSystemHandOff(const std::string& sysfsRoot) {
+    return std::make_unique<UsbipHost>(sysfsRoot);
 }
 
 } // namespace halvo::daemon

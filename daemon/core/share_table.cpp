@@ -1,0 +1,138 @@
+#include "daemon/core/share_table.h"
+
+#include "daemon/core/activity_log.h"
+
+#include <algorithm>
+
+namespace halvo::daemon {
+
+namespace {
+
+constexpr std::string_view kSharedState = "shared";
+constexpr std::string_view kHostLeft = "disconnected";
+
+std::string describePeer(const RemoteHost& host) {
+    return host.addr + ":" + std::to_string(host.port);
+}
+
+} // namespace
+
+ShareTable::ShareTable(DeviceTable& devices, ConnectionTable& connections, const RuleStore& rules,
+                       Action defaultAction, ShareHandOff& handOff)
+    : devices_(devices), connections_(connections), rules_(rules), defaultAction_(defaultAction),
+      handOff_(handOff) {}
+
+bool ShareTable::mayImport(const Device& device, std::string_view addr) const {
+    if (device.deviceClass == kHubClass || device.bus.deviceClass == kHubClass) {
+        return false;
+    }
+    Peer peer{false, std::string(addr)};
+    return evaluate(rules_.committed(), device, peer, defaultAction_).action == Action::share;
+}
+
+std::vector<Device> ShareTable::visibleTo(std::string_view addr) const {
+    std::vector<Device> visible;
+    for (const Device& device : devices_.devices()) {
+        if (mayImport(device, addr)) {
+            visible.push_back(device);
+        }
+    }
+    return visible;
+}
+
+ImportResult ShareTable::import(std::string_view port, const RemoteHost& host, int socketFd) {
+    ImportResult result;
+    const auto& all = devices_.devices();
+    auto found = std::find_if(all.begin(), all.end(),
+                              [port](const Device& device) { return device.port == port; });
+    if (found == all.end() || !mayImport(*found, host.addr)) {
+        logActivity(LogLevel::warning, "import refused: no such device for this host",
+                    {{"HALVO_PEER", describePeer(host)}, {"HALVO_DEVICE", std::string(port)}});
+        return result;
+    }
+    if (found->state == kSharedState) {
+        result.status = ImportStatus::busy;
+        return result;
+    }
+    if (auto problem = handOff_.handOver(*found, socketFd)) {
+        logActivity(LogLevel::error, "share failed: " + *problem,
+                    {{"HALVO_PEER", describePeer(host)}, {"HALVO_DEVICE", found->port}});
+        result.status = ImportStatus::error;
+        return result;
+    }
+    const Device device = *found;
+    shares_.push_back(Share{device, host});
+    result.events.push_back(connections_.addNetwork(host.addr, host.port));
+    if (auto event = devices_.recordShare(device.id, host.addr)) {
+        result.events.push_back(std::move(*event));
+    }
+    logActivity(LogLevel::notice, "share started",
+                {{"HALVO_PEER", describePeer(host)}, {"HALVO_DEVICE", device.port}});
+    result.status = ImportStatus::ok;
+    result.device = *devices_.find(device.id);
+    return result;
+}
+
+template <typename Selector>
+std::vector<Event> ShareTable::endWhere(Selector ending, std::string_view reason,
+                                        std::string_view hostState) {
+    std::vector<Event> events;
+    std::vector<Share> ended;
+    std::erase_if(shares_, [&](const Share& share) {
+        if (!ending(share)) {
+            return false;
+        }
+        ended.push_back(share);
+        return true;
+    });
+    for (const Share& share : ended) {
+        if (auto problem = handOff_.end(share.device)) {
+            logActivity(LogLevel::error, "giving the device back failed: " + *problem,
+                        {{"HALVO_DEVICE", share.device.port}});
+        }
+        logActivity(
+            LogLevel::notice, "share ended: " + std::string(reason),
+            {{"HALVO_PEER", describePeer(share.host)}, {"HALVO_DEVICE", share.device.port}});
+        if (auto event = connections_.removeNetwork(share.host.addr, share.host.port, hostState)) {
+            events.push_back(std::move(*event));
+        }
+        if (auto event = devices_.recordShare(share.device.id, std::nullopt)) {
+            events.push_back(std::move(*event));
+        }
+    }
+    return events;
+}
+
+std::vector<Event> ShareTable::endForHost(std::string_view addr,
+                                          std::optional<std::uint16_t> port) {
+    return endWhere(
+        [&](const Share& share) {
+            return share.host.addr == addr && (!port || share.host.port == *port);
+        },
+        "connection dropped", "dropped");
+}
+
+std::vector<Event> ShareTable::endForDevice(std::uint32_t id) {
+    return endWhere([id](const Share& share) { return share.device.id == id; }, "device unplugged",
+                    kHostLeft);
+}
+
+std::vector<Event> ShareTable::endRefused() {
+    return endWhere(
+        [this](const Share& share) {
+            const Device* device = devices_.find(share.device.id);
+            return device == nullptr || !mayImport(*device, share.host.addr);
+        },
+        "the rules no longer share it", kHostLeft);
+}
+
+std::vector<Event> ShareTable::endDetached() {
+    return endWhere([this](const Share& share) { return !handOff_.inUse(share.device); },
+                    "the remote host detached or the link broke", kHostLeft);
+}
+
+std::vector<Event> ShareTable::endAll() {
+    return endWhere([](const Share&) { return true; }, "halvod stops", kHostLeft);
+}
+
+} // namespace halvo::daemon

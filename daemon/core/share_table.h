@@ -1,0 +1,88 @@
+// The devices that remote hosts have imported, and every decision about
+// them: which devices a host may see and import (those whose verdict for a
+// network connection from its address is "share"; never hubs), and when a
+// share ends.  Each share is a network connection in the connection table
+// and a "shared" device in the device table; starting or ending one returns
+// the events for every client, and the activity log records it.
+#pragma once
+
+#include "daemon/core/connection_table.h"
+#include "daemon/core/device_table.h"
+#include "daemon/core/event.h"
+#include "daemon/core/rule_engine.h"
+#include "daemon/core/rule_store.h"
+#include "daemon/core/share_hand_off.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace halvo::daemon {
+
+// The host at the other end of an import: its address and port.
+struct RemoteHost {
+    std::string addr;
+    std::uint16_t port = 0;
+};
+
+enum class ImportStatus { ok, busy, noDevice, error };
+
+struct ImportResult {
+    ImportStatus status = ImportStatus::noDevice;
+    // The imported device when the status is ok.
+    std::optional<Device> device;
+    std::vector<Event> events;
+};
+
+class ShareTable {
+  public:
+    ShareTable(DeviceTable& devices, ConnectionTable& connections, const RuleStore& rules,
+               Action defaultAction, ShareHandOff& handOff);
+
+    // The devices `addr` may import, in device-table order.
+    std::vector<Device> visibleTo(std::string_view addr) const;
+
+    // Hands the device at `port` over to `host` on its socket `socketFd`
+    // when the committed rules share it with the host.  A device the host
+    // may not see is reported as absent (noDevice).
+    ImportResult import(std::string_view port, const RemoteHost& host, int socketFd);
+
+    // The shares end; each returns the events.
+    // Those of `addr` (only the one on `port` when given): its host events
+    // say "dropped".
+    std::vector<Event> endForHost(std::string_view addr, std::optional<std::uint16_t> port);
+    std::vector<Event> endForDevice(std::uint32_t id);
+    // Those that the committed rules no longer share.
+    std::vector<Event> endRefused();
+    // Those that the remote host detached or whose link broke.
+    std::vector<Event> endDetached();
+    std::vector<Event> endAll();
+
+    std::size_t size() const { return shares_.size(); }
+
+  private:
+    struct Share {
+        // As it was when the share began: a device unplugged meanwhile is
+        // still given back by its port.
+        Device device;
+        RemoteHost host;
+    };
+
+    bool mayImport(const Device& device, std::string_view addr) const;
+    // Ends the shares that `ending` selects, logging `reason`; the host
+    // events carry `hostState`.
+    template <typename Selector>
+    std::vector<Event> endWhere(Selector ending, std::string_view reason,
+                                std::string_view hostState);
+
+    DeviceTable& devices_;
+    ConnectionTable& connections_;
+    const RuleStore& rules_;
+    Action defaultAction_;
+    ShareHandOff& handOff_;
+    std::vector<Share> shares_;
+};
+
+} // namespace halvo::daemon

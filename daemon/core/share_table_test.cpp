@@ -1,0 +1,107 @@
+#include "daemon/core/rule_text.h"
+#include "daemon/core/share_table.h"
+#include "tests/support/recording_hand_off.h"
+
+#include <boost/json/serialize.hpp>
+#include <gtest/gtest.h>
+
+namespace halvo::daemon {
+namespace {
+
+namespace json = boost::json;
+
+Device device(std::string port, std::string name, std::uint8_t deviceClass) {
+    Device made;
+    made.port = std::move(port);
+    made.name = std::move(name);
+    made.deviceClass = deviceClass;
+    made.state = "available";
+    return made;
+}
+
+json::array rulesOf(std::string_view text) {
+    return parseRuleText(text).value();
+}
+
+// "4 {...}" per event: its code and payload.
+std::vector<std::string> describe(const std::vector<Event>& events) {
+    std::vector<std::string> texts;
+    for (const Event& event : events) {
+        texts.push_back(std::to_string(link::code(event.code)) + " " +
+                        json::serialize(event.payload));
+    }
+    return texts;
+}
+
+// A keyboard (1-1, id 1), a memory stick (1-2, id 2) and a hub (1-3), with
+// everything shared with 10.0.0.5 only.
+struct Sharing {
+    Sharing() : rules(rulesOf("share host \"10.0.0.5\"\n")) {
+        devices.update({device("1-1", "Keyboard", 3), device("1-2", "Stick", 8),
+                        device("1-3", "Hub", kHubClass)});
+    }
+
+    DeviceTable devices;
+    ConnectionTable connections;
+    RuleStore rules;
+    testkit::RecordingHandOff handOff;
+    ShareTable shares{devices, connections, rules, Action::block, handOff};
+};
+
+const RemoteHost kLab{"10.0.0.5", 1000};
+
+TEST(ShareTableTest, HostsSeeAndImportOnlyWhatTheRulesShareWithThem) {
+    Sharing sharing;
+    auto ports = [](const std::vector<Device>& devices) {
+        std::string text;
+        for (const Device& device : devices) {
+            text += device.port + " ";
+        }
+        return text;
+    };
+    EXPECT_EQ(ports(sharing.shares.visibleTo("10.0.0.5")), "1-1 1-2 ");
+    EXPECT_EQ(ports(sharing.shares.visibleTo("10.0.0.6")), "");
+
+    struct Case {
+        const char* port;
+        RemoteHost host;
+        ImportStatus status;
+    };
+    const Case refused[] = {
+        {"1-3", kLab, ImportStatus::noDevice},
+        {"9-9", kLab, ImportStatus::noDevice},
+        {"1-1", {"10.0.0.6", 1000}, ImportStatus::noDevice},
+    };
+    for (const Case& test : refused) {
+        ImportResult result = sharing.shares.import(test.port, test.host, 7);
+        EXPECT_EQ(result.status, test.status) << test.port << " for " << test.host.addr;
+        EXPECT_TRUE(result.events.empty());
+    }
+    EXPECT_TRUE(sharing.handOff.calls.empty());
+
+    ImportResult imported = sharing.shares.import("1-1", kLab, 7);
+    ASSERT_EQ(imported.status, ImportStatus::ok);
+    EXPECT_EQ(imported.device->state, "shared");
+    EXPECT_EQ(describe(imported.events),
+              (std::vector<std::string>{
+                  R"(5 {"type":"net","addr":"10.0.0.5","port":1000,"state":"connected"})",
+                  R"(4 {"id":1,"name":"Keyboard","state":"shared","addr":"10.0.0.5"})"}));
+    EXPECT_EQ(sharing.shares.import("1-1", {"10.0.0.5", 1001}, 8).status, ImportStatus::busy);
+    sharing.handOff.failure = "no usbip-host";
+    EXPECT_EQ(sharing.shares.import("1-2", kLab, 9).status, ImportStatus::error);
+    EXPECT_EQ(sharing.handOff.calls, (std::vector<std::string>{"over 1-1 fd 7", "over 1-2 fd 9"}));
+    EXPECT_EQ(sharing.devices.find(2)->state, "available");
+    EXPECT_EQ(sharing.connections.connections().size(), 1u);
+    // A rescan keeps the share; the ends are shown end to end.
+    sharing.devices.update({device("1-1", "Keyboard", 3), device("1-2", "Stick", 8)});
+    EXPECT_EQ(*sharing.devices.find(1)->addr, "10.0.0.5");
+    sharing.handOff.detached = {"1-1"};
+    EXPECT_EQ(describe(sharing.shares.endDetached()),
+              (std::vector<std::string>{
+                  R"(5 {"type":"net","addr":"10.0.0.5","port":1000,"state":"disconnected"})",
+                  R"(4 {"id":1,"name":"Keyboard","state":"available"})"}));
+    EXPECT_EQ(sharing.handOff.calls.back(), "end 1-1");
+}
+
+} // namespace
+} // namespace halvo::daemon

@@ -1,0 +1,31 @@
+// Sharing without a kernel, for fixture devices: the import is simulated.
+// The hand-off keeps the importing host's connection open in the kernel's
+// place (discarding what the host sends), so the share lasts until the host
+// closes it or halvod ends the share.
+#pragma once
+
+#include "daemon/core/share_hand_off.h"
+
+#include <map>
+#include <string>
+
+namespace halvo::daemon {
+
+class FixtureHandOff final : public ShareHandOff {
+  public:
+    FixtureHandOff() = default;
+    ~FixtureHandOff() override;
+    FixtureHandOff(const FixtureHandOff&) = delete;
+    FixtureHandOff& operator=(const FixtureHandOff&) = delete;
+
+    std::optional<std::string> handOver(const Device& device, int socketFd) override;
+    bool inUse(const Device& device) override;
+    std::optional<std::string> end(const Device& device) override;
+    Recovery recoverLeftovers() override { return {}; }
+
+  private:
+    // The held connection of each shared device, by port.
+    std::map<std::string, int> held_;
+};
+
+} // namespace halvo::daemon

@@ -1,0 +1,99 @@
+#include "daemon/platform/linux/usbip_host.h"
+
+#include "daemon/platform/linux/sysfs_attribute.h"
+
+#include <system_error>
+
+namespace halvo::daemon {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::string_view kDriverName = "usbip-host";
+constexpr std::string_view kStatusInUse = "2";
+
+// The name of the driver bound to the device in `folder`, if any.
+std::optional<std::string> boundDriver(const fs::path& folder) {
+    std::error_code error;
+    fs::path target = fs::read_symlink(folder / "driver", error);
+    if (error) {
+        return std::nullopt;
+    }
+    return target.filename().string();
+}
+
+} // namespace
+
+UsbipHost::UsbipHost(const fs::path& devicesRoot, Writer writer)
+    : devices_(devicesRoot.lexically_normal()), write_(std::move(writer)) {
+    if (devices_.filename().empty()) {
+        devices_ = devices_.parent_path();
+    }
+    bus_ = devices_.parent_path();
+    driver_ = bus_ / "drivers" / kDriverName;
+    if (!write_) {
+        write_ = writeAttribute;
+    }
+}
+
+std::optional<std::string> UsbipHost::handOver(const Device& device, int socketFd) {
+    const fs::path folder = devices_ / device.port;
+    if (auto problem = write_(driver_ / "match_busid", "add " + device.port)) {
+        return problem;
+    }
+    std::optional<std::string> problem;
+    auto current = boundDriver(folder);
+    if (current && *current != kDriverName) {
+        problem = write_(folder / "driver" / "unbind", device.port);
+    }
+    if (!problem) {
+        problem = write_(driver_ / "bind", device.port);
+    }
+    if (!problem) {
+        problem = write_(folder / "usbip_sockfd", std::to_string(socketFd) + "\n");
+    }
+    if (problem) {
+        giveBack(device.port);
+    }
+    return problem;
+}
+
+bool UsbipHost::inUse(const Device& device) {
+    return readAttribute(devices_ / device.port, "usbip_status") == kStatusInUse;
+}
+
+std::optional<std::string> UsbipHost::end(const Device& device) {
+    std::optional<std::string> problem;
+    if (inUse(device)) {
+        problem = write_(devices_ / device.port / "usbip_sockfd", "-1");
+    }
+    auto givenBack = giveBack(device.port);
+    return problem ? problem : givenBack;
+}
+
+std::optional<std::string> UsbipHost::giveBack(const std::string& port) {
+    auto unbound = write_(driver_ / "unbind", port);
+    auto unmatched = write_(driver_ / "match_busid", "del " + port);
+    auto probed = write_(bus_ / "drivers_probe", port);
+    return unbound ? unbound : unmatched ? unmatched : probed;
+}
+
+ShareHandOff::Recovery UsbipHost::recoverLeftovers() {
+    Recovery recovery;
+    std::error_code error;
+    for (const auto& entry : fs::directory_iterator(devices_, error)) {
+        const std::string port = entry.path().filename().string();
+        if (port.find(':') != std::string::npos || boundDriver(entry.path()) != kDriverName) {
+            continue;
+        }
+        if (auto problem = giveBack(port)) {
+            recovery.problems.push_back(std::move(*problem));
+        } else {
+            recovery.ports.push_back(port);
+        }
+    }
+    return recovery;
+}
+
+} // namespace halvo::daemon

@@ -1,0 +1,74 @@
+#include "daemon/service/sharing.h"
+
+#include "daemon/core/activity_log.h"
+#include "daemon/platform/fixture_hand_off.h"
+#include "daemon/platform/system_devices.h"
+
+namespace halvo::daemon {
+
+namespace {
+
+std::string endpointText(const boost::asio::ip::tcp::endpoint& endpoint) {
+    return endpoint.address().to_string() + ":" + std::to_string(endpoint.port());
+}
+
+} // namespace
+
+Sharing::Sharing(std::unique_ptr<ShareHandOff> handOff, DeviceTable& devices,
+                 ConnectionTable& connections, const RuleStore& rules, Action defaultAction)
+    : handOff_(std::move(handOff)), shares_(devices, connections, rules, defaultAction, *handOff_) {
+}
+
+std::variant<std::unique_ptr<Sharing>, std::string> Sharing::create(const Options& options,
+                                                                    DeviceTable& devices,
+                                                                    ConnectionTable& connections,
+                                                                    const RuleStore& rules) {
+    std::unique_ptr<ShareHandOff> handOff;
+    if (options.deviceFixture) {
+        handOff = std::make_unique<FixtureHandOff>();
+    } else {
+        auto system = openSystemHandOff(options.sysfsRoot);
+        if (auto* error = std::get_if<std::string>(&system)) {
+            return *error;
+        }
+        handOff = std::get<0>(std::move(system));
+    }
+    ShareHandOff::Recovery recovery = handOff->recoverLeftovers();
+    for (const std::string& port : recovery.ports) {
+        logActivity(LogLevel::notice, "device left shared by an earlier run given back",
+                    {{"HALVO_DEVICE", port}});
+    }
+    for (const std::string& problem : recovery.problems) {
+        logActivity(LogLevel::error, "cannot give back a device left shared: " + problem);
+    }
+    return std::unique_ptr<Sharing>(
+        new Sharing(std::move(handOff), devices, connections, rules, options.defaultAction));
+}
+
+std::optional<std::string> Sharing::serve(boost::asio::io_context& io, const Options& options,
+                                          std::optional<int> activated,
+                                          usbip::Server::EventSink sink) {
+    if (!options.shareListen && !activated) {
+        return std::nullopt;
+    }
+    server_ = std::make_unique<usbip::Server>(io, shares_, std::move(sink));
+    if (activated) {
+        if (auto error = server_->adopt(*activated)) {
+            return "cannot take the passed USB/IP socket: " + *error;
+        }
+    } else if (auto error = server_->listen(*options.shareListen)) {
+        return "cannot listen for USB/IP on " + endpointText(*options.shareListen) + ": " + *error;
+    }
+    logActivity(LogLevel::info, "sharing over USB/IP on " + endpointText(server_->localEndpoint()));
+    return std::nullopt;
+}
+
+void Sharing::stop() {
+    std::vector<Event> events = shares_.endAll();
+    if (server_) {
+        server_->publish(events);
+        server_->stop();
+    }
+}
+
+} // namespace halvo::daemon

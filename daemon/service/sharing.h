@@ -1,0 +1,46 @@
+// halvod's sharing, wired: the hand-off that suits the device source (the
+// kernel's usbip-host for sysfs devices, a simulation for fixture devices),
+// the share table, and with --share-listen the USB/IP server.
+#pragma once
+
+#include "daemon/core/share_table.h"
+#include "daemon/service/options.h"
+#include "daemon/usbip/server.h"
+
+#include <boost/asio/io_context.hpp>
+#include <memory>
+#include <optional>
+#include <string>
+#include <variant>
+
+namespace halvo::daemon {
+
+class Sharing {
+  public:
+    // Also gives back the devices that an earlier run left shared.
+    static std::variant<std::unique_ptr<Sharing>, std::string> create(const Options& options,
+                                                                      DeviceTable& devices,
+                                                                      ConnectionTable& connections,
+                                                                      const RuleStore& rules);
+
+    ShareTable& shares() { return shares_; }
+
+    // Starts the USB/IP server on `activated` (the socket that socket
+    // activation passed) or where the options ask; none without either. The
+    // reason on failure.
+    std::optional<std::string> serve(boost::asio::io_context& io, const Options& options,
+                                     std::optional<int> activated, usbip::Server::EventSink sink);
+
+    // Ends every share, telling the sink, and stops the server.
+    void stop();
+
+  private:
+    Sharing(std::unique_ptr<ShareHandOff> handOff, DeviceTable& devices,
+            ConnectionTable& connections, const RuleStore& rules, Action defaultAction);
+
+    std::unique_ptr<ShareHandOff> handOff_;
+    ShareTable shares_;
+    std::unique_ptr<usbip::Server> server_;
+};
+
+} // namespace halvo::daemon

@@ -1,0 +1,243 @@
+// halvod's USB/IP server as remote hosts meet it: Debian's `usbip` client,
+// a scripted importer, halvoctl watching and ending shares, and the kernel's
+// side on a sysfs fixture tree.  Each test process takes the fixed ports for
+// itself first (a private network namespace, or else a lock).
+#include "tests/support/daemon_harness.h"
+#include "tests/support/private_network.h"
+#include "tests/support/process_runner.h"
+
+#include <filesystem>
+#include <future>
+#include <gtest/gtest.h>
+#include <regex>
+#include <signal.h>
+#include <thread>
+
+namespace halvo::daemon {
+namespace {
+
+namespace fs = std::filesystem;
+using testkit::DaemonProcess;
+using testkit::readFile;
+using testkit::runHalvoctl;
+using testkit::TempDir;
+using testkit::TestClient;
+using testkit::writeFile;
+
+const std::string kDemo = HALVOD_DEMO_DIR;
+constexpr std::uint16_t kSharePort = 3240;
+
+// Sends OP_REQ_IMPORT for `busId` and returns the reply's status; the
+// connection stays open, as the kernel would keep it.
+std::optional<std::uint32_t> import(TestClient& host, std::string_view busId) {
+    std::string request("\x01\x11\x80\x03\0\0\0\0", 8);
+    request += busId;
+    request.resize(8 + 32, '\0');
+    host.sendRaw(request);
+    auto header = host.receiveBytes(8);
+    if (!header) {
+        return std::nullopt;
+    }
+    std::uint32_t status = 0;
+    for (std::size_t index = 4; index < 8; ++index) {
+        status = status << 8 | static_cast<std::uint8_t>((*header)[index]);
+    }
+    if (status == 0) {
+        auto record = host.receiveBytes(312);
+        EXPECT_TRUE(record && record->substr(256, busId.size() + 1) == std::string(busId) + '\0');
+    }
+    return status;
+}
+
+// Waits up to 3 s (the detach poll runs every second) for `check`.
+bool eventually(const std::function<bool()>& check) {
+    for (int attempt = 0; attempt < 60; ++attempt) {
+        if (check()) {
+            return true;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    return check();
+}
+
+std::string deviceList() {
+    return runHalvoctl({"dev", "list"}).out;
+}
+
+class UsbipSharing : public ::testing::Test {
+  protected:
+    static void SetUpTestSuite() {
+        static const bool isolated = testkit::isolateDaemonPort();
+        (void)isolated;
+    }
+
+    void startOnDemo(const std::string& rules) {
+        const std::string rulesPath = scratch.write("halvod.rules", rules);
+        daemon = DaemonProcess::start({"--listen", "127.0.0.1:32999", "--devices",
+                                       kDemo + "/devices.json", "--rules", rulesPath,
+                                       "--share-listen", "127.0.0.1:3240"});
+        ASSERT_TRUE(daemon) << "halvod did not start";
+    }
+
+    TempDir scratch;
+    std::unique_ptr<DaemonProcess> daemon;
+};
+
+TEST_F(UsbipSharing, DebiansClientListsWhatTheRulesShareAndNothingElse) {
+    if (testkit::runProgram("/bin/sh", {"-c", "command -v usbip"}).status != 0) {
+        GTEST_SKIP() << "needs Debian's usbip client";
+    }
+    startOnDemo(readFile(kDemo + "/example.rules"));
+    testkit::RunResult run =
+        testkit::runProgram("/bin/sh", {"-c", "usbip --tcp-port 3240 list -r 127.0.0.1"});
+    ASSERT_EQ(run.status, 0) << run.err;
+    // From 127.0.0.1 only the serial adapter (rule 5) is shared.
+    EXPECT_NE(run.out.find("1-3.4: "), std::string::npos) << run.out;
+    EXPECT_NE(run.out.find("(0403:6001)"), std::string::npos) << run.out;
+    for (const char* blocked : {" 1-1: ", " 1-2: ", " 1-3.2: ", " 2-1: "}) {
+        EXPECT_EQ(run.out.find(blocked), std::string::npos) << blocked << " in\n" << run.out;
+    }
+}
+
+TEST_F(UsbipSharing, HalvoctlSeesImportsAndEndsThemByDropAndByCommit) {
+    startOnDemo("share port \"1-1\"\nshare port \"1-3.4\"\n");
+    auto monitor = std::async(std::launch::async, [] { return runHalvoctl({"monitor"}); });
+    ASSERT_TRUE(eventually([] { return testkit::connectionEstablished(32999); }));
+
+    TestClient first(kSharePort);
+    ASSERT_EQ(import(first, "1-1"), 0u);
+    EXPECT_NE(deviceList().find("1-1\tUSB Receiver /shared@127.0.0.1/\n"), std::string::npos);
+    const std::string connections = runHalvoctl({"conn", "list"}).out;
+    std::smatch peer;
+    ASSERT_TRUE(
+        std::regex_search(connections, peer, std::regex("\nnet\t127\\.0\\.0\\.1\t([0-9]+)\n")))
+        << connections;
+    TestClient blocked(kSharePort);
+    EXPECT_EQ(import(blocked, "2-1"), 4u) << "blocked: no such device";
+
+    EXPECT_EQ(
+        runHalvoctl({"conn", "drop", "-p", std::to_string(std::stoi(peer[1]) ^ 1), "127.0.0.1"})
+            .status,
+        2)
+        << "another port: not found";
+    EXPECT_EQ(runHalvoctl({"conn", "drop", "-p", peer[1], "127.0.0.1"}).status, 0);
+    EXPECT_NE(deviceList().find("1-1\tUSB Receiver /available/\n"), std::string::npos);
+
+    TestClient fourth(kSharePort);
+    ASSERT_EQ(import(fourth, "1-3.4"), 0u);
+    const std::string narrower = scratch.write("narrower.rules", "share port \"1-1\"\n");
+    EXPECT_EQ(runHalvoctl({"rule", "load", narrower}).status, 0);
+    EXPECT_NE(deviceList().find("1-3.4\tFT232R USB UART /available, A50285BI/\n"),
+              std::string::npos);
+
+    // The host closing its connection ends the share too, and so does an
+    // unplug.
+    TestClient fifth(kSharePort);
+    ASSERT_EQ(import(fifth, "1-1"), 0u);
+    fifth.close();
+    EXPECT_TRUE(eventually(
+        [] { return deviceList().find("USB Receiver /available/") != std::string::npos; }));
+    TestClient sixth(kSharePort);
+    ASSERT_EQ(import(sixth, "1-1"), 0u);
+    EXPECT_EQ(runHalvoctl({"dev", "unplug", "1"}).status, 0);
+
+    daemon->signal(SIGTERM);
+    EXPECT_EQ(daemon->wait(), 0);
+    const std::string events = std::regex_replace(testkit::withoutTimestamps(monitor.get().out),
+                                                  std::regex(":[0-9]+ is"), ":P is");
+    EXPECT_EQ(events, "host 127.0.0.1:P is connected\n"
+                      "device id:1 \"USB Receiver\" got shared@127.0.0.1\n"
+                      "host 127.0.0.1:P is dropped\n"
+                      "device id:1 \"USB Receiver\" got available\n"
+                      "host 127.0.0.1:P is connected\n"
+                      "device id:4 \"FT232R USB UART\" got shared@127.0.0.1\n"
+                      "host 127.0.0.1:P is disconnected\n"
+                      "device id:4 \"FT232R USB UART\" got available\n"
+                      "host 127.0.0.1:P is connected\n"
+                      "device id:1 \"USB Receiver\" got shared@127.0.0.1\n"
+                      "host 127.0.0.1:P is disconnected\n"
+                      "device id:1 \"USB Receiver\" got available\n"
+                      "host 127.0.0.1:P is connected\n"
+                      "device id:1 \"USB Receiver\" got shared@127.0.0.1\n"
+                      "host 127.0.0.1:P is disconnected\n"
+                      "device id:1 \"USB Receiver\" got available\n"
+                      "device id:1 \"USB Receiver\" got unplugged\n");
+}
+
+TEST_F(UsbipSharing, AMalformedRequestDropsOnlyItsHost) {
+    startOnDemo("share port \"1-1\"\n");
+    const std::string list("\x01\x11\x80\x05\0\0\0\0", 8);
+    TestClient dribbling(kSharePort);
+    ASSERT_TRUE(dribbling.sendRaw(list.substr(0, 1)));
+    const std::string kMalformed[] = {
+        std::string("\x01\x00\x80\x05\0\0\0\0", 8),                        // version
+        std::string("\x01\x11\x80\x04\0\0\0\0", 8),                        // code
+        std::string("\x01\x11\x80\x03\0\0\0\0", 8) + std::string(32, 'x'), // no NUL
+    };
+    for (const std::string& request : kMalformed) {
+        TestClient host(kSharePort);
+        host.sendRaw(request);
+        EXPECT_TRUE(host.closedByPeer());
+    }
+    TestClient leaving(kSharePort);
+    leaving.sendRaw(list.substr(0, 5));
+    leaving.close();
+    for (char byte : list.substr(1)) {
+        ASSERT_TRUE(dribbling.sendRaw(std::string(1, byte)));
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    // The header, one device (1-1), its record and its one interface.
+    auto reply = dribbling.receiveBytes(8 + 4 + 312 + 4);
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(reply->substr(0, 12), std::string("\x01\x11\0\x05\0\0\0\0\0\0\0\x01", 12));
+    EXPECT_EQ(reply->substr(12 + 256, 4), std::string("1-1\0", 4));
+}
+
+// The kernel's attribute files are plain files here, written in place
+// (no truncation), so each holds the last value written.
+TEST_F(UsbipSharing, SysfsDevicesGoToUsbipHostAndComeBack) {
+    const fs::path bus = scratch.path() / "bus";
+    for (const char* file :
+         {"drivers/usb/unbind", "drivers/usbip-host/match_busid", "drivers/usbip-host/bind",
+          "drivers/usbip-host/unbind", "drivers_probe"}) {
+        fs::create_directories((bus / file).parent_path());
+        writeFile(bus / file, "");
+    }
+    testkit::addSysfsEntry(bus / "devices" / "1-2",
+                           {{"idVendor", "0781"}, {"idProduct", "5567"}, {"usbip_status", "2"}});
+    writeFile(bus / "devices" / "1-2" / "usbip_sockfd", "");
+    fs::create_directory_symlink("../../drivers/usb", bus / "devices" / "1-2" / "driver");
+    testkit::addSysfsEntry(bus / "devices" / "1-3", {{"idVendor", "0951"}, {"idProduct", "1666"}});
+    fs::create_directory_symlink("../../drivers/usbip-host", bus / "devices" / "1-3" / "driver");
+    auto file = [&](const char* name) { return readFile(bus / name); };
+
+    daemon = DaemonProcess::start({"--sysfs", (bus / "devices").string(), "--default", "share",
+                                   "--share-listen", "127.0.0.1:3240"});
+    ASSERT_TRUE(daemon);
+    EXPECT_EQ(file("drivers_probe"), "1-3") << "the leftover is given back at start";
+    EXPECT_EQ(file("drivers/usbip-host/match_busid"), "del 1-3");
+
+    TestClient host(kSharePort);
+    ASSERT_EQ(import(host, "1-2"), 0u);
+    EXPECT_EQ(file("drivers/usbip-host/match_busid"), "add 1-2");
+    EXPECT_EQ(file("drivers/usb/unbind"), "1-2");
+    EXPECT_EQ(file("drivers/usbip-host/bind"), "1-2");
+    EXPECT_TRUE(std::regex_match(file("devices/1-2/usbip_sockfd"), std::regex("[0-9]+\n")));
+
+    writeFile(bus / "devices" / "1-2" / "usbip_status", "1\n"); // the host detaches
+    EXPECT_TRUE(eventually([&] { return file("drivers_probe") == "1-2"; }));
+    EXPECT_EQ(file("drivers/usbip-host/unbind"), "1-2");
+    EXPECT_EQ(file("drivers/usbip-host/match_busid"), "del 1-2");
+    EXPECT_FALSE(file("devices/1-2/usbip_sockfd").starts_with("-1"));
+
+    writeFile(bus / "devices" / "1-2" / "usbip_status", "2\n");
+    TestClient again(kSharePort);
+    ASSERT_EQ(import(again, "1-2"), 0u);
+    daemon->signal(SIGTERM);
+    EXPECT_EQ(daemon->wait(), 0);
+    EXPECT_TRUE(file("devices/1-2/usbip_sockfd").starts_with("-1"));
+    EXPECT_EQ(file("drivers/usbip-host/match_busid"), "del 1-2");
+}
+
+} // namespace
+} // namespace halvo::daemon

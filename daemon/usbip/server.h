@@ -1,0 +1,77 @@
+// The USB/IP front end: accepts remote hosts, answers each one's request
+// (a device list, or an import that hands the connection to the kernel)
+// and then lets go of the connection.  It runs on the daemon's one event
+// loop; the share table decides what each host sees and may import.
+//
+// A host that sends a malformed request (another version, an unknown
+// operation, a bus id without its NUL), closes mid-request or stays silent
+// too long loses its own connection only.
+#pragma once
+
+#include "daemon/core/event.h"
+#include "daemon/core/share_table.h"
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace halvo::daemon::usbip {
+
+class Session;
+
+struct ServerSettings {
+    // How long a host may take to send its request.
+    std::chrono::milliseconds requestTimeout{10000};
+    // Hosts served at once; more are turned away until one is done.
+    std::size_t maxPeers = 64;
+    // How often shared devices are checked for hosts that detached.
+    std::chrono::milliseconds detachPoll{1000};
+};
+
+class Server {
+  public:
+    using EventSink = std::function<void(const Event&)>;
+
+    Server(boost::asio::io_context& io, ShareTable& shares, EventSink sink,
+           ServerSettings settings = {});
+    ~Server();
+
+    // Binds and starts accepting and watching shares; the reason on failure.
+    std::optional<std::string> listen(const boost::asio::ip::tcp::endpoint& endpoint);
+    // The same for a socket already listening (socket activation).
+    std::optional<std::string> adopt(int listeningSocket);
+    boost::asio::ip::tcp::endpoint localEndpoint() const;
+
+    // Stops accepting and drops the hosts still sending requests; shares
+    // stay (the share table ends them).
+    void stop();
+
+    // Called by sessions.
+    void publish(const std::vector<Event>& events);
+    void sessionEnded(std::uint64_t id);
+    ShareTable& shares() { return shares_; }
+    const ServerSettings& settings() const { return settings_; }
+
+  private:
+    void start();
+    void accept();
+    void pollShares();
+
+    ShareTable& shares_;
+    EventSink sink_;
+    ServerSettings settings_;
+    boost::asio::ip::tcp::acceptor acceptor_;
+    boost::asio::steady_timer poll_;
+    boost::asio::steady_timer acceptRetry_;
+    std::map<std::uint64_t, std::shared_ptr<Session>> sessions_;
+    std::uint64_t nextId_ = 1;
+};
+
+} // namespace halvo::daemon::usbip

@@ -1,0 +1,44 @@
+// One remote host's connection until its request is answered.
+#pragma once
+
+#include "daemon/usbip/request_parser.h"
+
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+namespace halvo::daemon::usbip {
+
+class Server;
+
+class Session : public std::enable_shared_from_this<Session> {
+  public:
+    Session(Server& server, std::uint64_t id, boost::asio::ip::tcp::socket socket);
+
+    void start();
+    // Closes the connection (the kernel keeps its own reference to an
+    // imported one) and leaves the server.
+    void finish();
+
+  private:
+    void readMore();
+    void answer(const Request& request);
+    void answerImport(const std::string& busId);
+    void reply(std::vector<std::uint8_t> bytes);
+    std::string peerText() const;
+
+    Server& server_;
+    std::uint64_t id_;
+    boost::asio::ip::tcp::socket socket_;
+    boost::asio::steady_timer deadline_;
+    RequestParser parser_;
+    std::array<std::uint8_t, 64> scratch_{};
+    std::vector<std::uint8_t> out_;
+    std::string addr_;
+    std::uint16_t port_ = 0;
+    bool finished_ = false;
+};
+
+} // namespace halvo::daemon::usbip

@@ -1,0 +1,32 @@
+// A share hand-off that records what it was asked ("over 1-2 fd 7",
+// "end 1-2") and reports the devices in `detached` as no longer in use.
+#pragma once
+
+#include "daemon/core/share_hand_off.h"
+
+#include <set>
+#include <string>
+#include <vector>
+
+namespace halvo::testkit {
+
+class RecordingHandOff final : public daemon::ShareHandOff {
+  public:
+    std::vector<std::string> calls;
+    std::set<std::string> detached;
+    // handOver fails with this when set.
+    std::optional<std::string> failure;
+
+    std::optional<std::string> handOver(const daemon::Device& device, int socketFd) override {
+        calls.push_back("over " + device.port + " fd " + std::to_string(socketFd));
+        return failure;
+    }
+    bool inUse(const daemon::Device& device) override { return !detached.contains(device.port); }
+    std::optional<std::string> end(const daemon::Device& device) override {
+        calls.push_back("end " + device.port);
+        return std::nullopt;
+    }
+    Recovery recoverLeftovers() override { return {}; }
+};
+
+} // namespace halvo::testkit
