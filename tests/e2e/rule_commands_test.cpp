@@ -16,20 +16,6 @@ constexpr const char* kRuleList =
     R"({"rules":[{"action":"share","quick":true,"host":["10.0.0.5"]},)"
     R"({"action":"block","rdesk":false,"vid":1133,"pid":49948}]})";
 
-struct Reply {
-    std::uint32_t code;
-    std::string json;
-};
-
-Exchange runWithReplies(const std::vector<std::string>& args, const std::vector<Reply>& replies,
-                        const RunOptions& options = {}) {
-    ScriptedDaemon daemon;
-    for (const Reply& reply : replies) {
-        daemon.replyTo(reply.code, reply.json);
-    }
-    return runAgainst(daemon, args, options);
-}
-
 TEST(RuleListTest, PrintsTheRulesNumberedOrNot) {
     Exchange numbered = runWithReplies({"rule"}, {{6, kOk}, {7, kRuleList}});
     EXPECT_EQ(numbered.run.out,
@@ -167,12 +153,9 @@ class RuleEditTest : public ::testing::Test {
 
 TEST_F(RuleEditTest, EditedRulesAreLoadedCommittedAndTheCopyRemoved) {
     // The editor keeps what it was given (mode and text) and appends a rule.
-    RunOptions options = withEditor("stat -c %a \"$1\" > " + dir.path().string() +
-                                    "/mode\n"
-                                    "cp \"$1\" " +
-                                    dir.path().string() +
-                                    "/before\n"
-                                    "echo 'block name is \"Cam\"' >> \"$1\"\n");
+    const std::string here = dir.path().string();
+    RunOptions options = withEditor("stat -c %a \"$1\" > " + here + "/mode\ncp \"$1\" " + here +
+                                    "/before\necho 'block name is \"Cam\"' >> \"$1\"\n");
     Exchange exchange =
         runWithReplies({"rule", "edit"}, {{6, kOk}, {7, kRuleList}, {8, kOk}, {11, kOk}}, options);
     std::string path = editPathIn(exchange.run.out);
@@ -180,8 +163,8 @@ TEST_F(RuleEditTest, EditedRulesAreLoadedCommittedAndTheCopyRemoved) {
     EXPECT_EQ(exchange.run.out, "In case of error the copy of rules is put into \"" + path +
                                     "\".\nSharing rules have been successfully updated.\n");
     EXPECT_EQ(exchange.run.status, 0);
-    EXPECT_EQ(readFile(dir.path().string() + "/mode"), "600\n");
-    EXPECT_EQ(readFile(dir.path().string() + "/before"),
+    EXPECT_EQ(readFile(here + "/mode"), "600\n");
+    EXPECT_EQ(readFile(here + "/before"),
               "share quick host \"10.0.0.5\"\nblock !rdesk hwid 046d:c31c\n");
     EXPECT_NE(access(path.c_str(), F_OK), 0) << "removed on success";
     EXPECT_EQ(describe(exchange.sent),

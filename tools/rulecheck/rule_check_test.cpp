@@ -1,4 +1,5 @@
 #include "tests/support/files.h"
+#include "tests/support/finished_run.h"
 #include "tests/support/stream_capture.h"
 #include "tools/rulecheck/rule_check.h"
 
@@ -14,24 +15,20 @@ namespace {
 using halvo::rulecheck::checkRuleText;
 using halvo::rulecheck::runRuleCheck;
 using halvo::rulecheck::Warnings;
-
-struct Outcome {
-    int status = -1;
-    std::string out;
-    std::string err;
-};
+using halvo::testkit::finished;
+using halvo::testkit::RunResult;
 
 // Collects what `body(out, err)` writes on the two streams.
-template <class Body> Outcome capture(Body body) {
+template <class Body> RunResult capture(Body body) {
     using halvo::testkit::printedBy;
-    Outcome run;
+    RunResult run;
     run.out = printedBy([&](std::FILE* out) {
         run.err = printedBy([&](std::FILE* err) { run.status = body(out, err); });
     });
     return run;
 }
 
-Outcome check(std::string_view text) {
+RunResult check(std::string_view text) {
     return capture([text](std::FILE* out, std::FILE* err) {
         return checkRuleText("r.rules", text, Warnings::allowed, out, err);
     });
@@ -93,10 +90,7 @@ TEST(RuleCheckTest, ErrorsPointAtTheWordAndSayWhy) {
                           "or blank yield none\n\"\"\n^\n"},
     };
     for (const ErrorCase& c : cases) {
-        const Outcome run = check(c.text);
-        EXPECT_EQ(run.status, 1) << c.text;
-        EXPECT_EQ(run.err, c.report) << c.text;
-        EXPECT_EQ(run.out, "") << c.text;
+        EXPECT_TRUE(finished(check(c.text), 1, "", c.report)) << c.text;
     }
 }
 
@@ -118,37 +112,30 @@ TEST(RuleCheckTest, PositionsCountPhysicalLinesAndBytes) {
          "r.rules:2:9: rule #2: unknown clause word \"t\"\n# comment\n        ^\n"},
     };
     for (const ErrorCase& c : cases) {
-        const Outcome run = check(c.text);
-        EXPECT_EQ(run.status, 1) << c.text;
-        EXPECT_EQ(run.err, c.report) << c.text;
+        EXPECT_TRUE(finished(check(c.text), 1, "", c.report)) << c.text;
     }
     // A NUL ends a rule but not a line of the file.
     const std::string withNul("share\0Share\n", 12);
-    const Outcome run = check(withNul);
+    const RunResult run = check(withNul);
     EXPECT_EQ(run.err, "r.rules:1:7: rule #2: unknown clause word \"Share\"\n" +
                            withNul.substr(0, 11) + "\n      ^\n");
 }
 
 TEST(RuleCheckTest, ValidRulesComeBackCanonical) {
-    const Outcome run = check("block  !rdesk   name \"is\" Keyboard # a comment\n"
-                              "\n"
-                              "share hwid 46D:C31C class 3\n");
-    EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(run.out, "block !rdesk name is \"Keyboard\"\nshare hwid 046d:c31c class 03\n");
-    EXPECT_EQ(run.err, "");
+    EXPECT_TRUE(finished(check("block  !rdesk   name \"is\" Keyboard # a comment\n\n"
+                               "share hwid 46D:C31C class 3\n"),
+                         0, "block !rdesk name is \"Keyboard\"\nshare hwid 046d:c31c class 03\n",
+                         ""));
     EXPECT_EQ(check("").out, "");
 }
 
 TEST(RuleCheckTest, IgnoredEndsOfRulesAreWarnedAbout) {
-    const Outcome run = check("share host\nblock\nshare name is\n");
-    EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(run.out, "share\nblock\nshare\n");
-    EXPECT_EQ(
-        run.err,
+    EXPECT_TRUE(finished(
+        check("share host\nblock\nshare name is\n"), 0, "share\nblock\nshare\n",
         "r.rules:1:7: warning: rule #1: missing value: \"host\" at the end of the rule has no "
         "value and is ignored\nshare host\n      ^\n"
         "r.rules:3:7: warning: rule #3: missing value: \"name\" at the end of the rule has no "
-        "value and is ignored\nshare name is\n      ^\n");
+        "value and is ignored\nshare name is\n      ^\n"));
     EXPECT_EQ(check("block !\n").err, "r.rules:1:7: warning: rule #1: \"!\" at the end of the rule "
                                       "negates nothing and is ignored\nblock !\n      ^\n");
 }
@@ -194,12 +181,10 @@ TEST(RuleCheckTest, CommandLines) {
         const std::unique_ptr<std::FILE, int (*)(std::FILE*)> input(std::tmpfile(), &std::fclose);
         std::fputs("block\n", input.get());
         std::rewind(input.get());
-        const Outcome run = capture([&](std::FILE* out, std::FILE* err) {
+        const RunResult run = capture([&](std::FILE* out, std::FILE* err) {
             return runRuleCheck(static_cast<int>(argv.size()), argv.data(), input.get(), out, err);
         });
-        EXPECT_EQ(run.status, c.status) << argv.back();
-        EXPECT_EQ(run.out, c.out) << argv.back();
-        EXPECT_EQ(run.err, c.err) << argv.back();
+        EXPECT_TRUE(finished(run, c.status, c.out, c.err)) << argv.back();
     }
     std::filesystem::current_path(before);
 }
