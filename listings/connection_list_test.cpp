@@ -56,22 +56,18 @@ TEST(ConnectionListTest, LinesArePaddedByNameLengthInBytes) {
 }
 
 TEST(ConnectionListTest, MalformedElementsAreLeftOutAndTheRestPrintInOrder) {
+    // clang-format off
     const char* const malformed[] = {
-        R"({"addr": "10.0.0.7", "port": 1})",
-        R"({"type": "Net", "addr": "10.0.0.7", "port": 1})",
-        R"({"type": "tcp", "addr": "10.0.0.7", "port": 1})",
-        R"({"type": 1, "addr": "10.0.0.7", "port": 1})",
-        R"({"type": "net", "port": 1})",
-        R"({"type": "net", "addr": "10.0.0.7"})",
-        R"({"type": "net", "addr": 10, "port": 1})",
-        R"({"type": "net", "addr": "10.0.0.7", "port": "1"})",
+        R"({"addr": "10.0.0.7", "port": 1})", R"({"type": "Net", "addr": "10.0.0.7", "port": 1})",
+        R"({"type": "tcp", "addr": "10.0.0.7", "port": 1})", R"({"type": 1, "addr": "10.0.0.7", "port": 1})",
+        R"({"type": "net", "port": 1})", R"({"type": "net", "addr": "10.0.0.7"})",
+        R"({"type": "net", "addr": 10, "port": 1})", R"({"type": "net", "addr": "10.0.0.7", "port": "1"})",
         R"({"type": "net", "addr": "10.0.0.7", "port": true})",
         // Each type reads its own keys only.
-        R"({"type": "net", "app": "Viewer", "pid": 1})",
-        R"({"type": "rdesk", "addr": "10.0.0.7", "port": 1})",
-        R"("net")",
-        R"(null)",
+        R"({"type": "net", "app": "Viewer", "pid": 1})", R"({"type": "rdesk", "addr": "10.0.0.7", "port": 1})",
+        R"("net")", R"(null)",
     };
+    // clang-format on
     const std::string good = R"({"type": "rdesk", "app": "Viewer", "pid": 812},
                                 {"type": "net", "addr": "192.168.1.20", "port": 32999})";
     for (const std::string element : malformed) {
