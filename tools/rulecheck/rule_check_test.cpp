@@ -42,53 +42,27 @@ struct ErrorCase {
 // Each error shows where (physical line and byte column of the word at
 // fault, counted in the file as written), which rule, and why.
 TEST(RuleCheckTest, ErrorsPointAtTheWordAndSayWhy) {
+    // clang-format off
     const ErrorCase cases[] = {
-        {"share\n  Share quick\n",
-         "r.rules:2:3: rule #2: unknown clause word \"Share\"\n  Share quick\n  ^\n"},
-        {"share host a block\n",
-         "r.rules:1:14: rule #1: second action \"block\": a rule has exactly one of \"share\" or "
-         "\"block\"\nshare host a block\n             ^\n"},
-        {"!share\n",
-         "r.rules:1:2: rule #1: negated action: \"share\" cannot be negated with \"!\"\n"
-         "!share\n ^\n"},
-        {"block !quick\n",
-         "r.rules:1:8: rule #1: \"quick\" cannot be negated with \"!\"\nblock !quick\n       ^\n"},
-        {"share !override-name x\n",
-         "r.rules:1:8: rule #1: \"override-name\" cannot be negated with "
-         "\"!\"\nshare !override-name x\n       ^\n"},
-        {"host a\n",
-         "r.rules:1:1: rule #1: no action: a rule needs \"share\" or \"block\"\nhost a\n^\n"},
-        {"quick host\n",
-         "r.rules:1:7: rule #1: no action: a rule needs \"share\" or \"block\" (and "
-         "\"host\" at the end is missing its value)\nquick host\n      ^\n"},
-        {"host share\n", "r.rules:1:6: rule #1: no action: \"share\" was read as the value of "
-                         "\"host\"\nhost share\n     ^\n"},
-        {"share hwid 12:x1\n",
-         "r.rules:1:12: rule #1: bad hwid component \"x1\": not a hexadecimal "
-         "number\nshare hwid 12:x1\n           ^\n"},
-        {"share class 1:2:3:4\n",
-         "r.rules:1:13: rule #1: class value \"1:2:3:4\" has more than three "
-         "components\nshare class 1:2:3:4\n            ^\n"},
-        {"share name is \"a b\n",
-         "r.rules:1:15: rule #1: unterminated quote: the double quote opened "
-         "here is not closed on this line\nshare name is \"a b\n              ^\n"},
-        {"share serial ab\xc3\n", "r.rules:1:14: rule #1: invalid UTF-8 in this word\nshare serial "
-                                  "ab\xc3\n             ^\n"},
-        {"rdesk share host a\n",
-         "r.rules:1:13: rule #1: \"host\" after \"rdesk\": a rule names either "
-         "hosts or remote desktop\nrdesk share host a\n            ^\n"},
-        {"share host a !rdesk\n",
-         "r.rules:1:15: rule #1: \"rdesk\" after \"host\": a rule names either "
-         "hosts or remote desktop\nshare host a !rdesk\n              ^\n"},
-        {"share host a host b\n",
-         "r.rules:1:14: rule #1: duplicate clause \"host\": it may appear only "
-         "once in a rule\nshare host a host b\n             ^\n"},
-        {"share name equals x\n",
-         "r.rules:1:12: rule #1: \"name\" must be followed by \"is\" or "
-         "\"contains\", not \"equals\"\nshare name equals x\n           ^\n"},
-        {"share\n\"\"\n", "r.rules:2:1: rule #2: rule has no words: empty quotes, a lone backslash "
-                          "or blank yield none\n\"\"\n^\n"},
+        {"share\n  Share quick\n", "r.rules:2:3: rule #2: unknown clause word \"Share\"\n  Share quick\n  ^\n"},
+        {"share host a block\n", "r.rules:1:14: rule #1: second action \"block\": a rule has exactly one of \"share\" or \"block\"\nshare host a block\n             ^\n"},
+        {"!share\n", "r.rules:1:2: rule #1: negated action: \"share\" cannot be negated with \"!\"\n!share\n ^\n"},
+        {"block !quick\n", "r.rules:1:8: rule #1: \"quick\" cannot be negated with \"!\"\nblock !quick\n       ^\n"},
+        {"share !override-name x\n", "r.rules:1:8: rule #1: \"override-name\" cannot be negated with \"!\"\nshare !override-name x\n       ^\n"},
+        {"host a\n", "r.rules:1:1: rule #1: no action: a rule needs \"share\" or \"block\"\nhost a\n^\n"},
+        {"quick host\n", "r.rules:1:7: rule #1: no action: a rule needs \"share\" or \"block\" (and \"host\" at the end is missing its value)\nquick host\n      ^\n"},
+        {"host share\n", "r.rules:1:6: rule #1: no action: \"share\" was read as the value of \"host\"\nhost share\n     ^\n"},
+        {"share hwid 12:x1\n", "r.rules:1:12: rule #1: bad hwid component \"x1\": not a hexadecimal number\nshare hwid 12:x1\n           ^\n"},
+        {"share class 1:2:3:4\n", "r.rules:1:13: rule #1: class value \"1:2:3:4\" has more than three components\nshare class 1:2:3:4\n            ^\n"},
+        {"share name is \"a b\n", "r.rules:1:15: rule #1: unterminated quote: the double quote opened here is not closed on this line\nshare name is \"a b\n              ^\n"},
+        {"share serial ab\xc3\n", "r.rules:1:14: rule #1: invalid UTF-8 in this word\nshare serial ab\xc3\n             ^\n"},
+        {"rdesk share host a\n", "r.rules:1:13: rule #1: \"host\" after \"rdesk\": a rule names either hosts or remote desktop\nrdesk share host a\n            ^\n"},
+        {"share host a !rdesk\n", "r.rules:1:15: rule #1: \"rdesk\" after \"host\": a rule names either hosts or remote desktop\nshare host a !rdesk\n              ^\n"},
+        {"share host a host b\n", "r.rules:1:14: rule #1: duplicate clause \"host\": it may appear only once in a rule\nshare host a host b\n             ^\n"},
+        {"share name equals x\n", "r.rules:1:12: rule #1: \"name\" must be followed by \"is\" or \"contains\", not \"equals\"\nshare name equals x\n           ^\n"},
+        {"share\n\"\"\n", "r.rules:2:1: rule #2: rule has no words: empty quotes, a lone backslash or blank yield none\n\"\"\n^\n"},
     };
+    // clang-format on
     for (const ErrorCase& c : cases) {
         EXPECT_TRUE(finished(check(c.text), 1, "", c.report)) << c.text;
     }
