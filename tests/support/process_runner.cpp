@@ -22,9 +22,6 @@ std::vector<std::string> childEnvironment(const RunOptions& options) {
         std::string text(*entry);
         std::string name = text.substr(0, text.find('='));
         bool replaced = false;
-        for (const auto& unset : options.unsetEnv) {
-            replaced = replaced || unset == name;
-        }
         for (const auto& [key, value] : options.setEnv) {
             replaced = replaced || key == name;
         }
