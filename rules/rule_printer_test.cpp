@@ -75,6 +75,9 @@ TEST(RulePrinterTest, ClausesAsTheRecordAllows) {
         {R"({"action": "share", "port": "1 #2"})", "share port 1 #2"},
         {R"({"action": "share", "override-name": "", "override-serial": "x y"})",
          R"(share override-name "" override-serial "x y")"},
+        {R"({"action": "%s", "host": ["%n", "%x"], "name": "%p", "nameMatch": "is", "serial": "%d",
+             "port": "%n", "override-name": "%%", "override-serial": "%s"})",
+         R"(%s host "%n,%x" name is "%p" serial "%d" port %n override-name "%%" override-serial "%s")"},
         // Texts end at a NUL, as "%s" ends them.
         {R"({"action": "share\u0000d", "host": ["a\u0000b", "c"], "serial": "s\u0000"})",
          R"(share host "a,c" serial "s")"},
