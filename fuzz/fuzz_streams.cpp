@@ -18,22 +18,6 @@ void silenceStderr() {
     stderr = nullStream();
 }
 
-CapturedStream::CapturedStream() : stream_(open_memstream(&data_, &size_)) {
-    if (stream_ == nullptr) {
-        std::abort();
-    }
-}
-
-CapturedStream::~CapturedStream() {
-    std::fclose(stream_);
-    std::free(data_);
-}
-
-std::string CapturedStream::text() {
-    std::fflush(stream_);
-    return std::string(data_, size_);
-}
-
 void fail(const char* what, const std::string& detail) {
     // Descriptor 2 is still the terminal (see silenceStderr).
     std::FILE* terminal = fdopen(2, "w");

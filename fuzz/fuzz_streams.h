@@ -17,24 +17,6 @@ std::FILE* nullStream();
 // reach the terminal.
 void silenceStderr();
 
-// Collects what is written to a stream in memory.
-class CapturedStream {
-  public:
-    CapturedStream();
-    ~CapturedStream();
-    CapturedStream(const CapturedStream&) = delete;
-    CapturedStream& operator=(const CapturedStream&) = delete;
-
-    std::FILE* stream() { return stream_; }
-    // Everything written so far.
-    std::string text();
-
-  private:
-    char* data_ = nullptr;
-    std::size_t size_ = 0;
-    std::FILE* stream_;
-};
-
 // Reports a broken property and aborts, so that libFuzzer records the input.
 [[noreturn]] void fail(const char* what, const std::string& detail = {});
 

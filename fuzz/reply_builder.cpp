@@ -13,40 +13,18 @@ namespace json = boost::json;
 
 namespace {
 
-// Every key a reply consumer looks at: statuses, listings, events, rules.
+// Every key a reply consumer looks at: statuses, listings, events, rules;
+// then texts the consumers compare against, and a few that print badly.
+// clang-format off
 constexpr const char* kKnownKeys[] = {
-    "status",      "verdict",       "devices",
-    "connections", "rules",         "id",
-    "vid",         "pid",           "rev",
-    "port",        "built-in",      "name",
-    "state",       "addr",          "serial",
-    "type",        "app",           "action",
-    "quick",       "host",          "notHost",
-    "rdesk",       "nameMatch",     "notName",
-    "notHWID",     "notSerial",     "notPort",
-    "class",       "subclass",      "protocol",
-    "notClass",    "override-name", "override-serial",
-    "takeaway",
-};
-
-// Texts the consumers compare against, and a few that print badly.
+    "status", "verdict", "devices", "connections", "rules", "id", "vid", "pid", "rev", "port",
+    "built-in", "name", "state", "addr", "serial", "type", "app", "action", "quick", "host",
+    "notHost", "rdesk", "nameMatch", "notName", "notHWID", "notSerial", "notPort", "class",
+    "subclass", "protocol", "notClass", "override-name", "override-serial", "takeaway"};
 constexpr const char* kKnownTexts[] = {
-    "ok",
-    "notfound",
-    "OK",
-    "net",
-    "rdesk",
-    "Net",
-    "share",
-    "block",
-    "is",
-    "contains",
-    "",
-    "%s%n%x",
-    "0123456789abcdef",
-    "a\tb\nc",
-    "\xff\xfe",
-};
+    "ok", "notfound", "OK", "net", "rdesk", "Net", "share", "block", "is", "contains", "",
+    "%s%n%x", "0123456789abcdef", "a\tb\nc", "\xff\xfe"};
+// clang-format on
 
 constexpr int kMaxDepth = 6;
 constexpr std::size_t kMaxMembers = 12;

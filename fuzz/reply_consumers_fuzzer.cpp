@@ -11,11 +11,13 @@
 #include "listings/connection_list.h"
 #include "listings/device_list.h"
 #include "rules/rule_printer.h"
+#include "tests/support/stream_capture.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <variant>
 
@@ -33,12 +35,13 @@ std::optional<json::object> decodedReply(std::string_view text) {
 }
 
 void printRules(const json::object& reply, std::uint32_t numbered) {
-    halvo::fuzz::CapturedStream out;
-    const int status = halvo::rules::outputRuleList(reply, numbered, out.stream());
+    int status = 0;
+    const std::string text = halvo::testkit::printedBy(
+        [&](std::FILE* out) { status = halvo::rules::outputRuleList(reply, numbered, out); });
     if (status != 0 && status != 5) {
         fail("the rule printer returned neither 0 nor 5");
     }
-    if (status == 5 && !out.text().empty()) {
+    if (status == 5 && !text.empty()) {
         fail("the rule printer wrote rules and failed");
     }
 }

@@ -7,10 +7,13 @@
 #include "fuzz/fuzz_streams.h"
 #include "rules/rule_parser.h"
 #include "rules/rule_printer.h"
+#include "tests/support/stream_capture.h"
 
+#include <algorithm>
 #include <boost/json/serialize.hpp>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <string>
 #include <string_view>
 
@@ -79,12 +82,14 @@ json::object asPrinted(json::object record) {
 }
 
 std::string print(const json::array& records, std::uint32_t numbered) {
-    halvo::fuzz::CapturedStream out;
     const json::object reply{{"rules", records}};
-    if (halvo::rules::outputRuleList(reply, numbered, out.stream()) != 0) {
+    int status = 0;
+    std::string text = halvo::testkit::printedBy(
+        [&](std::FILE* out) { status = halvo::rules::outputRuleList(reply, numbered, out); });
+    if (status != 0) {
         fail("the printer refused the parser's records", json::serialize(records));
     }
-    return out.text();
+    return text;
 }
 
 void checkRoundTrip(const json::array& records) {
@@ -111,12 +116,9 @@ void checkRoundTrip(const json::array& records) {
 // print as lines that fail to parse; only the records within them are held
 // to the round trip, and only when all of them are.
 bool allWithinTextLimits(const json::array& records) {
-    for (const json::value& record : records) {
-        if (!withinTextLimits(record.as_object())) {
-            return false;
-        }
-    }
-    return true;
+    return std::all_of(records.begin(), records.end(), [](const json::value& record) {
+        return withinTextLimits(record.as_object());
+    });
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "link/halvo_ipc_client.h"
 #include "link/packet.h"
 #include "tests/support/capturing_logger.h"
+#include "tests/support/e2e.h"
 #include "tests/support/scripted_daemon.h"
 
 #include <boost/asio/io_context.hpp>
@@ -90,13 +91,14 @@ TEST_F(ReceiveStateMachineTest, PayloadMustBeAJsonObject) {
         std::string payload;
         std::string logged; // after the address prefix
     } cases[] = {
+        // clang-format off
         {"[1,2]", "cannot parse JSON, got wrong top-level object"},
         {"\"text\"", "cannot parse JSON, JSON text did not start with array or object"},
         {"42", "cannot parse JSON, JSON text did not start with array or object"},
         {"null", "cannot parse JSON, JSON text did not start with array or object"},
-        {"{\"a\":", "cannot parse JSON, "},
-        {"{\"a\":\"\xff\"}", "cannot parse JSON, "},
+        {"{\"a\":", "cannot parse JSON, "}, {"{\"a\":\"\xff\"}", "cannot parse JSON, "},
         {std::string(600, '[') + std::string(600, ']'), "cannot parse JSON, "},
+        // clang-format on
     };
     for (const Case& c : cases) {
         SetUp();
@@ -119,13 +121,16 @@ TEST_F(ReceiveStateMachineTest, ShortFinalPiecesAreRefusedUnread) {
 // The client against a peer over real TCP, on a port of its own.
 class ClientOverTcpTest : public ::testing::Test {
   protected:
-    // Runs the client's loop until a callback stops it.
-    void runClient(std::uint16_t port, std::function<void(QVHalvoIPCClient&)> onConnected) {
+    // Runs the client's loop until a callback stops it; what it wrote on stderr.
+    std::string runClient(std::uint16_t port,
+                          std::function<void(QVHalvoIPCClient&)> onConnected = nullptr) {
         client = QVHalvoIPCClient::initWithLogger(logger, "127.0.0.1", port);
-        ASSERT_TRUE(client);
+        if (!client) {
+            return "(no client)";
+        }
         std::weak_ptr<QVHalvoIPCClient> weak = client;
         client->setOnConnected([weak, onConnected] {
-            if (auto strong = weak.lock()) {
+            if (auto strong = weak.lock(); strong && onConnected) {
                 onConnected(*strong);
             }
         });
@@ -136,9 +141,11 @@ class ClientOverTcpTest : public ::testing::Test {
             errors++;
             client->eventLoop().stop();
         });
+        testing::internal::CaptureStderr();
         client->start();
         client->runEventLoop();
         client->stop();
+        return testing::internal::GetCapturedStderr();
     }
 
     std::shared_ptr<testkit::CapturingLogger> logger = std::make_shared<testkit::CapturingLogger>();
@@ -157,8 +164,7 @@ TEST_F(ClientOverTcpTest, RequestsGoOutAsSpecifiedPayloads) {
     daemon.start();
     const std::uint16_t port = 4464;
     json::array rules{json::object{{"action", "share"}}};
-    testing::internal::CaptureStderr();
-    runClient(daemon.port(), [&](QVHalvoIPCClient& c) {
+    const std::string err = runClient(daemon.port(), [&](QVHalvoIPCClient& c) {
         c.getDeviceList();
         c.getConnectionList();
         c.requestKillConnectionWith("h", &port);
@@ -178,15 +184,11 @@ TEST_F(ClientOverTcpTest, RequestsGoOutAsSpecifiedPayloads) {
         c.endRuleTransaction(true);
     });
     daemon.join();
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "\nconnection stopped by peer\n");
-    std::vector<std::string> sent;
-    for (const ReceivedPacket& packet : daemon.received()) {
-        sent.push_back(std::to_string(packet.command) + " " + packet.payload);
-    }
-    EXPECT_EQ(sent,
+    EXPECT_EQ(err, "\nconnection stopped by peer\n");
+    EXPECT_EQ(testkit::describe(daemon.received()),
               (std::vector<std::string>{
-                  "0 ", "1 ", R"(2 {"host":"h","port":4464})", R"(2 {"host":"h"})",
-                  R"(2 {"pid":4294967295})", R"(3 {"id":3})", "6 ", "7 ",
+                  "0", "1", R"(2 {"host":"h","port":4464})", R"(2 {"host":"h"})",
+                  R"(2 {"pid":4294967295})", R"(3 {"id":3})", "6", "7",
                   R"(8 {"rules":[{"action":"share"}]})", "8 {}", R"(9 {"id":3,"action":"share"})",
                   R"(10 {"id":3,"type":"net","addr":"10.0.0.7"})", R"(10 {"id":3,"type":"Net"})",
                   R"(10 {"id":3,"type":"rdesk"})", R"(11 {"action":"rollback"})",
@@ -202,10 +204,8 @@ TEST_F(ClientOverTcpTest, PacketsAreCutOutOfAnySegmentation) {
         peer.close();
     });
     daemon.start();
-    testing::internal::CaptureStderr();
-    runClient(daemon.port(), [](QVHalvoIPCClient&) {});
+    EXPECT_EQ(runClient(daemon.port()), "\nconnection stopped by peer\n");
     daemon.join();
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "\nconnection stopped by peer\n");
     EXPECT_EQ(delivered,
               (decltype(delivered){{1, R"({"a":1})"}, {2, R"({"b":2})"}, {3, R"({"c":[1,2,3]})"}}));
     EXPECT_EQ(errors, 1);
@@ -216,28 +216,20 @@ TEST_F(ClientOverTcpTest, EveryEndOfTheLinkIsReportedOnce) {
         std::function<void(PeerConnection&)> script;
         std::string reason;
     } cases[] = {
+        // clang-format off
         {[](PeerConnection& peer) { peer.close(); }, "connection stopped by peer"},
         {[](PeerConnection& peer) { peer.sendRaw(header(0, 0)); }, "broken connection"},
-        {[](PeerConnection& peer) {
-             peer.sendRaw(header(0, 10) + "{}");
-             peer.close();
-         },
-         "broken connection"},
-        {[](PeerConnection& peer) {
-             peer.sendRaw(header(0, 10));
-             peer.close();
-         },
-         "connection stopped by peer"},
+        {[](PeerConnection& peer) { peer.sendRaw(header(0, 10) + "{}"); peer.close(); }, "broken connection"},
+        {[](PeerConnection& peer) { peer.sendRaw(header(0, 10)); peer.close(); }, "connection stopped by peer"},
+        // clang-format on
     };
     for (const Case& c : cases) {
         ScriptedDaemon daemon(0);
         daemon.onAccept(c.script);
         daemon.start();
         errors = 0;
-        testing::internal::CaptureStderr();
-        runClient(daemon.port(), [](QVHalvoIPCClient&) {});
+        EXPECT_EQ(runClient(daemon.port()), "\n" + c.reason + "\n");
         daemon.join();
-        EXPECT_EQ(testing::internal::GetCapturedStderr(), "\n" + c.reason + "\n");
         EXPECT_EQ(errors, 1);
     }
 }
@@ -249,9 +241,8 @@ TEST_F(ClientOverTcpTest, NobodyListeningCannotBeEstablished) {
         placeholder.start();
         closedPort = placeholder.port();
     }
-    testing::internal::CaptureStderr();
-    runClient(closedPort, [](QVHalvoIPCClient&) { ADD_FAILURE() << "connected"; });
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "\nconnection cannot be established\n");
+    EXPECT_EQ(runClient(closedPort, [](QVHalvoIPCClient&) { ADD_FAILURE() << "connected"; }),
+              "\nconnection cannot be established\n");
     EXPECT_EQ(errors, 1);
 }
 

@@ -11,15 +11,15 @@ TEST(AreYouSure, AsksUntilALowercaseAnswer) {
     struct Case {
         const char* input;
         int answer;
-        int prompts;
+        const char* prompts;
         const char* unread;
     } cases[] = {
-        {"y", 'y', 1, ""},
-        {"\n\n\nn\n", 'n', 1, "\n"}, // empty lines are passed over without
-                                     // a new prompt
-        {"Y\nx\ny", 'y', 3, ""},
-        {" y", 'y', 2, ""},
-        {"yes\n", 'y', 1, "es\n"},
+        {"y", 'y', "Sure? ", ""},
+        // Empty lines are passed over without a new prompt.
+        {"\n\n\nn\n", 'n', "Sure? ", "\n"},
+        {"Y\nx\ny", 'y', "Sure? Sure? Sure? ", ""},
+        {" y", 'y', "Sure? Sure? ", ""},
+        {"yes\n", 'y', "Sure? ", "es\n"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.input);
@@ -30,10 +30,7 @@ TEST(AreYouSure, AsksUntilALowercaseAnswer) {
         const std::string written = testkit::printedBy(
             [&](std::FILE* out) { EXPECT_EQ(areYouSure("Sure? ", in, out), c.answer); });
 
-        std::string prompts;
-        for (int i = 0; i < c.prompts; ++i)
-            prompts += "Sure? ";
-        EXPECT_EQ(written, prompts);
+        EXPECT_EQ(written, c.prompts);
         std::string unread;
         for (int ch = std::fgetc(in); ch != EOF; ch = std::fgetc(in))
             unread.push_back(static_cast<char>(ch));

@@ -21,25 +21,15 @@ struct IdCase {
 };
 
 TEST(IdListTest, ReadsComponentsAsStrtoullInBase16) {
+    // clang-format off
     const IdCase cases[] = {
-        {"1", {1}},
-        {"0781:5567:0110", {0x781, 0x5567, 0x110}},
-        {"0X1F", {0x1f}},
-        {"0xaBc", {0xabc}},
-        {" +a", {10}},
-        {"-1", {ULLONG_MAX}},
-        {"fffffffffffffffffffff", {ULLONG_MAX}},
-        {"", {0}},
-        {":", {0, 0}},
-        {"1::2", {1, 0, 2}},
-        {"1:2:3:4", {}},
-        {"::::", {}},
-        {"x1", {}},
-        {"0x", {}},
-        {" ", {}},
-        {"1 ", {}},
-        {"1:-", {}},
+        {"1", {1}}, {"0781:5567:0110", {0x781, 0x5567, 0x110}}, {"0X1F", {0x1f}}, {"0xaBc", {0xabc}},
+        {" +a", {10}}, {"-1", {ULLONG_MAX}}, {"fffffffffffffffffffff", {ULLONG_MAX}}, {"", {0}},
+        {":", {0, 0}}, {"1::2", {1, 0, 2}},
+        // Refused.
+        {"1:2:3:4", {}}, {"::::", {}}, {"x1", {}}, {"0x", {}}, {" ", {}}, {"1 ", {}}, {"1:-", {}},
     };
+    // clang-format on
     for (const IdCase& c : cases) {
         EXPECT_EQ(split(c.value), c.numbers) << '"' << c.value << '"';
     }

@@ -7,6 +7,7 @@
 namespace {
 
 namespace json = boost::json;
+using halvo::testkit::finished;
 using halvo::testkit::printReply;
 
 json::object reply(std::string_view text) {
@@ -17,16 +18,6 @@ struct LineCase {
     const char* record;
     const char* line; // without the line feed
 };
-
-void expectLines(const LineCase* begin, const LineCase* end) {
-    for (const LineCase* c = begin; c != end; ++c) {
-        const json::object rules{{"rules", json::array{json::parse(c->record)}}};
-        const auto result = printReply(rules, 0);
-        EXPECT_EQ(result.out, std::string(c->line) + "\n") << c->record;
-        EXPECT_EQ(result.status, 0);
-        EXPECT_EQ(result.err, "");
-    }
-}
 
 TEST(RulePrinterTest, WritesEveryClauseInItsFixedOrder) {
     const auto result = printReply(reply(R"({"rules": [{
@@ -40,8 +31,10 @@ TEST(RulePrinterTest, WritesEveryClauseInItsFixedOrder) {
                           "override-name \"Key\" takeaway\n");
 }
 
-TEST(RulePrinterTest, FlagsAndNegations) {
+// Each clause as its record allows, one rule a line, unnumbered.
+TEST(RulePrinterTest, ClausesAsTheRecordAllows) {
     const LineCase cases[] = {
+        // Flags and negations.
         {R"({"action": "block", "rdesk": false})", "block !rdesk"},
         {R"({"action": "share", "rdesk": 1, "built-in": 0})", "share rdesk !built-in"},
         {R"({"action": "share", "quick": false, "rdesk": true})", "share  rdesk"},
@@ -53,33 +46,18 @@ TEST(RulePrinterTest, FlagsAndNegations) {
         {R"({"action": "share", "port": "3", "notPort": "true"})", "share port 3"},
         {R"({"action": "share", "notSerial": true, "notHWID": true})", "share"},
         {R"({"action": "allow"})", "allow"},
-    };
-    expectLines(std::begin(cases), std::end(cases));
-}
-
-TEST(RulePrinterTest, HostListExcludesRdesk) {
-    const LineCase cases[] = {
+        // Hosts exclude rdesk.
         {R"({"action": "share", "host": [], "rdesk": true})", "share host \"\""},
         {R"({"action": "share", "host": ["a", 5, "b"], "notHost": true})", "share !host \"a,b\""},
         {R"({"action": "share", "host": [5, "b"]})", "share host \"b\""},
         {R"({"action": "share", "host": "a", "rdesk": true})", "share rdesk"},
-    };
-    expectLines(std::begin(cases), std::end(cases));
-}
-
-TEST(RulePrinterTest, NameNeedsAKnownMatchMode) {
-    const LineCase cases[] = {
+        // A name needs a known match mode.
         {R"({"action": "share", "name": "K", "nameMatch": "is", "notName": true})",
          "share !name is \"K\""},
         {R"({"action": "share", "name": "K"})", "share"},
         {R"({"action": "share", "name": "K", "nameMatch": "equals"})", "share"},
         {R"({"action": "share", "name": 5, "nameMatch": "is"})", "share"},
-    };
-    expectLines(std::begin(cases), std::end(cases));
-}
-
-TEST(RulePrinterTest, IdsAreHexGroupsEachNeedingTheOneBefore) {
-    const LineCase cases[] = {
+        // Ids are hex groups, each needing the one before.
         {R"({"action": "share", "vid": 4660})", "share hwid 1234"},
         {R"({"action": "share", "vid": 4660, "rev": 1})", "share hwid 1234"},
         {R"({"action": "share", "pid": 1, "rev": 1})", "share"},
@@ -92,21 +70,22 @@ TEST(RulePrinterTest, IdsAreHexGroupsEachNeedingTheOneBefore) {
         {R"({"action": "share", "class": 3, "protocol": 2})", "share class 03"},
         {R"({"action": "share", "class": 3, "notClass": true, "notHWID": true})",
          "share !class 03"},
-    };
-    expectLines(std::begin(cases), std::end(cases));
-}
-
-TEST(RulePrinterTest, StringsArePrintedAsTheyAre) {
-    const LineCase cases[] = {
+        // Strings are printed as they are.
         {R"({"action": "share", "serial": "a\"b\\c"})", R"(share serial "a"b\c")"},
         {R"({"action": "share", "port": "1 #2"})", "share port 1 #2"},
         {R"({"action": "share", "override-name": "", "override-serial": "x y"})",
          R"(share override-name "" override-serial "x y")"},
+        {R"({"action": "%s", "host": ["%n", "%x"], "name": "%p", "nameMatch": "is", "serial": "%d",
+             "port": "%n", "override-name": "%%", "override-serial": "%s"})",
+         R"(%s host "%n,%x" name is "%p" serial "%d" port %n override-name "%%" override-serial "%s")"},
         // Texts end at a NUL, as "%s" ends them.
         {R"({"action": "share\u0000d", "host": ["a\u0000b", "c"], "serial": "s\u0000"})",
          R"(share host "a,c" serial "s")"},
     };
-    expectLines(std::begin(cases), std::end(cases));
+    for (const LineCase& c : cases) {
+        const json::object rules{{"rules", json::array{json::parse(c.record)}}};
+        EXPECT_TRUE(finished(printReply(rules, 0), 0, std::string(c.line) + "\n", "")) << c.record;
+    }
 }
 
 TEST(RulePrinterTest, SkippedElementsUseUpTheirNumber) {
@@ -114,8 +93,7 @@ TEST(RulePrinterTest, SkippedElementsUseUpTheirNumber) {
         printReply(reply(R"({"rules": [{"action": "share"}, 7, {"rdesk": true}, {"action": 1},
                             {"action": "block"}]})"),
                    1);
-    EXPECT_EQ(result.out, "1: share\n5: block\n");
-    EXPECT_EQ(result.status, 0);
+    EXPECT_TRUE(finished(result, 0, "1: share\n5: block\n", ""));
 }
 
 struct FailureCase {
@@ -137,12 +115,9 @@ TEST(RulePrinterTest, FailuresWriteOnlyToStderr) {
 }
 
 TEST(RulePrinterTest, NonStringStatusAndEmptyListAreFine) {
-    const auto listed = printReply(reply(R"({"status": 1, "rules": [{"action": "share"}]})"), 0);
-    EXPECT_EQ(listed.out, "share\n");
-    EXPECT_EQ(listed.status, 0);
-    const auto empty = printReply(reply(R"({"rules": []})"), 1);
-    EXPECT_EQ(empty.out, "");
-    EXPECT_EQ(empty.status, 0);
+    EXPECT_TRUE(finished(printReply(reply(R"({"status": 1, "rules": [{"action": "share"}]})"), 0),
+                         0, "share\n", ""));
+    EXPECT_TRUE(finished(printReply(reply(R"({"rules": []})"), 1), 0, "", ""));
 }
 
 } // namespace

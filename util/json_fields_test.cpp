@@ -21,20 +21,14 @@ struct U32Case {
 };
 
 TEST(JsonFieldsTest, NumbersWrapModulo2To32AndTruncateFractions) {
+    // clang-format off
     const U32Case cases[] = {
-        {R"({"k": 3})", 3u},
-        {R"({"k": -1})", 4294967295u},
-        {R"({"k": 4294967296})", 0u},
-        {R"({"k": 4294967297})", 1u},
-        {R"({"k": 18446744073709551615})", 4294967295u},
-        {R"({"k": 2.9})", 2u},
-        {R"({"k": -2.9})", 4294967294u},
-        {R"({"k": 1e300})", 0u},
-        {R"({"k": true})", std::nullopt},
-        {R"({"k": "3"})", std::nullopt},
-        {R"({"k": null})", std::nullopt},
-        {R"({})", std::nullopt},
-    };
+        {R"({"k": 3})", 3u}, {R"({"k": -1})", 4294967295u}, {R"({"k": 4294967296})", 0u},
+        {R"({"k": 4294967297})", 1u}, {R"({"k": 18446744073709551615})", 4294967295u},
+        {R"({"k": 2.9})", 2u}, {R"({"k": -2.9})", 4294967294u}, {R"({"k": 1e300})", 0u},
+        {R"({"k": true})", std::nullopt}, {R"({"k": "3"})", std::nullopt},
+        {R"({"k": null})", std::nullopt}, {R"({})", std::nullopt}};
+    // clang-format on
     for (const U32Case& c : cases) {
         EXPECT_EQ(getU32(parseObject(c.json), "k"), c.expected) << c.json;
     }

@@ -7,11 +7,6 @@
 namespace halvo::testkit {
 namespace {
 
-struct Reply {
-    std::uint32_t code;
-    std::string json;
-};
-
 struct OutcomeCase {
     const char* name;
     std::vector<std::string> args;
@@ -49,33 +44,13 @@ const OutcomeCase kCases[] = {
 };
 // clang-format on
 
-// Test listings show the case's name, not its bytes.
-void PrintTo(const OutcomeCase& c, std::ostream* os) {
-    *os << c.name;
-}
-
-class DeviceConnectionOutcomeTest : public ::testing::TestWithParam<OutcomeCase> {};
-
-TEST_P(DeviceConnectionOutcomeTest, EndsAsTheReplySays) {
-    const OutcomeCase& c = GetParam();
-    ScriptedDaemon daemon;
-    for (const Reply& reply : c.replies) {
-        daemon.replyTo(reply.code, reply.json);
+TEST(DeviceConnectionOutcomeTest, EndsAsTheReplySays) {
+    for (const OutcomeCase& c : kCases) {
+        Exchange exchange = runWithReplies(c.args, c.replies);
+        EXPECT_TRUE(finished(exchange.run, c.status, c.out, c.err)) << c.name;
+        EXPECT_EQ(describe(exchange.sent), c.sent) << c.name;
     }
-    Exchange exchange = runAgainst(daemon, c.args);
-    EXPECT_TRUE(finished(exchange.run, c.status, c.out, c.err));
-    EXPECT_EQ(describe(exchange.sent), c.sent);
 }
 
-std::string caseName(const ::testing::TestParamInfo<OutcomeCase>& info) {
-    std::string name;
-    for (const char* p = info.param.name; *p != '\0'; ++p) {
-        name += std::isalnum(static_cast<unsigned char>(*p)) ? *p : '_';
-    }
-    return name;
-}
-
-INSTANTIATE_TEST_SUITE_P(Commands, DeviceConnectionOutcomeTest, ::testing::ValuesIn(kCases),
-                         caseName);
 } // namespace
 } // namespace halvo::testkit

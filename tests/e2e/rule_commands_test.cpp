@@ -2,8 +2,8 @@
 // sent, every failure branch, and the editor session's file.
 #include "tests/support/e2e.h"
 
-#include <fstream>
 #include <gtest/gtest.h>
+#include <optional>
 #include <regex>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -16,126 +16,65 @@ constexpr const char* kRuleList =
     R"({"rules":[{"action":"share","quick":true,"host":["10.0.0.5"]},)"
     R"({"action":"block","rdesk":false,"vid":1133,"pid":49948}]})";
 
-struct Reply {
-    std::uint32_t code;
-    std::string json;
-};
-
-Exchange runWithReplies(const std::vector<std::string>& args, const std::vector<Reply>& replies,
-                        const RunOptions& options = {}) {
-    ScriptedDaemon daemon;
-    for (const Reply& reply : replies) {
-        daemon.replyTo(reply.code, reply.json);
-    }
-    return runAgainst(daemon, args, options);
-}
-
-TEST(RuleListTest, PrintsTheRulesNumberedOrNot) {
-    Exchange numbered = runWithReplies({"rule"}, {{6, kOk}, {7, kRuleList}});
-    EXPECT_EQ(numbered.run.out,
-              "1: share quick host \"10.0.0.5\"\n2: block !rdesk hwid 046d:c31c\n");
-    EXPECT_EQ(numbered.run.status, 0);
-    EXPECT_EQ(describe(numbered.sent), (std::vector<std::string>{"6", "7"}));
-
-    Exchange plain = runWithReplies({"rule", "list", "-N"}, {{6, kOk}, {7, kRuleList}});
-    EXPECT_EQ(plain.run.out, "share quick host \"10.0.0.5\"\nblock !rdesk hwid 046d:c31c\n");
-}
-
-TEST(RuleListTest, StatusIsThePrintersAndTheTransactionIsNeverEnded) {
-    Exchange failed = runWithReplies({"rule", "list"}, {{6, kOk}, {7, R"({"status":"ok"})"}});
-    EXPECT_TRUE(finished(failed.run, 5, "", "Internal error.\n"));
-    EXPECT_EQ(describe(failed.sent), (std::vector<std::string>{"6", "7"}));
-
-    Exchange noRules = runWithReplies({"rule"}, {{6, kOk}, {7, "{}"}});
-    EXPECT_TRUE(finished(noRules.run, 5, "", "Rule list format error.\n"));
-
-    Exchange refused = runWithReplies({"rule"}, {{6, R"({"status":"busy"})"}});
-    EXPECT_TRUE(finished(refused.run, 5, "", "Internal error.\n"));
-    EXPECT_EQ(describe(refused.sent), (std::vector<std::string>{"6"}));
-}
-
-TEST(RuleLoadTest, SendsTheParsedRecordsAndCommits) {
-    TempDir dir;
-    std::string file = dir.write("rules", "# office\nshare host \"a, b\" name contains Key\n"
-                                          "block !rdesk hwid 0x46d:c31c class 3::2 takeaway\n");
-    Exchange exchange = runWithReplies({"rule", "load", file}, {{6, kOk}, {8, kOk}, {11, kOk}});
-    EXPECT_TRUE(finished(exchange.run, 0, "", ""));
-    EXPECT_EQ(describe(exchange.sent),
-              (std::vector<std::string>{
-                  "6",
-                  R"(8 {"rules":[{"action":"share","host":["a","b"],"name":"Key",)"
-                  R"("nameMatch":"contains"},{"action":"block","rdesk":false,"vid":1133,)"
-                  R"("pid":49948,"class":3,"subclass":0,"protocol":2,"takeaway":true}]})",
-                  R"(11 {"action":"commit"})"}));
-}
-
-TEST(RuleLoadTest, ReadsStandardInputAfterTheNotice) {
-    RunOptions options;
-    options.stdinData = "share\n";
-    Exchange exchange = runWithReplies({"rule", "load"}, {{6, kOk}, {8, kOk}, {11, kOk}}, options);
-    EXPECT_TRUE(finished(exchange.run, 0, "(reading from stdin. Press ^D to finish.)\n", ""));
-    EXPECT_EQ(describe(exchange.sent)[1], R"(8 {"rules":[{"action":"share"}]})");
-
-    options.stdinData = "";
-    Exchange empty = runWithReplies({"rule", "load"}, {{6, kOk}, {8, kOk}, {11, kOk}}, options);
-    EXPECT_EQ(empty.run.status, 0);
-    EXPECT_EQ(describe(empty.sent)[1], R"(8 {"rules":[]})");
-}
-
-TEST(RuleLoadTest, RefusalsAtEachStepAreInternalErrors) {
-    TempDir dir;
-    std::string file = dir.write("rules", "share\n");
-    const std::vector<std::vector<Reply>> scripts = {
-        {{6, R"({"status":"notfound"})"}},
-        {{6, kOk}, {8, R"({"status":"rule #1 refused"})"}},
-        {{6, kOk}, {8, kOk}, {11, "{}"}},
-    };
-    for (const auto& script : scripts) {
-        Exchange exchange = runWithReplies({"rule", "load", file}, script);
-        EXPECT_TRUE(finished(exchange.run, 5, "", "Internal error.\n"));
-        EXPECT_EQ(exchange.sent.size(), script.size()) << "no rollback and nothing more is sent";
-    }
-}
-
-struct TestCase {
+struct RuleCase {
     std::vector<std::string> args;
     std::vector<Reply> replies;
     std::string out;
     std::string err;
     int status;
     std::vector<std::string> sent;
+    std::optional<std::string> input = std::nullopt; // standard input
 };
 
-TEST(RuleTestTest, SequencesVerdictsAndStatuses) {
+// rule list, load and test: the requests in order, the records sent, the
+// output and status for each reply. A transaction is never ended on failure
+// (no rollback), and `rule test` never commits the set it loads.
+TEST(RuleCommandsTest, SequencesRecordsAndStatuses) {
+    TempDir dir;
+    const std::string rules =
+        dir.write("rules", "# office\nshare host \"a, b\" name contains Key\n"
+                           "block !rdesk hwid 0x46d:c31c class 3::2 takeaway\n");
+    const std::string share = dir.write("share", "share\n");
+    const std::string notice = "(reading from stdin. Press ^D to finish.)\n";
+    const std::string loadShare = R"(8 {"rules":[{"action":"share"}]})";
+    const std::string commit = R"(11 {"action":"commit"})";
+    const std::string testRdesk = R"(10 {"id":3,"type":"rdesk"})";
     // clang-format off
-    const TestCase cases[] = {
+    const RuleCase cases[] = {
+        {{"rule"}, {{6, kOk}, {7, kRuleList}}, "1: share quick host \"10.0.0.5\"\n2: block !rdesk hwid 046d:c31c\n", "", 0, {"6", "7"}},
+        {{"rule", "list", "-N"}, {{6, kOk}, {7, kRuleList}}, "share quick host \"10.0.0.5\"\nblock !rdesk hwid 046d:c31c\n", "", 0, {"6", "7"}},
+        // The list's status is the printer's.
+        {{"rule", "list"}, {{6, kOk}, {7, kOk}}, "", "Internal error.\n", 5, {"6", "7"}},
+        {{"rule"}, {{6, kOk}, {7, "{}"}}, "", "Rule list format error.\n", 5, {"6", "7"}},
+        {{"rule"}, {{6, R"({"status":"busy"})"}}, "", "Internal error.\n", 5, {"6"}},
+        {{"rule", "load", rules}, {{6, kOk}, {8, kOk}, {11, kOk}}, "", "", 0,
+         {"6", R"(8 {"rules":[{"action":"share","host":["a","b"],"name":"Key","nameMatch":"contains"},)"
+               R"({"action":"block","rdesk":false,"vid":1133,"pid":49948,"class":3,"subclass":0,"protocol":2,"takeaway":true}]})", commit}},
+        {{"rule", "load"}, {{6, kOk}, {8, kOk}, {11, kOk}}, notice, "", 0, {"6", loadShare, commit}, "share\n"},
+        {{"rule", "load"}, {{6, kOk}, {8, kOk}, {11, kOk}}, notice, "", 0, {"6", R"(8 {"rules":[]})", commit}, ""},
+        // A refusal at each step ends the run; nothing more is sent.
+        {{"rule", "load", share}, {{6, R"({"status":"notfound"})"}}, "", "Internal error.\n", 5, {"6"}},
+        {{"rule", "load", share}, {{6, kOk}, {8, R"({"status":"rule #1 refused"})"}}, "", "Internal error.\n", 5, {"6", loadShare}},
+        {{"rule", "load", share}, {{6, kOk}, {8, kOk}, {11, "{}"}}, "", "Internal error.\n", 5, {"6", loadShare, commit}},
         {{"rule", "test", "-h", "10.0.0.5", "3"}, {{6, kOk}, {10, R"j({"status":"ok","verdict":"share (rule #1)"})j"}}, "share (rule #1)\n", "", 0, {"6", R"(10 {"id":3,"type":"net","addr":"10.0.0.5"})"}},
-        {{"rule", "test", "-h", "h", "-r", "3"}, {{6, kOk}, {10, R"({"status":"ok","verdict":"%s block"})"}}, "%s block\n", "", 0, {"6", R"(10 {"id":3,"type":"rdesk"})"}},
-        {{"rule", "test", "-r", "3"}, {{6, kOk}, {10, R"({"status":"ok","verdict":"share\u0000 tail"})"}}, "share\n", "", 0, {"6", R"(10 {"id":3,"type":"rdesk"})"}},
-        {{"rule", "test", "-r", "3"}, {{6, kOk}, {10, R"({"status":"notfound"})"}}, "", "Device has not been found.\n", 2, {"6", R"(10 {"id":3,"type":"rdesk"})"}},
-        {{"rule", "test", "-r", "3"}, {{6, kOk}, {10, R"({"status":"ok"})"}}, "", "Internal error.\n", 5, {"6", R"(10 {"id":3,"type":"rdesk"})"}},
+        {{"rule", "test", "-h", "h", "-r", "3"}, {{6, kOk}, {10, R"({"status":"ok","verdict":"%s block"})"}}, "%s block\n", "", 0, {"6", testRdesk}},
+        {{"rule", "test", "-r", "3"}, {{6, kOk}, {10, R"({"status":"ok","verdict":"share\u0000 tail"})"}}, "share\n", "", 0, {"6", testRdesk}},
+        {{"rule", "test", "-r", "3"}, {{6, kOk}, {10, R"({"status":"notfound"})"}}, "", "Device has not been found.\n", 2, {"6", testRdesk}},
+        {{"rule", "test", "-r", "3"}, {{6, kOk}, {10, kOk}}, "", "Internal error.\n", 5, {"6", testRdesk}},
         {{"rule", "test", "-r", "3"}, {{6, R"({"status":"notfound"})"}}, "", "Device has not been found.\n", 2, {"6"}},
         {{"rule", "test", "-r", "3"}, {{6, "{}"}}, "", "Internal error.\n", 5, {"6"}},
+        {{"rule", "test", "-f", "-", "-r", "3"}, {{6, kOk}, {8, kOk}, {10, R"j({"status":"ok","verdict":"block (rule #1)"})j"}}, "block (rule #1)\n", "", 0,
+         {"6", R"(8 {"rules":[{"action":"block","rdesk":true}]})", testRdesk}, "block rdesk\n"},
     };
     // clang-format on
-    for (const TestCase& c : cases) {
-        Exchange exchange = runWithReplies(c.args, c.replies);
+    for (const RuleCase& c : cases) {
+        RunOptions options;
+        options.stdinData = c.input;
+        Exchange exchange = runWithReplies(c.args, c.replies, options);
         EXPECT_TRUE(finished(exchange.run, c.status, c.out, c.err))
             << testing::PrintToString(c.args);
         EXPECT_EQ(describe(exchange.sent), c.sent) << testing::PrintToString(c.args);
     }
-}
-
-TEST(RuleTestTest, LoadsTheSetFirstAndNeverCommitsIt) {
-    RunOptions options;
-    options.stdinData = "block rdesk\n";
-    Exchange exchange = runWithReplies(
-        {"rule", "test", "-f", "-", "-r", "9"},
-        {{6, kOk}, {8, kOk}, {10, R"j({"status":"ok","verdict":"block (rule #1)"})j"}}, options);
-    EXPECT_TRUE(finished(exchange.run, 0, "block (rule #1)\n", ""));
-    EXPECT_EQ(describe(exchange.sent),
-              (std::vector<std::string>{"6", R"(8 {"rules":[{"action":"block","rdesk":true}]})",
-                                        R"(10 {"id":9,"type":"rdesk"})"}));
 }
 
 // The editor session: VISUAL names a small script; the notice on stdout
@@ -167,12 +106,9 @@ class RuleEditTest : public ::testing::Test {
 
 TEST_F(RuleEditTest, EditedRulesAreLoadedCommittedAndTheCopyRemoved) {
     // The editor keeps what it was given (mode and text) and appends a rule.
-    RunOptions options = withEditor("stat -c %a \"$1\" > " + dir.path().string() +
-                                    "/mode\n"
-                                    "cp \"$1\" " +
-                                    dir.path().string() +
-                                    "/before\n"
-                                    "echo 'block name is \"Cam\"' >> \"$1\"\n");
+    const std::string here = dir.path().string();
+    RunOptions options = withEditor("stat -c %a \"$1\" > " + here + "/mode\ncp \"$1\" " + here +
+                                    "/before\necho 'block name is \"Cam\"' >> \"$1\"\n");
     Exchange exchange =
         runWithReplies({"rule", "edit"}, {{6, kOk}, {7, kRuleList}, {8, kOk}, {11, kOk}}, options);
     std::string path = editPathIn(exchange.run.out);
@@ -180,8 +116,8 @@ TEST_F(RuleEditTest, EditedRulesAreLoadedCommittedAndTheCopyRemoved) {
     EXPECT_EQ(exchange.run.out, "In case of error the copy of rules is put into \"" + path +
                                     "\".\nSharing rules have been successfully updated.\n");
     EXPECT_EQ(exchange.run.status, 0);
-    EXPECT_EQ(readFile(dir.path().string() + "/mode"), "600\n");
-    EXPECT_EQ(readFile(dir.path().string() + "/before"),
+    EXPECT_EQ(readFile(here + "/mode"), "600\n");
+    EXPECT_EQ(readFile(here + "/before"),
               "share quick host \"10.0.0.5\"\nblock !rdesk hwid 046d:c31c\n");
     EXPECT_NE(access(path.c_str(), F_OK), 0) << "removed on success";
     EXPECT_EQ(describe(exchange.sent),

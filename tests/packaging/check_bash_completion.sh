@@ -1,11 +1,17 @@
 #!/bin/bash
-# check_bash_completion.sh COMPLETIONS_DIR
+# check_bash_completion.sh COMPLETIONS_DIR [HALVOCTL HALVOD]
 # Loads the bash completion of halvoctl, halvod and halvo-rulecheck and
 # checks what each offers, with a stand-in halvoctl on PATH that prints a
 # device and a connection table.  The table runs twice: with the scripts
 # alone, and with bash-completion's helpers loaded as in an interactive
-# shell, when they are installed.
+# shell, when they are installed.  Given the programs, the completion then
+# reads a fixture that halvod serves on the loopback of a private network
+# namespace through the real halvoctl, so that a change of halvoctl's tables
+# that the completion cannot read shows here.
 set -u
+if [[ $# -eq 3 && -z ${HALVO_IN_NAMESPACE-} ]] && unshare -rn true 2>/dev/null; then
+    HALVO_IN_NAMESPACE=1 exec unshare -rn bash "$0" "$@"
+fi
 completions=$(cd "$1" && pwd)
 here=$(cd "$(dirname "$0")" && pwd)
 
@@ -146,6 +152,43 @@ if [[ -n $helpers ]]; then
     run_table
 else
     echo "note: bash-completion not installed; checked the plain script only"
+fi
+
+if [[ -n ${HALVO_IN_NAMESPACE-} ]]; then
+    mode=live
+    ln -sf "$2" "$work/bin/halvoctl"
+    cat >"$work/devices.json" <<'JSON'
+{"devices": [
+  {"vid": 1133, "pid": 49948, "rev": 272, "port": "1-2", "name": "USB Keyboard", "serial": "4C12"},
+  {"vid": 1921, "pid": 21863, "rev": 256, "port": "1-10.4", "name": "Cruzer Blade", "built-in": true}]}
+JSON
+    cat >"$work/connections.json" <<'JSON'
+{"connections": [
+  {"type": "net", "addr": "10.0.0.7", "port": 51000},
+  {"type": "rdesk", "app": "Screen Sharing", "pid": 4242}]}
+JSON
+    ip link set lo up || exit 1
+    "$3" --config /dev/null --rules-in-memory --devices "$work/devices.json" \
+        --connections "$work/connections.json" \
+        2>"$work/halvod.log" &
+    daemon=$!
+    for _ in $(seq 50); do
+        grep -q 'listening on' "$work/halvod.log" && break
+        sleep 0.1
+    done
+    grep -q 'listening on' "$work/halvod.log" ||
+        { echo "FAIL: halvod did not start:"; cat "$work/halvod.log"; kill $daemon; exit 1; }
+    expect "halvoctl dev share " "1 2"
+    expect "halvoctl rule test -r " "1 2"
+    expect "halvoctl conn drop " "10.0.0.7"
+    expect "halvoctl conn drop -p " "51000"
+    expect "halvoctl conn kill " "4242"
+    kill $daemon
+    wait $daemon 2>/dev/null
+    # No daemon any more: nothing, quietly.
+    expect "halvoctl dev share " ""
+elif [[ $# -eq 3 ]]; then
+    echo "note: no private network namespace (unshare -rn); checked without halvod"
 fi
 
 echo "$((checks - failures)) passed, $failures failed"

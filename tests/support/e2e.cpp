@@ -14,6 +14,15 @@ Exchange runAgainst(ScriptedDaemon& daemon, const std::vector<std::string>& args
     return exchange;
 }
 
+Exchange runWithReplies(const std::vector<std::string>& args, const std::vector<Reply>& replies,
+                        const RunOptions& options) {
+    ScriptedDaemon daemon;
+    for (const Reply& reply : replies) {
+        daemon.replyTo(reply.code, reply.json);
+    }
+    return runAgainst(daemon, args, options);
+}
+
 std::vector<std::string> describe(const std::vector<ReceivedPacket>& packets) {
     std::vector<std::string> lines;
     for (const ReceivedPacket& packet : packets) {

@@ -20,6 +20,15 @@ struct Exchange {
 Exchange runAgainst(ScriptedDaemon& daemon, const std::vector<std::string>& args,
                     const RunOptions& options = {});
 
+// A daemon that answers each request code with a fixed reply (see
+// ScriptedDaemon::replyTo), run against halvoctl with `args`.
+struct Reply {
+    std::uint32_t code;
+    std::string json;
+};
+Exchange runWithReplies(const std::vector<std::string>& args, const std::vector<Reply>& replies,
+                        const RunOptions& options = {});
+
 // "code payload" per packet, e.g. "2 {\"host\":\"h\"}" or "0" for a bare
 // header: compact enough for table-driven expectations.
 std::vector<std::string> describe(const std::vector<ReceivedPacket>& packets);

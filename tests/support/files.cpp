@@ -31,9 +31,11 @@ std::string TempDir::write(std::string_view name, std::string_view bytes, mode_t
     return file.string();
 }
 
-void writeFile(const fs::path& path, std::string_view bytes) {
+bool writeFile(const fs::path& path, std::string_view bytes) {
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
     out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    out.close();
+    return !out.fail();
 }
 
 std::string readFile(const fs::path& path) {

@@ -29,6 +29,8 @@ class TempDir {
 
 // The file's bytes; empty when it cannot be read.
 std::string readFile(const std::filesystem::path& path);
-void writeFile(const std::filesystem::path& path, std::string_view bytes);
+// Whether all of `bytes` reached the file (written in one go when they fit
+// the stream's buffer, as /proc's id maps need).
+bool writeFile(const std::filesystem::path& path, std::string_view bytes);
 
 } // namespace halvo::testkit

@@ -48,22 +48,6 @@ int acceptConnection(int listener) {
 #endif
 }
 
-bool openPipe(int fds[2]) {
-#if defined(__linux__)
-    return ::pipe2(fds, O_CLOEXEC) == 0;
-#else
-    if (::pipe(fds) != 0) {
-        return false;
-    }
-    if (::fcntl(fds[0], F_SETFD, FD_CLOEXEC) != 0 || ::fcntl(fds[1], F_SETFD, FD_CLOEXEC) != 0) {
-        ::close(fds[0]);
-        ::close(fds[1]);
-        return false;
-    }
-    return true;
-#endif
-}
-
 ssize_t sendQuietly(int fd, const void* data, std::size_t size) {
 #if defined(MSG_NOSIGNAL)
     return ::send(fd, data, size, MSG_NOSIGNAL);

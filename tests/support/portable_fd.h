@@ -13,7 +13,6 @@ namespace halvo::testkit {
 
 int openSocket(int domain, int type);
 int acceptConnection(int listener);
-bool openPipe(int fds[2]);
 
 // send(2) that reports a closed peer as EPIPE instead of a signal.
 ssize_t sendQuietly(int fd, const void* data, std::size_t size);

@@ -4,11 +4,11 @@
 #include "tests/support/portable_fd.h"
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <net/if.h>
 #include <sstream>
+#include <string>
 #include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -24,30 +24,17 @@ namespace {
 
 #if defined(__linux__)
 
-bool writeFile(const char* path, const char* text) {
-    int fd = open(path, O_WRONLY | O_CLOEXEC);
-    if (fd < 0) {
-        return false;
-    }
-    ssize_t length = static_cast<ssize_t>(std::strlen(text));
-    bool ok = write(fd, text, static_cast<size_t>(length)) == length;
-    close(fd);
-    return ok;
-}
-
 // Keeps our own uid and gid inside the new user namespace, so that files the
 // tests create belong to the real user.
 bool mapOwnIds(uid_t uid, gid_t gid) {
-    char line[64];
-    std::snprintf(line, sizeof line, "%u %u 1\n", static_cast<unsigned>(uid),
-                  static_cast<unsigned>(uid));
-    if (!writeFile("/proc/self/uid_map", line)) {
+    const auto identity = [](unsigned id) {
+        return std::to_string(id) + " " + std::to_string(id) + " 1\n";
+    };
+    if (!writeFile("/proc/self/uid_map", identity(uid))) {
         return false;
     }
     writeFile("/proc/self/setgroups", "deny");
-    std::snprintf(line, sizeof line, "%u %u 1\n", static_cast<unsigned>(gid),
-                  static_cast<unsigned>(gid));
-    return writeFile("/proc/self/gid_map", line);
+    return writeFile("/proc/self/gid_map", identity(gid));
 }
 
 bool bringLoopbackUp() {

@@ -17,7 +17,6 @@ namespace halvo::testkit {
 struct RunOptions {
     std::optional<std::string> stdinData; // none: standard input is /dev/null
     std::vector<std::pair<std::string, std::string>> setEnv;
-    std::vector<std::string> unsetEnv;
     // The run is killed after this long; a test that expects the utility to
     // wait uses it as the bound.
     std::chrono::milliseconds timeout{15000};

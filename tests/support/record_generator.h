@@ -72,29 +72,11 @@ class RecordGenerator {
 
     // Printable ASCII, blanks, "#", "!" and multi-byte UTF-8, minus `banned`.
     std::string text(std::string_view banned) {
+        // clang-format off
         static constexpr std::string_view pieces[] = {
-            "a",
-            "Z",
-            "0",
-            "9",
-            "-",
-            "_",
-            ".",
-            ":",
-            "/",
-            "#",
-            ",",
-            " ",
-            "!",
-            "=",
-            "@",
-            "share",
-            "host",
-            "is",
-            "\xc3\xa9",
-            "\xe6\x97\xa5",
-            "\xf0\x9f\x94\x91",
-        };
+            "a", "Z", "0", "9", "-", "_", ".", ":", "/", "#", ",", " ", "!", "=", "@", "share",
+            "host", "is", "\xc3\xa9", "\xe6\x97\xa5", "\xf0\x9f\x94\x91"};
+        // clang-format on
         std::string result;
         for (int count = pick(1, 8); count > 0; --count) {
             const std::string_view piece = pieces[pick(0, static_cast<int>(std::size(pieces)) - 1)];

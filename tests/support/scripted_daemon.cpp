@@ -4,7 +4,6 @@
 #include "tests/support/portable_fd.h"
 
 #include <arpa/inet.h>
-#include <boost/json/parse.hpp>
 #include <cerrno>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -52,13 +51,6 @@ bool readExactly(int fd, char* out, std::size_t size, const std::atomic<bool>& s
 }
 
 } // namespace
-
-boost::json::object ReceivedPacket::json() const {
-    if (payload.empty()) {
-        return {};
-    }
-    return boost::json::parse(payload).as_object();
-}
 
 void PeerConnection::send(std::uint32_t command, std::string_view json) {
     sendRaw(link::encodePacket(command, json));

@@ -4,7 +4,6 @@
 #pragma once
 
 #include <atomic>
-#include <boost/json/object.hpp>
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -19,9 +18,6 @@ namespace halvo::testkit {
 struct ReceivedPacket {
     std::uint32_t command = 0;
     std::string payload; // the JSON text as sent; empty for a bare header
-
-    // The payload parsed; an empty object for a bare header.
-    boost::json::object json() const;
 };
 
 // What a script can do to the connection. Every call writes at once.

@@ -1,4 +1,5 @@
 #include "tests/support/files.h"
+#include "tests/support/finished_run.h"
 #include "tests/support/stream_capture.h"
 #include "tools/rulecheck/rule_check.h"
 
@@ -14,24 +15,20 @@ namespace {
 using halvo::rulecheck::checkRuleText;
 using halvo::rulecheck::runRuleCheck;
 using halvo::rulecheck::Warnings;
-
-struct Outcome {
-    int status = -1;
-    std::string out;
-    std::string err;
-};
+using halvo::testkit::finished;
+using halvo::testkit::RunResult;
 
 // Collects what `body(out, err)` writes on the two streams.
-template <class Body> Outcome capture(Body body) {
+template <class Body> RunResult capture(Body body) {
     using halvo::testkit::printedBy;
-    Outcome run;
+    RunResult run;
     run.out = printedBy([&](std::FILE* out) {
         run.err = printedBy([&](std::FILE* err) { run.status = body(out, err); });
     });
     return run;
 }
 
-Outcome check(std::string_view text) {
+RunResult check(std::string_view text) {
     return capture([text](std::FILE* out, std::FILE* err) {
         return checkRuleText("r.rules", text, Warnings::allowed, out, err);
     });
@@ -45,58 +42,29 @@ struct ErrorCase {
 // Each error shows where (physical line and byte column of the word at
 // fault, counted in the file as written), which rule, and why.
 TEST(RuleCheckTest, ErrorsPointAtTheWordAndSayWhy) {
+    // clang-format off
     const ErrorCase cases[] = {
-        {"share\n  Share quick\n",
-         "r.rules:2:3: rule #2: unknown clause word \"Share\"\n  Share quick\n  ^\n"},
-        {"share host a block\n",
-         "r.rules:1:14: rule #1: second action \"block\": a rule has exactly one of \"share\" or "
-         "\"block\"\nshare host a block\n             ^\n"},
-        {"!share\n",
-         "r.rules:1:2: rule #1: negated action: \"share\" cannot be negated with \"!\"\n"
-         "!share\n ^\n"},
-        {"block !quick\n",
-         "r.rules:1:8: rule #1: \"quick\" cannot be negated with \"!\"\nblock !quick\n       ^\n"},
-        {"share !override-name x\n",
-         "r.rules:1:8: rule #1: \"override-name\" cannot be negated with "
-         "\"!\"\nshare !override-name x\n       ^\n"},
-        {"host a\n",
-         "r.rules:1:1: rule #1: no action: a rule needs \"share\" or \"block\"\nhost a\n^\n"},
-        {"quick host\n",
-         "r.rules:1:7: rule #1: no action: a rule needs \"share\" or \"block\" (and "
-         "\"host\" at the end is missing its value)\nquick host\n      ^\n"},
-        {"host share\n", "r.rules:1:6: rule #1: no action: \"share\" was read as the value of "
-                         "\"host\"\nhost share\n     ^\n"},
-        {"share hwid 12:x1\n",
-         "r.rules:1:12: rule #1: bad hwid component \"x1\": not a hexadecimal "
-         "number\nshare hwid 12:x1\n           ^\n"},
-        {"share class 1:2:3:4\n",
-         "r.rules:1:13: rule #1: class value \"1:2:3:4\" has more than three "
-         "components\nshare class 1:2:3:4\n            ^\n"},
-        {"share name is \"a b\n",
-         "r.rules:1:15: rule #1: unterminated quote: the double quote opened "
-         "here is not closed on this line\nshare name is \"a b\n              ^\n"},
-        {"share serial ab\xc3\n", "r.rules:1:14: rule #1: invalid UTF-8 in this word\nshare serial "
-                                  "ab\xc3\n             ^\n"},
-        {"rdesk share host a\n",
-         "r.rules:1:13: rule #1: \"host\" after \"rdesk\": a rule names either "
-         "hosts or remote desktop\nrdesk share host a\n            ^\n"},
-        {"share host a !rdesk\n",
-         "r.rules:1:15: rule #1: \"rdesk\" after \"host\": a rule names either "
-         "hosts or remote desktop\nshare host a !rdesk\n              ^\n"},
-        {"share host a host b\n",
-         "r.rules:1:14: rule #1: duplicate clause \"host\": it may appear only "
-         "once in a rule\nshare host a host b\n             ^\n"},
-        {"share name equals x\n",
-         "r.rules:1:12: rule #1: \"name\" must be followed by \"is\" or "
-         "\"contains\", not \"equals\"\nshare name equals x\n           ^\n"},
-        {"share\n\"\"\n", "r.rules:2:1: rule #2: rule has no words: empty quotes, a lone backslash "
-                          "or blank yield none\n\"\"\n^\n"},
+        {"share\n  Share quick\n", "r.rules:2:3: rule #2: unknown clause word \"Share\"\n  Share quick\n  ^\n"},
+        {"share host a block\n", "r.rules:1:14: rule #1: second action \"block\": a rule has exactly one of \"share\" or \"block\"\nshare host a block\n             ^\n"},
+        {"!share\n", "r.rules:1:2: rule #1: negated action: \"share\" cannot be negated with \"!\"\n!share\n ^\n"},
+        {"block !quick\n", "r.rules:1:8: rule #1: \"quick\" cannot be negated with \"!\"\nblock !quick\n       ^\n"},
+        {"share !override-name x\n", "r.rules:1:8: rule #1: \"override-name\" cannot be negated with \"!\"\nshare !override-name x\n       ^\n"},
+        {"host a\n", "r.rules:1:1: rule #1: no action: a rule needs \"share\" or \"block\"\nhost a\n^\n"},
+        {"quick host\n", "r.rules:1:7: rule #1: no action: a rule needs \"share\" or \"block\" (and \"host\" at the end is missing its value)\nquick host\n      ^\n"},
+        {"host share\n", "r.rules:1:6: rule #1: no action: \"share\" was read as the value of \"host\"\nhost share\n     ^\n"},
+        {"share hwid 12:x1\n", "r.rules:1:12: rule #1: bad hwid component \"x1\": not a hexadecimal number\nshare hwid 12:x1\n           ^\n"},
+        {"share class 1:2:3:4\n", "r.rules:1:13: rule #1: class value \"1:2:3:4\" has more than three components\nshare class 1:2:3:4\n            ^\n"},
+        {"share name is \"a b\n", "r.rules:1:15: rule #1: unterminated quote: the double quote opened here is not closed on this line\nshare name is \"a b\n              ^\n"},
+        {"share serial ab\xc3\n", "r.rules:1:14: rule #1: invalid UTF-8 in this word\nshare serial ab\xc3\n             ^\n"},
+        {"rdesk share host a\n", "r.rules:1:13: rule #1: \"host\" after \"rdesk\": a rule names either hosts or remote desktop\nrdesk share host a\n            ^\n"},
+        {"share host a !rdesk\n", "r.rules:1:15: rule #1: \"rdesk\" after \"host\": a rule names either hosts or remote desktop\nshare host a !rdesk\n              ^\n"},
+        {"share host a host b\n", "r.rules:1:14: rule #1: duplicate clause \"host\": it may appear only once in a rule\nshare host a host b\n             ^\n"},
+        {"share name equals x\n", "r.rules:1:12: rule #1: \"name\" must be followed by \"is\" or \"contains\", not \"equals\"\nshare name equals x\n           ^\n"},
+        {"share\n\"\"\n", "r.rules:2:1: rule #2: rule has no words: empty quotes, a lone backslash or blank yield none\n\"\"\n^\n"},
     };
+    // clang-format on
     for (const ErrorCase& c : cases) {
-        const Outcome run = check(c.text);
-        EXPECT_EQ(run.status, 1) << c.text;
-        EXPECT_EQ(run.err, c.report) << c.text;
-        EXPECT_EQ(run.out, "") << c.text;
+        EXPECT_TRUE(finished(check(c.text), 1, "", c.report)) << c.text;
     }
 }
 
@@ -118,37 +86,30 @@ TEST(RuleCheckTest, PositionsCountPhysicalLinesAndBytes) {
          "r.rules:2:9: rule #2: unknown clause word \"t\"\n# comment\n        ^\n"},
     };
     for (const ErrorCase& c : cases) {
-        const Outcome run = check(c.text);
-        EXPECT_EQ(run.status, 1) << c.text;
-        EXPECT_EQ(run.err, c.report) << c.text;
+        EXPECT_TRUE(finished(check(c.text), 1, "", c.report)) << c.text;
     }
     // A NUL ends a rule but not a line of the file.
     const std::string withNul("share\0Share\n", 12);
-    const Outcome run = check(withNul);
+    const RunResult run = check(withNul);
     EXPECT_EQ(run.err, "r.rules:1:7: rule #2: unknown clause word \"Share\"\n" +
                            withNul.substr(0, 11) + "\n      ^\n");
 }
 
 TEST(RuleCheckTest, ValidRulesComeBackCanonical) {
-    const Outcome run = check("block  !rdesk   name \"is\" Keyboard # a comment\n"
-                              "\n"
-                              "share hwid 46D:C31C class 3\n");
-    EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(run.out, "block !rdesk name is \"Keyboard\"\nshare hwid 046d:c31c class 03\n");
-    EXPECT_EQ(run.err, "");
+    EXPECT_TRUE(finished(check("block  !rdesk   name \"is\" Keyboard # a comment\n\n"
+                               "share hwid 46D:C31C class 3\n"),
+                         0, "block !rdesk name is \"Keyboard\"\nshare hwid 046d:c31c class 03\n",
+                         ""));
     EXPECT_EQ(check("").out, "");
 }
 
 TEST(RuleCheckTest, IgnoredEndsOfRulesAreWarnedAbout) {
-    const Outcome run = check("share host\nblock\nshare name is\n");
-    EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(run.out, "share\nblock\nshare\n");
-    EXPECT_EQ(
-        run.err,
+    EXPECT_TRUE(finished(
+        check("share host\nblock\nshare name is\n"), 0, "share\nblock\nshare\n",
         "r.rules:1:7: warning: rule #1: missing value: \"host\" at the end of the rule has no "
         "value and is ignored\nshare host\n      ^\n"
         "r.rules:3:7: warning: rule #3: missing value: \"name\" at the end of the rule has no "
-        "value and is ignored\nshare name is\n      ^\n");
+        "value and is ignored\nshare name is\n      ^\n"));
     EXPECT_EQ(check("block !\n").err, "r.rules:1:7: warning: rule #1: \"!\" at the end of the rule "
                                       "negates nothing and is ignored\nblock !\n      ^\n");
 }
@@ -194,12 +155,10 @@ TEST(RuleCheckTest, CommandLines) {
         const std::unique_ptr<std::FILE, int (*)(std::FILE*)> input(std::tmpfile(), &std::fclose);
         std::fputs("block\n", input.get());
         std::rewind(input.get());
-        const Outcome run = capture([&](std::FILE* out, std::FILE* err) {
+        const RunResult run = capture([&](std::FILE* out, std::FILE* err) {
             return runRuleCheck(static_cast<int>(argv.size()), argv.data(), input.get(), out, err);
         });
-        EXPECT_EQ(run.status, c.status) << argv.back();
-        EXPECT_EQ(run.out, c.out) << argv.back();
-        EXPECT_EQ(run.err, c.err) << argv.back();
+        EXPECT_TRUE(finished(run, c.status, c.out, c.err)) << argv.back();
     }
     std::filesystem::current_path(before);
 }
