@@ -175,14 +175,16 @@ TEST_F(RequestHandlerTest, RuleListsThatWouldNotFitOnePacketAreRefused) {
     EXPECT_EQ(rulesSeenBy(kAlice), big);
 }
 
-// A departure is the server's test (ClientThatLeavesMidTransactionIsRolledBack).
-TEST_F(RequestHandlerTest, RollbackLeavesTheCommittedSet) {
+TEST_F(RequestHandlerTest, RollbackAndDepartureEndTheTransaction) {
     ASSERT_EQ(statusOf(kAlice, CommandCode::startRuleTransaction), "ok");
     ASSERT_EQ(statusOf(kAlice, CommandCode::loadRuleList, R"({"rules": [{"action": "share"}]})"),
               "ok");
     EXPECT_EQ(statusOf(kAlice, CommandCode::endRuleTransaction, R"({"action": "rollback"})"), "ok");
     EXPECT_EQ(rulesSeenBy(kAlice), rulesOf("block hwid 046d\n"));
-    EXPECT_EQ(statusOf(kBob, CommandCode::startRuleTransaction), "ok");
+    ASSERT_EQ(statusOf(kBob, CommandCode::startRuleTransaction), "ok");
+    handler.clientLeft(kBob);
+    EXPECT_EQ(statusOf(kBob, CommandCode::endRuleTransaction, R"({"action": "commit"})"),
+              kStatusNoTransaction);
 }
 
 TEST_F(RequestHandlerTest, InsertedRuleNamesExactlyThatDeviceAtTheTop) {
