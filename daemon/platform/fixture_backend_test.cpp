@@ -1,7 +1,6 @@
 #include "daemon/core/connection_table.h"
 #include "daemon/platform/fixture_backend.h"
 
-#include <algorithm>
 #include <boost/json/parse.hpp>
 #include <gtest/gtest.h>
 
@@ -9,23 +8,6 @@ namespace halvo::daemon {
 namespace {
 
 namespace json = boost::json;
-
-TEST(FixtureBackendTest, DemoFixtureHasTheDevicesTheDemoShows) {
-    auto backend = FixtureBackend::fromFile(std::string(HALVOD_DEMO_DIR) + "/devices.json");
-    ASSERT_TRUE(backend.has_value()) << backend.error();
-    std::vector<Device> devices = backend.value()->scan().devices;
-    ASSERT_GE(devices.size(), 4u);
-    auto has = [&](auto predicate) {
-        return std::any_of(devices.begin(), devices.end(), predicate);
-    };
-    EXPECT_TRUE(has([](const Device& device) { return device.builtIn; }));
-    EXPECT_TRUE(has([](const Device& device) { return !device.serial.empty(); }));
-    EXPECT_TRUE(has([](const Device& device) { return device.addr.has_value(); }));
-
-    auto connections =
-        ConnectionTable::fromFile(std::string(HALVOD_DEMO_DIR) + "/connections.json");
-    ASSERT_TRUE(connections.has_value()) << connections.error();
-}
 
 TEST(FixtureBackendTest, FaultsNameTheDeviceAndTheKey) {
     const std::pair<const char*, const char*> kCases[] = {

@@ -105,13 +105,6 @@ TEST(RulesFileTest, FaultsBeforeAndAfterTheRename) {
     }
 }
 
-TEST(RulesFileTest, FolderThatCannotTakeTheFileIsFoundAtStart) {
-    TempDir scratch;
-    EXPECT_EQ(checkRulesFolder((scratch / "rules").string()), std::nullopt);
-    EXPECT_EQ(checkRulesFolder((scratch / "missing" / "rules").string()),
-              (scratch / "missing").string() + ": the rules file's folder does not exist");
-}
-
 TEST(RulesFileTest, FileThatCannotBeKeptIsRefusedUntouched) {
     TempDir scratch;
     const std::string path = (scratch / "rules").string();

@@ -58,12 +58,6 @@ class NotifyListener {
     int fd_ = -1;
 };
 
-json::array rulesOf(const DaemonProcess& daemon) {
-    TestClient client(daemon.port());
-    auto reply = client.request(CommandCode::ruleList);
-    return reply ? (*reply)["rules"].as_array() : json::array();
-}
-
 // The message with MONOTONIC_USEC's value, which differs every run, left out.
 std::string withoutTime(const std::string& message) {
     const std::string kKey = "MONOTONIC_USEC=";
@@ -89,7 +83,7 @@ TEST(HalvodServiceTest, ReloadTakesAGoodRulesFileKeepsTheRulesForABadOneAndTells
     daemon->signal(SIGHUP);
     EXPECT_EQ(withoutTime(manager.next()), "RELOADING=1\nMONOTONIC_USEC=\nSTATUS=reloading");
     EXPECT_EQ(manager.next(), "READY=1\nSTATUS=reloaded: 2 rules");
-    EXPECT_EQ(rulesOf(*daemon), *parseRuleText("share class 08\nblock\n"));
+    EXPECT_EQ(testkit::committedRules(daemon->port()), *parseRuleText("share class 08\nblock\n"));
 
     testkit::writeFile(rules, "share\nshare rdesk host x\n");
     daemon->signal(SIGHUP);
@@ -98,7 +92,7 @@ TEST(HalvodServiceTest, ReloadTakesAGoodRulesFileKeepsTheRulesForABadOneAndTells
                                 "hosts or remote desktop; the old settings and rules stay";
     EXPECT_EQ(withoutTime(manager.next()), "RELOADING=1\nMONOTONIC_USEC=\nSTATUS=reloading");
     EXPECT_EQ(manager.next(), "READY=1\nSTATUS=running; the last reload was refused: " + refusal);
-    EXPECT_EQ(rulesOf(*daemon), *parseRuleText("share class 08\nblock\n"));
+    EXPECT_EQ(testkit::committedRules(daemon->port()), *parseRuleText("share class 08\nblock\n"));
 
     daemon->signal(SIGTERM);
     EXPECT_EQ(manager.next(), "STOPPING=1\nSTATUS=stopping");
@@ -136,8 +130,9 @@ TEST(HalvodServiceTest, EveryChangeAndFailureIsLoggedWithWhoDidIt) {
     fs::remove(rules);
     fs::create_directory(rules);
     client.request(CommandCode::startRuleTransaction);
-    client.request(CommandCode::endRuleTransaction,
-                   json::parse(R"({"action": "commit"})").as_object());
+    EXPECT_EQ((*client.request(CommandCode::endRuleTransaction,
+                               json::parse(R"({"action": "commit"})").as_object()))["status"],
+              json::value("cannot save the rules: " + rules + ": rename: Is a directory"));
     daemon->signal(SIGINT);
     EXPECT_EQ(daemon->wait(), 0);
 
@@ -166,9 +161,7 @@ TEST(HalvodServiceTest, SocketActivationServesHalvoctlOnThePassedSocket) {
         {"--devices", kDemo + "/devices.json"},
         {{}, {activator, "--listen=127.0.0.1:32999", "--fdname=control"}, false});
     ASSERT_TRUE(daemon);
-    for (int wait = 0; wait < 500 && daemon->errorOutput().empty(); ++wait) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
+    testkit::eventually([&] { return !daemon->errorOutput().empty(); });
     // The daemon starts at the first connection, on the socket it is given.
     testkit::RunResult listed = testkit::runHalvoctl({"dev", "list"});
     EXPECT_EQ(listed.status, 0) << listed.err;

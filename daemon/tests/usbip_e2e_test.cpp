@@ -18,6 +18,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using testkit::DaemonProcess;
+using testkit::eventually;
 using testkit::readFile;
 using testkit::runHalvoctl;
 using testkit::TempDir;
@@ -47,17 +48,6 @@ std::optional<std::uint32_t> import(TestClient& host, std::string_view busId) {
         EXPECT_TRUE(record && record->substr(256, busId.size() + 1) == std::string(busId) + '\0');
     }
     return status;
-}
-
-// Waits up to 3 s (the detach poll runs every second) for `check`.
-bool eventually(const std::function<bool()>& check) {
-    for (int attempt = 0; attempt < 60; ++attempt) {
-        if (check()) {
-            return true;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    }
-    return check();
 }
 
 std::string deviceList() {
@@ -121,14 +111,11 @@ TEST_F(UsbipSharing, HalvoctlSeesImportsAndEndsThemByDropAndByCommit) {
         2)
         << "another port: not found";
     EXPECT_EQ(runHalvoctl({"conn", "drop", "-p", peer[1], "127.0.0.1"}).status, 0);
-    EXPECT_NE(deviceList().find("1-1\tUSB Receiver /available/\n"), std::string::npos);
 
     TestClient fourth(kSharePort);
     ASSERT_EQ(import(fourth, "1-3.4"), 0u);
     const std::string narrower = scratch.write("narrower.rules", "share port \"1-1\"\n");
     EXPECT_EQ(runHalvoctl({"rule", "load", narrower}).status, 0);
-    EXPECT_NE(deviceList().find("1-3.4\tFT232R USB UART /available, A50285BI/\n"),
-              std::string::npos);
 
     // The host closing its connection ends the share too, and so does an
     // unplug.
@@ -143,7 +130,10 @@ TEST_F(UsbipSharing, HalvoctlSeesImportsAndEndsThemByDropAndByCommit) {
 
     daemon->signal(SIGTERM);
     EXPECT_EQ(daemon->wait(), 0);
-    const std::string events = std::regex_replace(testkit::withoutTimestamps(monitor.get().out),
+    const testkit::RunResult watched = monitor.get();
+    EXPECT_EQ(watched.status, 5);
+    EXPECT_EQ(watched.err, "\nconnection stopped by peer\n");
+    const std::string events = std::regex_replace(testkit::withoutTimestamps(watched.out),
                                                   std::regex(":[0-9]+ is"), ":P is");
     EXPECT_EQ(events, "host 127.0.0.1:P is connected\n"
                       "device id:1 \"USB Receiver\" got shared@127.0.0.1\n"
@@ -169,16 +159,11 @@ TEST_F(UsbipSharing, AMalformedRequestDropsOnlyItsHost) {
     const std::string list("\x01\x11\x80\x05\0\0\0\0", 8);
     TestClient dribbling(kSharePort);
     ASSERT_TRUE(dribbling.sendRaw(list.substr(0, 1)));
-    const std::string kMalformed[] = {
-        std::string("\x01\x00\x80\x05\0\0\0\0", 8),                        // version
-        std::string("\x01\x11\x80\x04\0\0\0\0", 8),                        // code
-        std::string("\x01\x11\x80\x03\0\0\0\0", 8) + std::string(32, 'x'), // no NUL
-    };
-    for (const std::string& request : kMalformed) {
-        TestClient host(kSharePort);
-        host.sendRaw(request);
-        EXPECT_TRUE(host.closedByPeer());
-    }
+    // Which requests are malformed is the parser's test; here the server
+    // drops the host that sent one.
+    TestClient malformed(kSharePort);
+    malformed.sendRaw(std::string("\x01\x00\x80\x05\0\0\0\0", 8));
+    EXPECT_TRUE(malformed.closedByPeer());
     TestClient leaving(kSharePort);
     leaving.sendRaw(list.substr(0, 5));
     leaving.close();

@@ -34,6 +34,17 @@ void addSysfsEntry(const fs::path& folder, const std::map<std::string, std::stri
     }
 }
 
+bool eventually(const std::function<bool()>& check, std::chrono::milliseconds timeout) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (!check()) {
+        if (std::chrono::steady_clock::now() >= deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(10ms);
+    }
+    return true;
+}
+
 TestClient::TestClient(std::uint16_t port) : fd_(connectToLoopback(port)) {}
 
 TestClient::~TestClient() {
@@ -51,12 +62,9 @@ bool TestClient::sendRaw(std::string_view bytes) {
     return sendAll(fd_, bytes);
 }
 
-bool TestClient::send(link::CommandCode command) {
-    return sendRaw(link::encodePacket(link::code(command)));
-}
-
-bool TestClient::send(link::CommandCode command, const json::object& payload) {
-    return sendRaw(link::encodePacket(link::code(command), payload));
+bool TestClient::send(link::CommandCode command, const std::optional<json::object>& payload) {
+    return sendRaw(payload ? link::encodePacket(link::code(command), *payload)
+                           : link::encodePacket(link::code(command)));
 }
 
 bool TestClient::readExactly(char* into, std::size_t size,
@@ -109,7 +117,11 @@ std::optional<Packet> TestClient::receive(std::chrono::milliseconds timeout) {
     return Packet{decoded.command, std::move(document.get_object())};
 }
 
-std::optional<json::object> TestClient::awaitReply(link::CommandCode command) {
+std::optional<json::object> TestClient::request(link::CommandCode command,
+                                                const std::optional<json::object>& payload) {
+    if (!send(command, payload)) {
+        return std::nullopt;
+    }
     while (auto packet = receive()) {
         if (packet->command == link::code(command)) {
             return std::move(packet->payload);
@@ -117,21 +129,6 @@ std::optional<json::object> TestClient::awaitReply(link::CommandCode command) {
         events.push_back(std::move(*packet));
     }
     return std::nullopt;
-}
-
-std::optional<json::object> TestClient::request(link::CommandCode command) {
-    if (!send(command)) {
-        return std::nullopt;
-    }
-    return awaitReply(command);
-}
-
-std::optional<json::object> TestClient::request(link::CommandCode command,
-                                                const json::object& payload) {
-    if (!send(command, payload)) {
-        return std::nullopt;
-    }
-    return awaitReply(command);
 }
 
 bool TestClient::closedByPeer(std::chrono::milliseconds timeout) {
@@ -287,6 +284,12 @@ int DaemonProcess::wait() {
     ::waitpid(pid_, &status, 0);
     pid_ = -1;
     return decodeStatus(status);
+}
+
+json::array committedRules(std::uint16_t port) {
+    TestClient client(port);
+    auto reply = client.request(link::CommandCode::ruleList);
+    return reply ? (*reply)["rules"].as_array() : json::array();
 }
 
 RunResult runHalvod(const std::vector<std::string>& arguments, const RunOptions& options) {

@@ -7,11 +7,13 @@
 #include "tests/support/files.h"
 #include "tests/support/process_runner.h"
 
+#include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
 #include <chrono>
 #include <cstdint>
 #include <deque>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -26,6 +28,10 @@ namespace halvo::testkit {
 // ended by a line feed.
 void addSysfsEntry(const std::filesystem::path& folder,
                    const std::map<std::string, std::string>& attributes);
+
+// Whether `check` holds within the time, tried every 10 ms.
+bool eventually(const std::function<bool()>& check,
+                std::chrono::milliseconds timeout = std::chrono::seconds(5));
 
 // A rules saver that answers each save as told and counts them.
 class ScriptedSaver final : public daemon::RulesSaver {
@@ -53,17 +59,18 @@ class TestClient {
     TestClient& operator=(const TestClient&) = delete;
 
     bool sendRaw(std::string_view bytes);
-    bool send(link::CommandCode command);
-    bool send(link::CommandCode command, const boost::json::object& payload);
+    // Without a payload the packet is a bare header.
+    bool send(link::CommandCode command,
+              const std::optional<boost::json::object>& payload = std::nullopt);
 
     // The next packet, or nothing when none came in time or the link ended.
     std::optional<Packet> receive(std::chrono::milliseconds timeout = std::chrono::seconds(5));
 
     // Sends a request and returns the reply with the same command code;
     // events that arrive first are kept in `events`.
-    std::optional<boost::json::object> request(link::CommandCode command);
-    std::optional<boost::json::object> request(link::CommandCode command,
-                                               const boost::json::object& payload);
+    std::optional<boost::json::object>
+    request(link::CommandCode command,
+            const std::optional<boost::json::object>& payload = std::nullopt);
 
     // The next `size` bytes, unframed (for other protocols than halvo's), or
     // nothing when they did not all come in time.
@@ -79,7 +86,6 @@ class TestClient {
 
   private:
     bool readExactly(char* into, std::size_t size, std::chrono::steady_clock::time_point deadline);
-    std::optional<boost::json::object> awaitReply(link::CommandCode command);
 
     int fd_ = -1;
 };
@@ -126,6 +132,9 @@ class DaemonProcess {
     std::uint16_t port_ = 0;
     std::unique_ptr<TempDir> scratch_;
 };
+
+// The committed rules of the daemon on `port` (empty when it does not answer).
+boost::json::array committedRules(std::uint16_t port);
 
 // Runs halvod with the arguments to its end (killed at the options' bound),
 // kept off the machine's config file and rules folder as `start` does.
