@@ -76,7 +76,9 @@ RunResult runProgram(const std::string& program, const std::vector<std::string>&
 RunResult runInChild(const std::function<int()>& body, std::string_view input,
                      std::chrono::milliseconds limit) {
     std::FILE* streams[] = {std::tmpfile(), std::tmpfile(), std::tmpfile()};
-    std::fwrite(input.data(), 1, input.size(), streams[0]);
+    if (!input.empty()) { // an empty view may hold no pointer, which fwrite may not take
+        std::fwrite(input.data(), 1, input.size(), streams[0]);
+    }
     std::rewind(streams[0]);
     std::fflush(nullptr); // the runner's pending output must not be written twice
     const pid_t child = fork();
