@@ -218,7 +218,7 @@ TEST_F(RequestHandlerTest, VerdictComesFromTheClientsOwnRules) {
         "share (default)");
 }
 
-TEST_F(RequestHandlerTest, DropsConnectionsByHostPortOrProcessWithHostEvents) {
+TEST_F(RequestHandlerTest, DropsAndUnplugsWithTheirEvents) {
     EXPECT_EQ(
         statusOf(kAlice, CommandCode::killConnection, R"({"host": "10.0.0.5", "port": 1001})"),
         "ok");
@@ -236,9 +236,7 @@ TEST_F(RequestHandlerTest, DropsConnectionsByHostPortOrProcessWithHostEvents) {
     ASSERT_EQ(lastEvents.size(), 1u);
     EXPECT_EQ(lastEvents[0].payload["state"], "killed");
     EXPECT_EQ(ask(kAlice, CommandCode::connectionList)["connections"], json::array());
-}
 
-TEST_F(RequestHandlerTest, UnplugAnnouncesTheDeviceAndOffersItAgain) {
     EXPECT_EQ(statusOf(kAlice, CommandCode::disconnectDevice, R"({"id": 2})"), "ok");
     ASSERT_EQ(lastEvents.size(), 1u);
     EXPECT_EQ(lastEvents[0].code, CommandCode::deviceEvent);

@@ -81,10 +81,9 @@ TEST_F(ServerTest, ServesManyClientsAtOnce) {
             TestClient client(port);
             for (int round = 0; round < kRounds; ++round) {
                 auto list = client.request(CommandCode::deviceList);
-                json::object test;
-                test["id"] = 2;
-                test["type"] = "rdesk";
-                auto verdict = client.request(CommandCode::testRule, test);
+                auto verdict =
+                    client.request(CommandCode::testRule,
+                                   json::parse(R"({"id": 2, "type": "rdesk"})").as_object());
                 if (list && (*list)["devices"].as_array().size() == 2 && verdict &&
                     (*verdict)["verdict"] == "block (default)") {
                     ++good;

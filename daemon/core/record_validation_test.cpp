@@ -46,12 +46,7 @@ std::string refusal(const json::array& rules) {
     return !accepted ? accepted.error() : "accepted";
 }
 
-struct RefusalCase {
-    const char* record;
-    const char* reason;
-};
-
-const RefusalCase kRefusals[] = {
+const std::pair<const char*, const char*> kRefusals[] = {
     {R"({})", R"("action" is missing)"},
     {R"({"action":"allow"})", R"("action" must be "share" or "block")"},
     {R"({"action":"share","colour":"red"})", R"(unknown key "colour")"},
@@ -76,9 +71,8 @@ const RefusalCase kRefusals[] = {
 };
 
 TEST(RecordValidationTest, RefusalNamesTheBrokenInvariant) {
-    for (const RefusalCase& row : kRefusals) {
-        EXPECT_EQ(validateRule(record(row.record)), std::optional<std::string>(row.reason))
-            << row.record;
+    for (const auto& [text, reason] : kRefusals) {
+        EXPECT_EQ(validateRule(record(text)), std::optional<std::string>(reason)) << text;
     }
 }
 

@@ -15,29 +15,22 @@ using Commit = RuleStore::CommitOutcome;
 // the new file was in place changes nothing and keeps the transaction; once
 // the file is in place the commit stands, unsynced or not.
 TEST(RuleStoreTest, CommitFollowsWhatTheSaveDid) {
-    const struct {
-        Saved saved;
-        Commit told;
-        bool adopted;
-    } cases[] = {
-        {Saved::saved, Commit::committed, true},
-        {Saved::savedUnsynced, Commit::committed, true},
-        {Saved::notSaved, Commit::notSaved, false},
-    };
+    const std::pair<Saved, bool> cases[] = {
+        {Saved::saved, true}, {Saved::savedUnsynced, true}, {Saved::notSaved, false}};
     const json::array before = json::parse(R"([{"action":"block"}])").as_array();
     const json::array after = json::parse(R"([{"action":"share"}])").as_array();
-    for (const auto& c : cases) {
+    for (const auto& [saved, adopted] : cases) {
         testkit::ScriptedSaver saver;
-        saver.next = {c.saved, c.saved == Saved::saved ? "" : "disk: Input/output error"};
+        saver.next = {saved, saved == Saved::saved ? "" : "disk: Input/output error"};
         RuleStore store(before, &saver);
         store.begin(1);
         store.replace(1, after);
         const RuleStore::CommitResult result = store.commit(1);
-        EXPECT_EQ(result.outcome, c.told);
+        EXPECT_EQ(result.outcome, adopted ? Commit::committed : Commit::notSaved);
         EXPECT_EQ(result.problem, saver.next.problem);
-        EXPECT_EQ(store.committed(), c.adopted ? after : before);
-        EXPECT_EQ(store.holds(1), !c.adopted);
-        EXPECT_EQ(store.version(), c.adopted ? 1u : 0u);
+        EXPECT_EQ(store.committed(), adopted ? after : before);
+        EXPECT_EQ(store.holds(1), !adopted);
+        EXPECT_EQ(store.version(), adopted ? 1u : 0u);
     }
 }
 

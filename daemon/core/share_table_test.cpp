@@ -62,19 +62,11 @@ TEST(ShareTableTest, HostsSeeAndImportOnlyWhatTheRulesShareWithThem) {
     EXPECT_EQ(ports(sharing.shares.visibleTo("10.0.0.5")), "1-1 1-2 ");
     EXPECT_EQ(ports(sharing.shares.visibleTo("10.0.0.6")), "");
 
-    struct Case {
-        const char* port;
-        RemoteHost host;
-        ImportStatus status;
-    };
-    const Case refused[] = {
-        {"1-3", kLab, ImportStatus::noDevice},
-        {"9-9", kLab, ImportStatus::noDevice},
-        {"1-1", {"10.0.0.6", 1000}, ImportStatus::noDevice},
-    };
-    for (const Case& test : refused) {
-        ImportResult result = sharing.shares.import(test.port, test.host, 7);
-        EXPECT_EQ(result.status, test.status) << test.port << " for " << test.host.addr;
+    const std::pair<const char*, RemoteHost> refused[] = {
+        {"1-3", kLab}, {"9-9", kLab}, {"1-1", {"10.0.0.6", 1000}}};
+    for (const auto& [port, host] : refused) {
+        ImportResult result = sharing.shares.import(port, host, 7);
+        EXPECT_EQ(result.status, ImportStatus::noDevice) << port << " for " << host.addr;
         EXPECT_TRUE(result.events.empty());
     }
     EXPECT_TRUE(sharing.handOff.calls.empty());

@@ -65,68 +65,54 @@ TEST(OptionsTest, TheSampleConfigFileHoldsValidSettings) {
 }
 
 TEST(OptionsTest, EveryProblemIsNamed) {
-    TempDir scratch;
-    const std::string missing = (scratch / "none.conf").string();
-    struct Case {
-        std::vector<std::string> arguments;
-        std::string config; // the config file's text; empty: none
-        std::string problem;
-    };
-    const std::string conf = (scratch / "halvod.conf").string();
-    const Case kCases[] = {
+    const std::pair<std::vector<std::string>, std::string> kCommandLines[] = {
         {{"--listen", "localhost:1"},
-         "",
          "--listen wants an IP address and a port, as 127.0.0.1:32999; \"localhost\" is a name"},
         {{"--listen", "127.0.0.1"},
-         "",
          "--listen wants an IP address and a port, as 127.0.0.1:32999, not \"127.0.0.1\""},
         {{"--share-listen", "[::1]:65536"},
-         "",
          "--share-listen wants a port from 0 to 65535 after the address, not \"65536\""},
         {{"--listen", "0.0.0.0:0"},
-         "",
          "refusing to listen on 0.0.0.0: the protocol has no authentication (add "
          "--allow-remote to do it anyway)"},
-        {{"--default", "allow"}, "", "--default wants share or block, not \"allow\""},
+        {{"--default", "allow"}, "--default wants share or block, not \"allow\""},
         {{"--rescan-ms", "0"},
-         "",
          "--rescan-ms wants a number of milliseconds from 1 to 3600000, not \"0\""},
         {{"--max-clients", "0"},
-         "",
          "--max-clients wants a whole number from 1 to 1073741824, not \"0\""},
         {{"--idle-seconds", "1s"},
-         "",
          "--idle-seconds wants a number of seconds from 1 to 1073741824, not \"1s\""},
-        {{"--sysfs", "/sys", "--devices", "d.json"},
-         "",
-         "--sysfs and --devices exclude each other"},
-        {{"--rules", "r", "--rules-in-memory"},
-         "",
-         "--rules and --rules-in-memory exclude each other"},
-        {{"--verbose"}, "", "unknown option \"--verbose\""},
-        {{"--rules"}, "", "--rules needs a value"},
-        {{"--allow-remote=yes"}, "", "--allow-remote takes no value"},
-        {{"--default", "share", "--default", "block"}, "", "--default is given more than once"},
-        {{"--config", missing},
-         "",
-         "cannot read the config file " + missing + ": No such file or directory"},
-        {{"--config", conf}, "verbose = 1\n", conf + ": unknown option \"verbose\""},
-        {{"--config", conf},
-         "--listen 127.0.0.1:1\n",
-         conf + ": \"--listen 127.0.0.1:1\" is no \"name = value\" line"},
-        {{"--config", conf}, "config = /etc/other.conf\n", conf + ": unknown option \"config\""},
-        {{"--config", conf},
-         "allow-remote = maybe\n",
-         conf + ": allow-remote wants true or false, not \"maybe\""},
-        {{"--config", conf},
-         "listen = [::1]:x\n",
-         conf + ": listen wants a port from 0 to 65535 after the address, not \"x\""},
+        {{"--sysfs", "/sys", "--devices", "d.json"}, "--sysfs and --devices exclude each other"},
+        {{"--rules", "r", "--rules-in-memory"}, "--rules and --rules-in-memory exclude each other"},
+        {{"--verbose"}, "unknown option \"--verbose\""},
+        {{"--rules"}, "--rules needs a value"},
+        {{"--allow-remote=yes"}, "--allow-remote takes no value"},
+        {{"--default", "share", "--default", "block"}, "--default is given more than once"},
     };
-    for (const Case& row : kCases) {
-        testkit::writeFile(conf, row.config);
-        auto parsed = parse(row.arguments, row.arguments[0] == "--config" ? "" : "/dev/null");
-        ASSERT_TRUE(std::holds_alternative<std::string>(parsed)) << row.problem;
-        EXPECT_EQ(std::get<std::string>(parsed), row.problem);
+    for (const auto& [arguments, problem] : kCommandLines) {
+        auto parsed = parse(arguments);
+        ASSERT_TRUE(std::holds_alternative<std::string>(parsed)) << problem;
+        EXPECT_EQ(std::get<std::string>(parsed), problem);
+    }
+
+    TempDir scratch;
+    const std::string missing = (scratch / "none.conf").string();
+    EXPECT_EQ(std::get<std::string>(parse({}, missing)),
+              "cannot read the config file " + missing + ": No such file or directory");
+    const std::string conf = (scratch / "halvod.conf").string();
+    const std::pair<std::string, std::string> kConfigs[] = {
+        {"verbose = 1\n", ": unknown option \"verbose\""},
+        {"--listen 127.0.0.1:1\n", ": \"--listen 127.0.0.1:1\" is no \"name = value\" line"},
+        {"config = /etc/other.conf\n", ": unknown option \"config\""},
+        {"allow-remote = maybe\n", ": allow-remote wants true or false, not \"maybe\""},
+        {"listen = [::1]:x\n",
+         ": listen wants a port from 0 to 65535 after the address, not \"x\""},
+    };
+    for (const auto& [text, problem] : kConfigs) {
+        testkit::writeFile(conf, text);
+        auto parsed = parse({}, conf);
+        ASSERT_TRUE(std::holds_alternative<std::string>(parsed)) << problem;
+        EXPECT_EQ(std::get<std::string>(parsed), conf + problem);
     }
 }
 

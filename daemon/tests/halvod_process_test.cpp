@@ -30,19 +30,15 @@ TEST(HalvodProcessTest, StartLoadsTheRulesAndClearsWhatAnInterruptedSaveLeft) {
     auto daemon = DaemonProcess::start({"--devices", kDevices, "--rules", rulesPath});
     ASSERT_TRUE(daemon);
     EXPECT_EQ(testkit::committedRules(daemon->port()), *parseRuleText("share class 08\nblock\n"));
-    std::vector<std::string> files;
-    for (const auto& entry : std::filesystem::directory_iterator(scratch.path())) {
-        files.push_back(entry.path().filename().string());
-    }
-    EXPECT_EQ(files, std::vector<std::string>{"halvod.rules"});
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(scratch.path()), {}), 1);
+    EXPECT_TRUE(std::filesystem::exists(rulesPath));
 }
 
 // The uevents reach the daemon on a socket handed to it; that every client
 // hears the events is the server's test.
 TEST(HalvodProcessTest, UeventsBringHotplugAndUnplug) {
     TempDir bus;
-    testkit::addSysfsEntry(bus / "1-1",
-                           {{"idVendor", "046d"}, {"idProduct", "c31c"}, {"product", "Keyboard"}});
+    testkit::addSysfsEntry(bus / "1-1", "idVendor=046d;idProduct=c31c;product=Keyboard");
     int kernel[2];
     ASSERT_EQ(::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, kernel), 0);
     // A period that never ends within the test: only the uevents can bring
@@ -59,8 +55,7 @@ TEST(HalvodProcessTest, UeventsBringHotplugAndUnplug) {
     // device whole before it reports it.
     std::filesystem::remove_all(bus / "1-1");
     TempDir staging;
-    testkit::addSysfsEntry(staging / "1-2",
-                           {{"idVendor", "0781"}, {"idProduct", "5567"}, {"product", "Stick"}});
+    testkit::addSysfsEntry(staging / "1-2", "idVendor=0781;idProduct=5567;product=Stick");
     std::filesystem::rename(staging / "1-2", bus / "1-2");
     for (const std::string& report :
          {testkit::usbUevent("remove", "1-1"), testkit::usbUevent("add", "1-2")}) {

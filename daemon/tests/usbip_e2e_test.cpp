@@ -188,11 +188,10 @@ TEST_F(UsbipSharing, SysfsDevicesGoToUsbipHostAndComeBack) {
         fs::create_directories((bus / file).parent_path());
         writeFile(bus / file, "");
     }
-    testkit::addSysfsEntry(bus / "devices" / "1-2",
-                           {{"idVendor", "0781"}, {"idProduct", "5567"}, {"usbip_status", "2"}});
+    testkit::addSysfsEntry(bus / "devices" / "1-2", "idVendor=0781;idProduct=5567;usbip_status=2");
     writeFile(bus / "devices" / "1-2" / "usbip_sockfd", "");
     fs::create_directory_symlink("../../drivers/usb", bus / "devices" / "1-2" / "driver");
-    testkit::addSysfsEntry(bus / "devices" / "1-3", {{"idVendor", "0951"}, {"idProduct", "1666"}});
+    testkit::addSysfsEntry(bus / "devices" / "1-3", "idVendor=0951;idProduct=1666");
     fs::create_directory_symlink("../../drivers/usbip-host", bus / "devices" / "1-3" / "driver");
     auto file = [&](const char* name) { return readFile(bus / name); };
 

@@ -6,14 +6,12 @@ namespace halvo::daemon::usbip {
 namespace {
 
 std::string header(std::uint16_t version, std::uint16_t code) {
-    return {static_cast<char>(version >> 8),
-            static_cast<char>(version & 0xff),
-            static_cast<char>(code >> 8),
-            static_cast<char>(code & 0xff),
-            '\0',
-            '\0',
-            '\0',
-            '\0'};
+    const std::uint32_t word = std::uint32_t{version} << 16 | code;
+    std::string bytes(8, '\0');
+    for (std::size_t index = 0; index < 4; ++index) {
+        bytes[index] = static_cast<char>(word >> (24 - 8 * index));
+    }
+    return bytes;
 }
 
 std::string busId(std::string_view text) {

@@ -35,20 +35,11 @@ TEST(UsbipWireTest, EncodesDeviceListsAndImportRepliesBigEndian) {
     EXPECT_EQ(hex(list, 0, 12), "011100050000000000000001");
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(&list[12])), device.bus.sysfsPath);
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(&list[12 + 256])), "1-2.3");
-    EXPECT_EQ(hex(list, 12 + 288, 32), "00000001"
-                                       "00000007"
-                                       "00000003"
-                                       "0781"
-                                       "5567"
-                                       "0100"
-                                       "00"
-                                       "00"
-                                       "00"
-                                       "01"
-                                       "01"
-                                       "02"
-                                       "08065000"
-                                       "03010200");
+    // busnum devnum speed, vid pid rev, class triple, config/configs/interfaces, the interfaces.
+    std::string numbers =
+        "00000001 00000007 00000003 0781 5567 0100 000000 010102 08065000 03010200";
+    std::erase(numbers, ' ');
+    EXPECT_EQ(hex(list, 12 + 288, 32), numbers);
 
     auto refused = encodeImportReply(Status::noDevice, &device);
     EXPECT_EQ(hex(refused, 0, refused.size()), "0111000300000004");

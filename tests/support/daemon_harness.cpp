@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <fstream>
 #include <poll.h>
+#include <regex>
 #include <signal.h>
 #include <sstream>
 #include <sys/socket.h>
@@ -27,10 +28,12 @@ namespace fs = std::filesystem;
 namespace json = boost::json;
 using namespace std::chrono_literals;
 
-void addSysfsEntry(const fs::path& folder, const std::map<std::string, std::string>& attributes) {
+void addSysfsEntry(const fs::path& folder, std::string_view attributes) {
     fs::create_directories(folder);
-    for (const auto& [name, value] : attributes) {
-        writeFile(folder / name, value + "\n");
+    std::istringstream entries{std::string(attributes)};
+    for (std::string entry; std::getline(entries, entry, ';');) {
+        const std::size_t equals = entry.find('=');
+        writeFile(folder / entry.substr(0, equals), entry.substr(equals + 1) + "\n");
     }
 }
 
@@ -167,15 +170,6 @@ std::vector<std::string> isolated(const std::vector<std::string>& arguments) {
     return result;
 }
 
-std::vector<char*> pointersTo(std::vector<std::string>& strings) {
-    std::vector<char*> pointers;
-    for (std::string& text : strings) {
-        pointers.push_back(text.data());
-    }
-    pointers.push_back(nullptr);
-    return pointers;
-}
-
 pid_t spawnHalvod(const std::vector<std::string>& arguments, const fs::path& errorFile,
                   const DaemonLaunch& launch = {}) {
     // Everything the child needs is made before the fork: a test process
@@ -184,7 +178,7 @@ pid_t spawnHalvod(const std::vector<std::string>& arguments, const fs::path& err
     argv.emplace_back(HALVOD_PATH);
     const std::vector<std::string> own = isolated(arguments);
     argv.insert(argv.end(), own.begin(), own.end());
-    std::vector<char*> pointers = pointersTo(argv);
+    std::vector<char*> pointers = execPointers(argv);
     std::vector<std::string> environment = launch.environment;
     if (launch.ueventSocket >= 0) {
         environment.push_back("HALVOD_UEVENT_FD=" + std::to_string(launch.ueventSocket));
@@ -192,7 +186,7 @@ pid_t spawnHalvod(const std::vector<std::string>& arguments, const fs::path& err
     for (char** entry = environ; *entry != nullptr; ++entry) {
         environment.emplace_back(*entry);
     }
-    std::vector<char*> environmentPointers = pointersTo(environment);
+    std::vector<char*> environmentPointers = execPointers(environment);
     const std::string errorPath = errorFile.string();
     pid_t pid = ::fork();
     if (pid != 0) {
@@ -219,14 +213,12 @@ int decodeStatus(int status) {
 
 // The port of the line "halvod: listening on ADDR:PORT".
 std::optional<std::uint16_t> announcedPort(const std::string& output) {
-    const std::string kMarker = "listening on ";
-    std::size_t start = output.find(kMarker);
-    std::size_t end = output.find('\n', start);
-    if (start == std::string::npos || end == std::string::npos) {
+    static const std::regex kLine("listening on .*:([0-9]+)\n");
+    std::smatch port;
+    if (!std::regex_search(output, port, kLine)) {
         return std::nullopt;
     }
-    std::string line = output.substr(start, end - start);
-    return static_cast<std::uint16_t>(std::stoul(line.substr(line.rfind(':') + 1)));
+    return static_cast<std::uint16_t>(std::stoul(port[1]));
 }
 
 } // namespace

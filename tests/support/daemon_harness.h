@@ -14,7 +14,6 @@
 #include <deque>
 #include <filesystem>
 #include <functional>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -25,9 +24,8 @@
 namespace halvo::testkit {
 
 // A sysfs folder as the kernel shows it: one attribute a file, each value
-// ended by a line feed.
-void addSysfsEntry(const std::filesystem::path& folder,
-                   const std::map<std::string, std::string>& attributes);
+// ended by a line feed.  `attributes` is "name=value" entries split by ';'.
+void addSysfsEntry(const std::filesystem::path& folder, std::string_view attributes);
 
 // Whether `check` holds within the time, tried every 10 ms.
 bool eventually(const std::function<bool()>& check,

@@ -48,7 +48,8 @@ int acceptConnection(int listener) {
 #endif
 }
 
-ssize_t sendQuietly(int fd, const void* data, std::size_t size) {
+// A closed peer is reported as EPIPE instead of a signal.
+static ssize_t sendQuietly(int fd, const void* data, std::size_t size) {
 #if defined(MSG_NOSIGNAL)
     return ::send(fd, data, size, MSG_NOSIGNAL);
 #else

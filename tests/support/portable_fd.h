@@ -14,8 +14,6 @@ namespace halvo::testkit {
 int openSocket(int domain, int type);
 int acceptConnection(int listener);
 
-// send(2) that reports a closed peer as EPIPE instead of a signal.
-ssize_t sendQuietly(int fd, const void* data, std::size_t size);
 // Sends every byte; false once the peer has gone.
 bool sendAll(int fd, std::string_view bytes);
 

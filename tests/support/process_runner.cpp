@@ -35,15 +35,6 @@ std::vector<std::string> childEnvironment(const RunOptions& options) {
     return env;
 }
 
-std::vector<char*> pointers(std::vector<std::string>& strings) {
-    std::vector<char*> result;
-    for (std::string& s : strings) {
-        result.push_back(s.data());
-    }
-    result.push_back(nullptr);
-    return result;
-}
-
 // The whole of `file` from its start; closes it.
 std::string drain(std::FILE* file) {
     std::string text;
@@ -58,13 +49,22 @@ std::string drain(std::FILE* file) {
 
 } // namespace
 
+std::vector<char*> execPointers(std::vector<std::string>& strings) {
+    std::vector<char*> result;
+    for (std::string& s : strings) {
+        result.push_back(s.data());
+    }
+    result.push_back(nullptr);
+    return result;
+}
+
 RunResult runProgram(const std::string& program, const std::vector<std::string>& args,
                      const RunOptions& options) {
     std::vector<std::string> argvStrings{program};
     argvStrings.insert(argvStrings.end(), args.begin(), args.end());
     std::vector<std::string> envStrings = childEnvironment(options);
-    std::vector<char*> argv = pointers(argvStrings);
-    std::vector<char*> envp = pointers(envStrings);
+    std::vector<char*> argv = execPointers(argvStrings);
+    std::vector<char*> envp = execPointers(envStrings);
     return runInChild(
         [&] {
             execve(argv[0], argv.data(), envp.data());

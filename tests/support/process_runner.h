@@ -22,6 +22,9 @@ struct RunOptions {
     std::chrono::milliseconds timeout{15000};
 };
 
+// The strings' data followed by a null pointer, as execve takes them.
+std::vector<char*> execPointers(std::vector<std::string>& strings);
+
 RunResult runProgram(const std::string& program, const std::vector<std::string>& args,
                      const RunOptions& options = {});
 

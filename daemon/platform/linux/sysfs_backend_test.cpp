@@ -25,40 +25,21 @@ using testkit::addSysfsEntry;
 // with a serial, an external hub, a built-in camera without a product name
 // and a device whose authorisation was withdrawn.
 void addSampleBus(const fs::path& root) {
-    addSysfsEntry(root / "usb1",
-                  {{"idVendor", "1d6b"}, {"idProduct", "0002"}, {"bDeviceClass", "09"}});
-    addSysfsEntry(root / "1-1", {{"idVendor", "046d"},
-                                 {"idProduct", "c31c"},
-                                 {"bcdDevice", "0110"},
-                                 {"bDeviceClass", "00"},
-                                 {"product", "USB Keyboard"},
-                                 {"manufacturer", "Logitech"},
-                                 {"removable", "removable"},
-                                 {"authorized", "1"}});
-    addSysfsEntry(root / "1-1" / "1-1:1.1",
-                  {{"bInterfaceClass", "03"}, {"bInterfaceSubClass", "00"}});
-    addSysfsEntry(
-        root / "1-1" / "1-1:1.0",
-        {{"bInterfaceClass", "03"}, {"bInterfaceSubClass", "01"}, {"bInterfaceProtocol", "01"}});
-    addSysfsEntry(root / "1-1:1.0", {{"bInterfaceClass", "03"}});
-    addSysfsEntry(root / "1-2.3", {{"idVendor", "0781"},
-                                   {"idProduct", "5567"},
-                                   {"bcdDevice", "0100"},
-                                   {"bDeviceClass", "00"},
-                                   {"product", "Cruzer Blade"},
-                                   {"serial", "4C5300"},
-                                   {"removable", "unknown"}});
-    addSysfsEntry(root / "1-2",
-                  {{"idVendor", "05e3"}, {"idProduct", "0610"}, {"bDeviceClass", "09"}});
-    addSysfsEntry(root / "1-4", {{"idVendor", "04f2"},
-                                 {"idProduct", "b6d9"},
-                                 {"bcdDevice", "5626"},
-                                 {"bDeviceClass", "ef"},
-                                 {"bDeviceSubClass", "02"},
-                                 {"bDeviceProtocol", "01"},
-                                 {"manufacturer", "Chicony"},
-                                 {"removable", "fixed"}});
-    addSysfsEntry(root / "2-1", {{"idVendor", "0403"}, {"idProduct", "6001"}, {"authorized", "0"}});
+    addSysfsEntry(root / "usb1", "idVendor=1d6b;idProduct=0002;bDeviceClass=09");
+    addSysfsEntry(root / "1-1",
+                  "idVendor=046d;idProduct=c31c;bcdDevice=0110;bDeviceClass=00;"
+                  "product=USB Keyboard;manufacturer=Logitech;removable=removable;authorized=1");
+    addSysfsEntry(root / "1-1" / "1-1:1.1", "bInterfaceClass=03;bInterfaceSubClass=00");
+    addSysfsEntry(root / "1-1" / "1-1:1.0",
+                  "bInterfaceClass=03;bInterfaceSubClass=01;bInterfaceProtocol=01");
+    addSysfsEntry(root / "1-1:1.0", "bInterfaceClass=03");
+    addSysfsEntry(root / "1-2.3", "idVendor=0781;idProduct=5567;bcdDevice=0100;bDeviceClass=00;"
+                                  "product=Cruzer Blade;serial=4C5300;removable=unknown");
+    addSysfsEntry(root / "1-2", "idVendor=05e3;idProduct=0610;bDeviceClass=09");
+    addSysfsEntry(root / "1-4",
+                  "idVendor=04f2;idProduct=b6d9;bcdDevice=5626;bDeviceClass=ef;bDeviceSubClass=02;"
+                  "bDeviceProtocol=01;manufacturer=Chicony;removable=fixed");
+    addSysfsEntry(root / "2-1", "idVendor=0403;idProduct=6001;authorized=0");
 }
 
 json::array listOf(const std::vector<Device>& devices) {
@@ -110,8 +91,7 @@ TEST(SysfsBackendTest, HotplugBecomesDeviceEventsIdsStayAndAnUnreadableBusChange
 
     events.clear();
     fs::remove_all(root / "1-2.3");
-    addSysfsEntry(root / "1-5",
-                  {{"idVendor", "1050"}, {"idProduct", "0407"}, {"product", "YubiKey"}});
+    addSysfsEntry(root / "1-5", "idVendor=1050;idProduct=0407;product=YubiKey");
     writeFile(root / "2-1" / "authorized", "1\n");
     watcher.rescan();
     ASSERT_EQ(events.size(), 3u);
@@ -127,8 +107,7 @@ TEST(SysfsBackendTest, HotplugBecomesDeviceEventsIdsStayAndAnUnreadableBusChange
 
     // The same stick plugged in again is a new device with a new id.
     events.clear();
-    addSysfsEntry(root / "1-2.3",
-                  {{"idVendor", "0781"}, {"idProduct", "5567"}, {"product", "Cruzer Blade"}});
+    addSysfsEntry(root / "1-2.3", "idVendor=0781;idProduct=5567;product=Cruzer Blade");
     watcher.rescan();
     ASSERT_EQ(events.size(), 1u);
     EXPECT_EQ(events[0].payload["id"], 6);
@@ -145,7 +124,7 @@ TEST(SysfsBackendTest, HotplugBecomesDeviceEventsIdsStayAndAnUnreadableBusChange
 
 TEST(SysfsBackendTest, UnplugWithdrawsAuthorisationThenGrantsIt) {
     TempDir root;
-    addSysfsEntry(root / "1-1", {{"idVendor", "046d"}, {"idProduct", "c31c"}});
+    addSysfsEntry(root / "1-1", "idVendor=046d;idProduct=c31c");
     // A FIFO instead of the attribute records every write in order.
     ASSERT_EQ(::mkfifo((root / "1-1" / "authorized").c_str(), 0600), 0);
     std::string written;
@@ -175,19 +154,13 @@ TEST(SysfsBackendTest, UnplugWithdrawsAuthorisationThenGrantsIt) {
 
 TEST(SysfsBackendTest, ReadsTheBusDescriptionThatImportingHostsAreTold) {
     TempDir root;
-    fs::create_directories(root / "devices" / "usb1" / "1-2");
-    addSysfsEntry(root / "devices" / "usb1" / "1-2", {{"idVendor", "0781"},
-                                                      {"idProduct", "5567"},
-                                                      {"bDeviceClass", "00"},
-                                                      {"busnum", "1"},
-                                                      {"devnum", "12"},
-                                                      {"bConfigurationValue", "1"},
-                                                      {"bNumConfigurations", "2"}});
+    addSysfsEntry(root / "devices" / "usb1" / "1-2",
+                  "idVendor=0781;idProduct=5567;bDeviceClass=00;busnum=1;devnum=12;"
+                  "bConfigurationValue=1;bNumConfigurations=2");
     const fs::path folder = root / "devices" / "usb1" / "1-2";
-    addSysfsEntry(folder / "1-2:1.10", {{"bInterfaceClass", "ff"}});
-    addSysfsEntry(
-        folder / "1-2:1.2",
-        {{"bInterfaceClass", "08"}, {"bInterfaceSubClass", "06"}, {"bInterfaceProtocol", "50"}});
+    addSysfsEntry(folder / "1-2:1.10", "bInterfaceClass=ff");
+    addSysfsEntry(folder / "1-2:1.2",
+                  "bInterfaceClass=08;bInterfaceSubClass=06;bInterfaceProtocol=50");
     fs::create_directories(root / "bus");
     fs::create_directory_symlink(folder, root / "bus" / "1-2");
 

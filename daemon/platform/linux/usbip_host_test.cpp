@@ -16,9 +16,9 @@ struct Bus {
         for (const char* driver : {"usb", "usbip-host"}) {
             fs::create_directories(root / "drivers" / driver);
         }
-        testkit::addSysfsEntry(root / "devices" / "1-2", {{"usbip_status", "1"}});
+        testkit::addSysfsEntry(root / "devices" / "1-2", "usbip_status=1");
         fs::create_directory_symlink("../../drivers/usb", root / "devices" / "1-2" / "driver");
-        testkit::addSysfsEntry(root / "devices" / "1-3", {{"usbip_status", "1"}});
+        testkit::addSysfsEntry(root / "devices" / "1-3", "usbip_status=1");
         fs::create_directory_symlink("../../drivers/usbip-host",
                                      root / "devices" / "1-3" / "driver");
     }
