@@ -145,10 +145,7 @@ TEST(HalvodServiceTest, SocketActivationServesHalvoctlOnThePassedSocket) {
     if (!fs::exists(activator)) {
         GTEST_SKIP() << "systemd-socket-activate is not installed";
     }
-    static const bool isolated = [] {
-        testkit::isolateDaemonPort();
-        return true;
-    }();
+    static const bool isolated = testkit::isolateDaemonPort();
     (void)isolated;
     auto daemon = DaemonProcess::start(
         {"--devices", kDemo + "/devices.json"},
