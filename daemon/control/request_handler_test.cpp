@@ -200,22 +200,19 @@ TEST_F(RequestHandlerTest, InsertedRuleNamesExactlyThatDeviceAtTheTop) {
 }
 
 TEST_F(RequestHandlerTest, VerdictComesFromTheClientsOwnRules) {
-    EXPECT_EQ(ask(kBob, CommandCode::testRule, R"({"id": 1, "type": "rdesk"})")["verdict"],
-              "block (rule #1)");
-    EXPECT_EQ(
-        ask(kBob, CommandCode::testRule, R"({"id": 2, "type": "net", "addr": "h"})")["verdict"],
-        "share (default)");
+    const auto verdict = [&](ClientId client, const char* request) {
+        return ask(client, CommandCode::testRule, request)["verdict"];
+    };
+    const char* const kNetHost = R"({"id": 2, "type": "net", "addr": "h"})";
+    EXPECT_EQ(verdict(kBob, R"({"id": 1, "type": "rdesk"})"), "block (rule #1)");
+    EXPECT_EQ(verdict(kBob, kNetHost), "share (default)");
 
     ASSERT_EQ(statusOf(kAlice, CommandCode::startRuleTransaction), "ok");
     ASSERT_EQ(statusOf(kAlice, CommandCode::loadRuleList,
                        R"({"rules": [{"action": "block", "host": ["h"]}]})"),
               "ok");
-    EXPECT_EQ(
-        ask(kAlice, CommandCode::testRule, R"({"id": 2, "type": "net", "addr": "h"})")["verdict"],
-        "block (rule #1)");
-    EXPECT_EQ(
-        ask(kBob, CommandCode::testRule, R"({"id": 2, "type": "net", "addr": "h"})")["verdict"],
-        "share (default)");
+    EXPECT_EQ(verdict(kAlice, kNetHost), "block (rule #1)");
+    EXPECT_EQ(verdict(kBob, kNetHost), "share (default)");
 }
 
 TEST_F(RequestHandlerTest, DropsAndUnplugsWithTheirEvents) {
