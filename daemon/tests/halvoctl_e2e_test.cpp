@@ -45,12 +45,6 @@ const char* const kExampleRuleList = "1: share host \"10.0.0.5\" class 08\n"
                                      "5: share hwid 0403:6001 serial \"A50285BI\"\n"
                                      "6: block !rdesk name contains \"YubiKey\"\n";
 
-struct Expected {
-    std::string out;
-    std::string err;
-    int status;
-};
-
 class HalvoctlAgainstHalvod : public ::testing::Test {
   protected:
     static void SetUpTestSuite() {
@@ -69,13 +63,14 @@ class HalvoctlAgainstHalvod : public ::testing::Test {
         ASSERT_TRUE(daemon) << "halvod did not start on 127.0.0.1:32999";
     }
 
-    // Runs halvoctl and compares everything it did with `expected`.
-    void expectRun(const std::vector<std::string>& args, const Expected& expected) {
-        EXPECT_TRUE(finished(runHalvoctl(args), expected.status, expected.out, expected.err))
+    // Runs halvoctl and compares everything it did with what is expected.
+    void expectRun(const std::vector<std::string>& args, const std::string& out,
+                   const std::string& err, int status) {
+        EXPECT_TRUE(finished(runHalvoctl(args), status, out, err))
             << "halvoctl " << ::testing::PrintToString(args);
     }
 
-    void loadExampleRules() { expectRun({"rule", "load", kDemo + "/example.rules"}, {"", "", 0}); }
+    void loadExampleRules() { expectRun({"rule", "load", kDemo + "/example.rules"}, "", "", 0); }
 
     TempDir scratch;
     std::string rulesPath;
@@ -85,16 +80,16 @@ class HalvoctlAgainstHalvod : public ::testing::Test {
 // What the daemon says back is the handler's test; here each of halvoctl's
 // requests is one the daemon takes, and each answer one halvoctl reads.
 TEST_F(HalvoctlAgainstHalvod, ListsUnplugsDropsAndKills) {
-    expectRun({"dev", "list"}, {kDeviceTable, "", 0});
-    expectRun({"conn", "list"}, {kConnectionTable, "", 0});
-    expectRun({"dev", "unplug", "2"}, {"", "", 0});
+    expectRun({"dev", "list"}, kDeviceTable, "", 0);
+    expectRun({"conn", "list"}, kConnectionTable, "", 0);
+    expectRun({"dev", "unplug", "2"}, "", "", 0);
     // The utility has no not-found message for unplug.
-    expectRun({"dev", "unplug", "9"}, {"", "Internal error.\n", 5});
-    expectRun({"conn", "drop", "-p", "50322", "10.0.0.5"}, {"", "", 0});
-    expectRun({"conn", "kill", "4242"}, {"", "", 0});
-    expectRun({"conn", "kill", "4242"}, {"", "Connection has not been found.\n", 2});
-    expectRun({"conn", "drop", "lab-mac.local"}, {"", "", 0});
-    expectRun({"conn", "list"}, {"Type\tIP/Name\t\tPort/PID\nnet\t10.0.0.5\t50321\n", "", 0});
+    expectRun({"dev", "unplug", "9"}, "", "Internal error.\n", 5);
+    expectRun({"conn", "drop", "-p", "50322", "10.0.0.5"}, "", "", 0);
+    expectRun({"conn", "kill", "4242"}, "", "", 0);
+    expectRun({"conn", "kill", "4242"}, "", "Connection has not been found.\n", 2);
+    expectRun({"conn", "drop", "lab-mac.local"}, "", "", 0);
+    expectRun({"conn", "list"}, "Type\tIP/Name\t\tPort/PID\nnet\t10.0.0.5\t50321\n", "", 0);
     EXPECT_NE(
         runHalvoctl({"dev", "list"})
             .out.find("2\t0781:5567:0100\t1-2\tUltra Fit /available, 4C530001230818117373/\n"),
@@ -102,30 +97,30 @@ TEST_F(HalvoctlAgainstHalvod, ListsUnplugsDropsAndKills) {
 }
 
 TEST_F(HalvoctlAgainstHalvod, SharesAndBlocksOneExactDeviceAndKeepsTheRule) {
-    expectRun({"dev", "share", "4"}, {"", "", 0});
-    expectRun({"dev", "block", "2"}, {"", "", 0});
-    expectRun({"dev", "block", "9"}, {"", "The device has not been found.\n", 2});
+    expectRun({"dev", "share", "4"}, "", "", 0);
+    expectRun({"dev", "block", "2"}, "", "", 0);
+    expectRun({"dev", "block", "9"}, "", "The device has not been found.\n", 2);
     const std::string rules =
         "block quick hwid 0781:5567:0100 serial \"4C530001230818117373\" port 1-2\n"
         "share quick hwid 0403:6001:0600 serial \"A50285BI\" port 1-3.4\n";
-    expectRun({"rule", "list", "-N"}, {rules, "", 0});
+    expectRun({"rule", "list", "-N"}, rules, "", 0);
     EXPECT_EQ(readFile(rulesPath), rules);
 }
 
 TEST_F(HalvoctlAgainstHalvod, LoadsListsAndTestsRules) {
-    expectRun({"rule", "list"}, {"", "", 0});
+    expectRun({"rule", "list"}, "", "", 0);
     loadExampleRules();
-    expectRun({"rule", "list"}, {kExampleRuleList, "", 0});
+    expectRun({"rule", "list"}, kExampleRuleList, "", 0);
 
     // Verdicts are the rule engine's test: one of each kind of peer here.
-    expectRun({"rule", "test", "-h", "10.0.0.9", "2"}, {"block (rule #2)\n", "", 0});
-    expectRun({"rule", "test", "-r", "3"}, {"block (rule #4)\n", "", 0});
-    expectRun({"rule", "test", "-r", "99"}, {"", "Device has not been found.\n", 2});
+    expectRun({"rule", "test", "-h", "10.0.0.9", "2"}, "block (rule #2)\n", "", 0);
+    expectRun({"rule", "test", "-r", "3"}, "block (rule #4)\n", "", 0);
+    expectRun({"rule", "test", "-r", "99"}, "", "Device has not been found.\n", 2);
     // A file is tried without being applied.
     const std::string file =
         scratch.write("trial.rules", "share quick name contains \"Ultra\"\nblock\n");
-    expectRun({"rule", "test", "-f", file, "-h", "10.0.0.9", "2"}, {"share (rule #1)\n", "", 0});
-    expectRun({"rule", "list"}, {kExampleRuleList, "", 0});
+    expectRun({"rule", "test", "-f", file, "-h", "10.0.0.9", "2"}, "share (rule #1)\n", "", 0);
+    expectRun({"rule", "list"}, kExampleRuleList, "", 0);
 }
 
 // The whole way of a plug: the kernel's uevent, halvod's netlink socket and
