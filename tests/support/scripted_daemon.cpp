@@ -56,11 +56,6 @@ void PeerConnection::send(std::uint32_t command, std::string_view json) {
     sendRaw(link::encodePacket(command, json));
 }
 
-void PeerConnection::sendHeader(std::uint32_t command, std::uint32_t size) {
-    link::HeaderBytes header = link::encodeHeader({command, size});
-    sendRaw(std::string_view(reinterpret_cast<const char*>(header.data()), header.size()));
-}
-
 void PeerConnection::sendRaw(std::string_view bytes) {
     if (fd_ >= 0) {
         sendAll(fd_, bytes); // a utility that has gone is judged by its outcome

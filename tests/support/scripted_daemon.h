@@ -27,8 +27,6 @@ class PeerConnection {
 
     // A well-formed packet.
     void send(std::uint32_t command, std::string_view json);
-    // A header claiming `size`, whatever follows.
-    void sendHeader(std::uint32_t command, std::uint32_t size);
     void sendRaw(std::string_view bytes);
     // The bytes in pieces of `pieceSize`, with a pause between pieces.
     void sendInPieces(std::string_view bytes, std::size_t pieceSize,
