@@ -92,17 +92,6 @@ ScriptedDaemon::~ScriptedDaemon() {
     }
 }
 
-void ScriptedDaemon::replyTo(std::uint32_t command, std::string json) {
-    fixedReplies_.emplace_back(command, std::move(json));
-    packetScript_ = [this](const ReceivedPacket& packet, PeerConnection& peer) {
-        for (const auto& [code, reply] : fixedReplies_) {
-            if (code == packet.command) {
-                peer.send(code, reply);
-            }
-        }
-    };
-}
-
 void ScriptedDaemon::start() {
     listener_ = listenOnLoopback(port_);
     if (listener_ < 0) {

@@ -54,9 +54,6 @@ class ScriptedDaemon {
     void onAccept(AcceptScript script) { acceptScript_ = std::move(script); }
     // Run for every packet received.
     void onPacket(PacketScript script) { packetScript_ = std::move(script); }
-    // Answers each request code with a fixed reply payload; requests of
-    // other codes get no answer.
-    void replyTo(std::uint32_t command, std::string json);
 
     // Binds and listens at once (so a client started after this returns
     // finds the port open), then serves one connection in a thread.
@@ -80,7 +77,6 @@ class ScriptedDaemon {
     std::atomic<bool> clientGone_{false};
     AcceptScript acceptScript_;
     PacketScript packetScript_;
-    std::vector<std::pair<std::uint32_t, std::string>> fixedReplies_;
     mutable std::mutex mutex_;
     std::vector<ReceivedPacket> received_;
 };
