@@ -104,14 +104,6 @@ TEST_F(ReceiveStateMachineTest, PayloadMustBeAJsonObject) {
     }
 }
 
-TEST_F(ReceiveStateMachineTest, ShortFinalPiecesAreRefusedUnread) {
-    EXPECT_FALSE(client->parseProtocolPacket(header(1, 2).substr(0, 5)));
-    SetUp();
-    ASSERT_TRUE(client->parseProtocolPacket(header(1, 10)));
-    EXPECT_FALSE(client->parseProtocolPacket("{}"));
-    EXPECT_TRUE(delivered.empty());
-}
-
 // The client against a peer over real TCP, on a port of its own.
 class ClientOverTcpTest : public ::testing::Test {
   protected:

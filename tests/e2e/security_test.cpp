@@ -72,16 +72,16 @@ TEST(SecurityTest, RuleSetThatFailsToParseNeverReachesTheDaemon) {
     TempDir dir;
     dir.write("bad", "share\nblock name is \"unterminated\n");
     const std::string missing = dir / "missing";
+    // clang-format off
     const UnparsedCase cases[] = {
         {{"rule", "load", dir / "bad"}, std::nullopt, "Parsing error at rule #2\n"},
         {{"rule", "load", missing}, std::nullopt, "Error loading rules from " + missing + ".\n"},
         // "-" is a file name for rule load; only rule test -f reads stdin for it.
         {{"rule", "load", "-"}, "share\n", "Error loading rules from -.\n"},
         {{"rule", "load"}, "share\nshare share\n", "Parsing error at rule #2\n"},
-        {{"rule", "test", "-f", dir / "bad", "-r", "1"},
-         std::nullopt,
-         "Parsing error at rule #2\n"},
+        {{"rule", "test", "-f", dir / "bad", "-r", "1"}, std::nullopt, "Parsing error at rule #2\n"},
     };
+    // clang-format on
     for (const UnparsedCase& c : cases) {
         SilentListener daemon;
         RunOptions options;
