@@ -60,6 +60,10 @@ TEST(RuleCommandsTest, SequencesRecordsAndStatuses) {
         {{"rule", "test", "-r", "3"}, {{6, kOk}, {10, R"({"status":"ok","verdict":"share\u0000 tail"})"}}, "share\n", "", 0, {"6", testRdesk}},
         {{"rule", "test", "-r", "3"}, {{6, kOk}, {10, R"({"status":"notfound"})"}}, "", "Device has not been found.\n", 2, {"6", testRdesk}},
         {{"rule", "test", "-r", "3"}, {{6, kOk}, {10, kOk}}, "", "Internal error.\n", 5, {"6", testRdesk}},
+        // A status or verdict that is not text is a failure.
+        {{"rule", "test", "-r", "3"}, {{6, kOk}, {10, R"({"status":"ok","verdict":5})"}}, "", "Internal error.\n", 5, {"6", testRdesk}},
+        {{"rule", "test", "-r", "3"}, {{6, kOk}, {10, R"({"status":true,"verdict":"v"})"}}, "", "Internal error.\n", 5, {"6", testRdesk}},
+        {{"rule", "list"}, {{6, R"({"status":null})"}}, "", "Internal error.\n", 5, {"6"}},
         {{"rule", "test", "-r", "3"}, {{6, R"({"status":"notfound"})"}}, "", "Device has not been found.\n", 2, {"6"}},
         {{"rule", "test", "-r", "3"}, {{6, "{}"}}, "", "Internal error.\n", 5, {"6"}},
         {{"rule", "test", "-f", "-", "-r", "3"}, {{6, kOk}, {8, kOk}, {10, R"j({"status":"ok","verdict":"block (rule #1)"})j"}}, "block (rule #1)\n", "", 0,
