@@ -77,15 +77,13 @@ TEST(RuleCheckTest, ErrorsPointAtTheWordAndSayWhy) {
     }
 }
 
-TEST(RuleCheckTest, ValidRulesComeBackCanonical) {
+TEST(RuleCheckTest, ValidRulesComeBackCanonicalWithWarnings) {
     EXPECT_TRUE(finished(check("block  !rdesk   name \"is\" Keyboard # a comment\n\n"
                                "share hwid 46D:C31C class 3\n"),
                          0, "block !rdesk name is \"Keyboard\"\nshare hwid 046d:c31c class 03\n",
                          ""));
     EXPECT_EQ(check("").out, "");
-}
-
-TEST(RuleCheckTest, IgnoredEndsOfRulesAreWarnedAbout) {
+    // Ends of rules that are ignored are warned about.
     EXPECT_TRUE(finished(
         check("share host\nblock\nshare name is\n"), 0, "share\nblock\nshare\n",
         "r.rules:1:7: warning: rule #1: missing value: \"host\" at the end of the rule has no "
