@@ -73,7 +73,6 @@ struct SessionCase {
     void (*before)() = nullptr; // run in the child before the session
 };
 
-// One case per line reads as a table.
 // clang-format off
 const SessionCase kSessions[] = {
     {"edited text is loaded", "%B/ed", nullptr, {writes("block quick")}, "", 1, "", "", 1, "block quick\n"},

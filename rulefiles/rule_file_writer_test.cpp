@@ -6,7 +6,6 @@
 #include <csignal>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
 
 namespace halvo::rulefiles {
 namespace {
@@ -19,27 +18,6 @@ const char* const kRuleList = R"({"rules": [{"action": "share"},
 
 int writeCopy(const char* reply, const std::string& pathTemplate) {
     return rules2file(boost::json::parse(reply).as_object(), pathTemplate) ? 0 : 1;
-}
-
-TEST(Rules2File, WritesAPrivateUnnumberedCopyAndNamesIt) {
-    const auto run =
-        runInChild([] { return rules2file(boost::json::parse(kRuleList).as_object()) ? 0 : 1; });
-    ASSERT_EQ(run.status, 0);
-    EXPECT_EQ(run.err, "");
-    const std::string head = "In case of error the copy of rules is put into \"/tmp/tmp.";
-    ASSERT_EQ(run.out.size(), head.size() + 12 + 3);
-    EXPECT_EQ(run.out.substr(0, head.size()), head);
-    EXPECT_EQ(run.out.substr(head.size() + 12), "\".\n");
-    // All twelve placeholders are filled in, not only the last six.
-    EXPECT_NE(run.out.substr(head.size(), 6), "XXXXXX");
-
-    const std::string path = run.out.substr(head.size() - 9, 21);
-    struct stat info {};
-    ASSERT_EQ(::stat(path.c_str(), &info), 0);
-    EXPECT_EQ(info.st_mode & 07777, 0600u);
-    EXPECT_EQ(testkit::readFile(path),
-              "share\nblock !rdesk name is \"Keyboard\" hwid 046d:c31c:0110 class 03:01:02\n");
-    ::unlink(path.c_str());
 }
 
 TEST(Rules2File, FailuresLeaveNoFileBehind) {

@@ -31,18 +31,16 @@ TEST(TextBufferTest, CStringStopsAtTheFirstNul) {
 }
 
 TEST(TextBufferTest, NumbersAsPrintfWritesThem) {
-    EXPECT_EQ(written([](TextBuffer& b) {
-                  b.hex(0xef, 4);
-                  b.character(' ');
-                  b.hex(0x12345, 4);
-                  b.character(' ');
-                  b.hex(0, 1);
-                  b.character(' ');
-                  b.hex(0xffffffff, 2);
-                  b.character(' ');
-                  b.decimal(4294967295ul);
-              }),
-              "00ef 12345 0 ffffffff 4294967295");
+    const struct {
+        std::uint32_t value;
+        int width;
+        const char* expected;
+    } cases[] = {
+        {0xef, 4, "00ef"}, {0x12345, 4, "12345"}, {0, 1, "0"}, {0xffffffff, 2, "ffffffff"}};
+    for (const auto& c : cases) {
+        EXPECT_EQ(written([&](TextBuffer& b) { b.hex(c.value, c.width); }), c.expected);
+    }
+    EXPECT_EQ(written([](TextBuffer& b) { b.decimal(4294967295ul); }), "4294967295");
 }
 
 // Pieces smaller than, equal to and larger than a block keep their order

@@ -40,7 +40,7 @@ TEST(LoadAnyFile, FilesLoadWholeOrNotAtAll) {
     } cases[] = {
         {dir / "rules", true, binaryText()},
         {dir / "empty", true, ""},
-        {dir / "missing", false, ""},
+        {dir / "missing %s%n", false, ""}, // printed as it stands
         {dir.path(), false, ""},
         {dir / "bad\xff", false, ""}, // a path that is not UTF-8, even though the file exists
         {dir / "locked", rootReadsAll, rootReadsAll ? "share\n" : ""},

@@ -106,7 +106,7 @@ TEST(CommandLineTest, EachCommandSendsItsFirstRequest) {
         {{"dev", "unplug", "-1"}, {R"(3 {"id":4294967295})"}},
         {{"conn", "drop", "-p", "70000", "h"}, {R"(2 {"host":"h","port":4464})"}},
         {{"conn", "drop", "-p", "x", "h"}, {R"(2 {"host":"h","port":0})"}},
-        {{"conn", "drop", "h", "-p", "5"}, {R"(2 {"host":"h"})"}},
+        {{"conn", "drop", "%s%n%x", "-p", "5"}, {R"(2 {"host":"%s%n%x"})"}},
         {{"conn", "kill", "4294967297"}, {R"(2 {"pid":1})"}},
         {{"rule", "edit"}, {"6"}},
         {{"monitor", "anything"}, {}},

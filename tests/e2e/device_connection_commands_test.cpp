@@ -41,6 +41,11 @@ const OutcomeCase kCases[] = {
     {"conn drop notfound", {"conn", "drop", "-p", "80", "h"}, {{2, R"({"status":"notfound"})"}}, "", "Connection has not been found.\n", 2, {R"(2 {"host":"h","port":80})"}},
     {"conn kill without status is success", {"conn", "kill", "77"}, {{2, "{}"}}, "", "", 0, {R"(2 {"pid":77})"}},
     {"conn kill failure", {"conn", "kill", "77"}, {{2, R"({"status":"denied"})"}}, "", "Internal error.\n", 5, {R"(2 {"pid":77})"}},
+    // A status that is not text is a failure, in each flow.
+    {"conn drop status not text", {"conn", "drop", "h"}, {{2, R"({"status":true})"}}, "", "Internal error.\n", 5, {R"(2 {"host":"h"})"}},
+    {"dev unplug status not text", {"dev", "unplug", "7"}, {{3, R"({"status":0})"}}, "", "Internal error.\n", 5, {R"(3 {"id":7})"}},
+    {"dev block insert status not text", {"dev", "block", "7"}, {{6, kOk}, {9, R"({"status":["ok"]})"}}, "", "Internal error.\n", 5, {"6", R"(9 {"id":7,"action":"block"})"}},
+    {"dev share commit status not text", {"dev", "share", "7"}, {{6, kOk}, {9, kOk}, {11, R"({"status":{"status":"ok"}})"}}, "", "Internal error.\n", 5, {"6", R"(9 {"id":7,"action":"share"})", R"(11 {"action":"commit"})"}},
 };
 // clang-format on
 

@@ -17,9 +17,13 @@ Exchange runAgainst(ScriptedDaemon& daemon, const std::vector<std::string>& args
 Exchange runWithReplies(const std::vector<std::string>& args, const std::vector<Reply>& replies,
                         const RunOptions& options) {
     ScriptedDaemon daemon;
-    for (const Reply& reply : replies) {
-        daemon.replyTo(reply.code, reply.json);
-    }
+    daemon.onPacket([&replies](const ReceivedPacket& request, PeerConnection& peer) {
+        for (const Reply& reply : replies) {
+            if (reply.code == request.command) {
+                peer.send(reply.code, reply.json);
+            }
+        }
+    });
     return runAgainst(daemon, args, options);
 }
 

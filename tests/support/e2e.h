@@ -20,8 +20,8 @@ struct Exchange {
 Exchange runAgainst(ScriptedDaemon& daemon, const std::vector<std::string>& args,
                     const RunOptions& options = {});
 
-// A daemon that answers each request code with a fixed reply (see
-// ScriptedDaemon::replyTo), run against halvoctl with `args`.
+// A daemon that answers each request code with its fixed replies (other
+// codes get no answer), run against halvoctl with `args`.
 struct Reply {
     std::uint32_t code;
     std::string json;

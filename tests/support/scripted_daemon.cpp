@@ -56,11 +56,6 @@ void PeerConnection::send(std::uint32_t command, std::string_view json) {
     sendRaw(link::encodePacket(command, json));
 }
 
-void PeerConnection::sendHeader(std::uint32_t command, std::uint32_t size) {
-    link::HeaderBytes header = link::encodeHeader({command, size});
-    sendRaw(std::string_view(reinterpret_cast<const char*>(header.data()), header.size()));
-}
-
 void PeerConnection::sendRaw(std::string_view bytes) {
     if (fd_ >= 0) {
         sendAll(fd_, bytes); // a utility that has gone is judged by its outcome
@@ -95,17 +90,6 @@ ScriptedDaemon::~ScriptedDaemon() {
     if (listener_ >= 0) {
         ::close(listener_);
     }
-}
-
-void ScriptedDaemon::replyTo(std::uint32_t command, std::string json) {
-    fixedReplies_.emplace_back(command, std::move(json));
-    packetScript_ = [this](const ReceivedPacket& packet, PeerConnection& peer) {
-        for (const auto& [code, reply] : fixedReplies_) {
-            if (code == packet.command) {
-                peer.send(code, reply);
-            }
-        }
-    };
 }
 
 void ScriptedDaemon::start() {

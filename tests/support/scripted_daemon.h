@@ -27,8 +27,6 @@ class PeerConnection {
 
     // A well-formed packet.
     void send(std::uint32_t command, std::string_view json);
-    // A header claiming `size`, whatever follows.
-    void sendHeader(std::uint32_t command, std::uint32_t size);
     void sendRaw(std::string_view bytes);
     // The bytes in pieces of `pieceSize`, with a pause between pieces.
     void sendInPieces(std::string_view bytes, std::size_t pieceSize,
@@ -56,9 +54,6 @@ class ScriptedDaemon {
     void onAccept(AcceptScript script) { acceptScript_ = std::move(script); }
     // Run for every packet received.
     void onPacket(PacketScript script) { packetScript_ = std::move(script); }
-    // Answers each request code with a fixed reply payload; requests of
-    // other codes get no answer.
-    void replyTo(std::uint32_t command, std::string json);
 
     // Binds and listens at once (so a client started after this returns
     // finds the port open), then serves one connection in a thread.
@@ -82,7 +77,6 @@ class ScriptedDaemon {
     std::atomic<bool> clientGone_{false};
     AcceptScript acceptScript_;
     PacketScript packetScript_;
-    std::vector<std::pair<std::uint32_t, std::string>> fixedReplies_;
     mutable std::mutex mutex_;
     std::vector<ReceivedPacket> received_;
 };

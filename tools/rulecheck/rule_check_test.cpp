@@ -17,6 +17,7 @@ using halvo::rulecheck::runRuleCheck;
 using halvo::rulecheck::Warnings;
 using halvo::testkit::finished;
 using halvo::testkit::RunResult;
+using namespace std::string_view_literals;
 
 // Collects what `body(out, err)` writes on the two streams.
 template <class Body> RunResult capture(Body body) {
@@ -35,8 +36,8 @@ RunResult check(std::string_view text) {
 }
 
 struct ErrorCase {
-    const char* text;
-    const char* report; // everything on stderr
+    std::string_view text;
+    std::string_view report; // everything on stderr
 };
 
 // Each error shows where (physical line and byte column of the word at
@@ -61,6 +62,14 @@ TEST(RuleCheckTest, ErrorsPointAtTheWordAndSayWhy) {
         {"share host a host b\n", "r.rules:1:14: rule #1: duplicate clause \"host\": it may appear only once in a rule\nshare host a host b\n             ^\n"},
         {"share name equals x\n", "r.rules:1:12: rule #1: \"name\" must be followed by \"is\" or \"contains\", not \"equals\"\nshare name equals x\n           ^\n"},
         {"share\n\"\"\n", "r.rules:2:1: rule #2: rule has no words: empty quotes, a lone backslash or blank yield none\n\"\"\n^\n"},
+        // Rule numbers count rules, lines count the file: continuations, comments and blank lines
+        // tell them apart. Tabs are kept so that the caret lines up; a multi-byte character takes
+        // one place. The last byte of a file without a final line feed is read even in a comment.
+        // A NUL ends a rule but not a line of the file.
+        {"# header\n\nshare \\\n   hwid 1 Share\r\n", "r.rules:4:11: rule #1: unknown clause word \"Share\"\n   hwid 1 Share\n          ^\n"},
+        {"share\tname is \"\xc3\xa9t\xc3\xa9\" Share\n", "r.rules:1:23: rule #1: unknown clause word \"Share\"\nshare\tname is \"\xc3\xa9t\xc3\xa9\" Share\n     \t              ^\n"},
+        {"share\n# comment", "r.rules:2:9: rule #2: unknown clause word \"t\"\n# comment\n        ^\n"},
+        {"share\0Share\n"sv, "r.rules:1:7: rule #2: unknown clause word \"Share\"\nshare\0Share\n      ^\n"sv},
     };
     // clang-format on
     for (const ErrorCase& c : cases) {
@@ -68,42 +77,13 @@ TEST(RuleCheckTest, ErrorsPointAtTheWordAndSayWhy) {
     }
 }
 
-// Rule numbers count rules, lines count the file: continuations, comments
-// and blank lines tell them apart.
-TEST(RuleCheckTest, PositionsCountPhysicalLinesAndBytes) {
-    const ErrorCase cases[] = {
-        {"# header\n\nshare \\\n   hwid 1 Share\r\n",
-         "r.rules:4:11: rule #1: unknown clause word \"Share\"\n   hwid 1 Share\n          ^\n"},
-        // Tabs are kept so that the caret lines up; a multi-byte character
-        // takes one place.
-        {"share\tname is \"\xc3\xa9t\xc3\xa9\" Share\n",
-         "r.rules:1:23: rule #1: unknown clause word \"Share\"\nshare\tname is "
-         "\"\xc3\xa9t\xc3\xa9\" "
-         "Share\n     \t              ^\n"},
-        // The last byte of a file without a final line feed is read even in
-        // a comment.
-        {"share\n# comment",
-         "r.rules:2:9: rule #2: unknown clause word \"t\"\n# comment\n        ^\n"},
-    };
-    for (const ErrorCase& c : cases) {
-        EXPECT_TRUE(finished(check(c.text), 1, "", c.report)) << c.text;
-    }
-    // A NUL ends a rule but not a line of the file.
-    const std::string withNul("share\0Share\n", 12);
-    const RunResult run = check(withNul);
-    EXPECT_EQ(run.err, "r.rules:1:7: rule #2: unknown clause word \"Share\"\n" +
-                           withNul.substr(0, 11) + "\n      ^\n");
-}
-
-TEST(RuleCheckTest, ValidRulesComeBackCanonical) {
+TEST(RuleCheckTest, ValidRulesComeBackCanonicalWithWarnings) {
     EXPECT_TRUE(finished(check("block  !rdesk   name \"is\" Keyboard # a comment\n\n"
                                "share hwid 46D:C31C class 3\n"),
                          0, "block !rdesk name is \"Keyboard\"\nshare hwid 046d:c31c class 03\n",
                          ""));
     EXPECT_EQ(check("").out, "");
-}
-
-TEST(RuleCheckTest, IgnoredEndsOfRulesAreWarnedAbout) {
+    // Ends of rules that are ignored are warned about.
     EXPECT_TRUE(finished(
         check("share host\nblock\nshare name is\n"), 0, "share\nblock\nshare\n",
         "r.rules:1:7: warning: rule #1: missing value: \"host\" at the end of the rule has no "
