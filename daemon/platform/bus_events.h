@@ -4,12 +4,12 @@
 #pragma once
 
 #include "daemon/core/bus_monitor.h"
+#include "util/expected.h"
 
 #include <boost/asio/io_context.hpp>
 #include <memory>
 #include <optional>
 #include <string>
-#include <variant>
 
 namespace halvo::daemon {
 
@@ -17,7 +17,7 @@ namespace halvo::daemon {
 // `handedOver`, the messages come from that datagram socket (which the
 // monitor then owns) instead of the kernel: tests and benchmarks play the
 // kernel this way.
-std::variant<std::unique_ptr<BusMonitor>, std::string> openBusEvents(boost::asio::io_context& io,
-                                                                     std::optional<int> handedOver);
+util::Expected<std::unique_ptr<BusMonitor>> openBusEvents(boost::asio::io_context& io,
+                                                          std::optional<int> handedOver);
 
 } // namespace halvo::daemon

@@ -20,7 +20,6 @@ util::Expected<std::unique_ptr<DeviceBackend>> openSystemDevices(const std::stri
 
 // The kernel's sharing driver for the devices below `sysfsRoot`, or why
 // this system has none.
-std::variant<std::unique_ptr<ShareHandOff>, std::string>
-openSystemHandOff(const std::string& sysfsRoot);
+util::Expected<std::unique_ptr<ShareHandOff>> openSystemHandOff(const std::string& sysfsRoot);
 
 } // namespace halvo::daemon

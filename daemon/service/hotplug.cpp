@@ -8,14 +8,13 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <variant>
 
 namespace halvo::daemon {
 
 namespace {
 
 // Nothing: the kernel's own; a descriptor; or why the variable is unusable.
-std::variant<std::optional<int>, std::string> handedOverSocket(const char* setting) {
+util::Expected<std::optional<int>> handedOverSocket(const char* setting) {
     if (setting == nullptr) {
         return std::optional<int>();
     }
@@ -23,7 +22,7 @@ std::variant<std::optional<int>, std::string> handedOverSocket(const char* setti
     int descriptor = -1;
     auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), descriptor);
     if (error != std::errc() || end != text.data() + text.size() || descriptor < 0) {
-        return std::string(kUeventFdVariable) + " is not a descriptor";
+        return util::Failure{std::string(kUeventFdVariable) + " is not a descriptor"};
     }
     return std::optional<int>(descriptor);
 }
@@ -38,14 +37,14 @@ std::unique_ptr<BusMonitor> openHotplugEvents(boost::asio::io_context& io,
         problem = std::string(kUeventFdVariable) + "=none";
     } else {
         auto socket = handedOverSocket(setting);
-        if (auto* error = std::get_if<std::string>(&socket)) {
-            problem = *error;
+        if (!socket) {
+            problem = socket.error();
         } else {
-            auto events = openBusEvents(io, std::get<std::optional<int>>(socket));
-            if (auto* monitor = std::get_if<std::unique_ptr<BusMonitor>>(&events)) {
-                return std::move(*monitor);
+            auto events = openBusEvents(io, *socket);
+            if (events) {
+                return std::move(events).value();
             }
-            problem = std::get<std::string>(events);
+            problem = events.error();
         }
     }
     std::fprintf(stderr, "halvod: no uevents (%s): rescanning every %lld ms\n", problem.c_str(),

@@ -127,10 +127,10 @@ int serve(std::span<const char* const> arguments, daemon::Options options) {
     daemon::logActivity(daemon::LogLevel::info, "starting, version " HALVO_VERSION,
                         {{"HALVO_CONFIG", options.configPath}});
     auto activated = daemon::service_manager::takeActivatedSockets();
-    if (auto* error = std::get_if<std::string>(&activated)) {
-        return fail(*error);
+    if (!activated) {
+        return fail(activated.error());
     }
-    const auto& passed = std::get<daemon::service_manager::ActivatedSockets>(activated);
+    const auto& passed = *activated;
     auto backend = makeBackend(options);
     if (!backend) {
         return fail(backend.error());
@@ -160,10 +160,10 @@ int serve(std::span<const char* const> arguments, daemon::Options options) {
     // Before everything that holds sockets or timers, so that it outlives them.
     asio::io_context io;
     auto sharing = daemon::Sharing::create(options, table, connections.value(), rules);
-    if (auto* error = std::get_if<std::string>(&sharing)) {
-        return fail(*error);
+    if (!sharing) {
+        return fail(sharing.error());
     }
-    daemon::Sharing& shares = *std::get<0>(sharing);
+    daemon::Sharing& shares = **sharing;
     daemon::RequestHandler handler(devices, table, connections.value(), rules, shares.shares(),
                                    options.defaultAction);
 

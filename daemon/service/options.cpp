@@ -295,19 +295,19 @@ std::optional<std::string> apply(const po::variables_map& given, std::string_vie
 
 // The config file's settings, or what is wrong; a missing file that nobody
 // named is an empty one.
-std::variant<po::variables_map, std::string> readConfig(const std::string& path, bool named) {
+util::Expected<po::variables_map> readConfig(const std::string& path, bool named) {
     po::variables_map settings;
     std::ifstream file(path);
     if (!file) {
         if (!named && errno == ENOENT) {
             return settings;
         }
-        return "cannot read the config file " + path + ": " + std::strerror(errno);
+        return util::Failure{"cannot read the config file " + path + ": " + std::strerror(errno)};
     }
     try {
         po::store(po::parse_config_file(file, describe(false)), settings);
     } catch (const po::error& error) {
-        return describeError(error, path + ": ");
+        return util::Failure{describeError(error, path + ": ")};
     }
     return settings;
 }
@@ -368,12 +368,12 @@ ParsedOptions parseOptions(std::span<const char* const> arguments) {
     const std::string configPath =
         configNamed ? commandLine["config"].as<std::string>() : kDefaultConfigPath;
     auto config = readConfig(configPath, configNamed);
-    if (auto* problem = std::get_if<std::string>(&config)) {
-        return *problem;
+    if (!config) {
+        return config.error();
     }
     Options options;
     bool sysfsGiven = false;
-    if (auto problem = apply(std::get<0>(config), configPath + ": ", options, sysfsGiven)) {
+    if (auto problem = apply(*config, configPath + ": ", options, sysfsGiven)) {
         return *problem;
     }
     if (auto problem = apply(commandLine, "--", options, sysfsGiven)) {

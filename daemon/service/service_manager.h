@@ -5,12 +5,12 @@
 #pragma once
 
 #include "daemon/core/activity_log.h"
+#include "util/expected.h"
 
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <variant>
 
 namespace halvo::daemon::service_manager {
 
@@ -33,7 +33,7 @@ struct ActivatedSockets {
 // what is wrong with them: a name the daemon does not know, two of one
 // name, or a descriptor that is no listening TCP socket.  Clears the
 // activation's environment, so that no child takes them too.
-std::variant<ActivatedSockets, std::string> takeActivatedSockets();
+util::Expected<ActivatedSockets> takeActivatedSockets();
 
 // The journal, when this build has it and standard error is the journal's
 // stream (JOURNAL_STREAM names it): records keep their fields there.

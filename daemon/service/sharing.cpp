@@ -19,19 +19,19 @@ Sharing::Sharing(std::unique_ptr<ShareHandOff> handOff, DeviceTable& devices,
     : handOff_(std::move(handOff)), shares_(devices, connections, rules, defaultAction, *handOff_) {
 }
 
-std::variant<std::unique_ptr<Sharing>, std::string> Sharing::create(const Options& options,
-                                                                    DeviceTable& devices,
-                                                                    ConnectionTable& connections,
-                                                                    const RuleStore& rules) {
+util::Expected<std::unique_ptr<Sharing>> Sharing::create(const Options& options,
+                                                         DeviceTable& devices,
+                                                         ConnectionTable& connections,
+                                                         const RuleStore& rules) {
     std::unique_ptr<ShareHandOff> handOff;
     if (options.deviceFixture) {
         handOff = std::make_unique<FixtureHandOff>();
     } else {
         auto system = openSystemHandOff(options.sysfsRoot);
-        if (auto* error = std::get_if<std::string>(&system)) {
-            return *error;
+        if (!system) {
+            return util::Failure{system.error()};
         }
-        handOff = std::get<0>(std::move(system));
+        handOff = std::move(system).value();
     }
     ShareHandOff::Recovery recovery = handOff->recoverLeftovers();
     for (const std::string& port : recovery.ports) {

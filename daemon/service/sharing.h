@@ -6,22 +6,22 @@
 #include "daemon/core/share_table.h"
 #include "daemon/service/options.h"
 #include "daemon/usbip/server.h"
+#include "util/expected.h"
 
 #include <boost/asio/io_context.hpp>
 #include <memory>
 #include <optional>
 #include <string>
-#include <variant>
 
 namespace halvo::daemon {
 
 class Sharing {
   public:
     // Also gives back the devices that an earlier run left shared.
-    static std::variant<std::unique_ptr<Sharing>, std::string> create(const Options& options,
-                                                                      DeviceTable& devices,
-                                                                      ConnectionTable& connections,
-                                                                      const RuleStore& rules);
+    static util::Expected<std::unique_ptr<Sharing>> create(const Options& options,
+                                                           DeviceTable& devices,
+                                                           ConnectionTable& connections,
+                                                           const RuleStore& rules);
 
     ShareTable& shares() { return shares_; }
 

@@ -20,19 +20,20 @@ int socketOption(int socket, int option) {
 
 } // namespace
 
-std::variant<std::unique_ptr<BusMonitor>, std::string>
-openBusEvents(boost::asio::io_context& io, std::optional<int> handedOver) {
+util::Expected<std::unique_ptr<BusMonitor>> openBusEvents(boost::asio::io_context& io,
+                                                          std::optional<int> handedOver) {
     if (!handedOver) {
         auto socket = openUeventSocket();
-        if (auto* error = std::get_if<std::string>(&socket)) {
-            return *error;
+        if (!socket) {
+            return util::Failure{socket.error()};
         }
-        return std::make_unique<KernelUevents>(io, std::get<int>(socket), true);
+        return std::make_unique<KernelUevents>(io, *socket, true);
     }
     // Message boundaries must survive: a stream would run reports together.
     const int type = socketOption(*handedOver, SO_TYPE);
     if (type != SOCK_DGRAM && type != SOCK_SEQPACKET) {
-        return "descriptor " + std::to_string(*handedOver) + " is not a datagram socket";
+        return util::Failure{"descriptor " + std::to_string(*handedOver) +
+                             " is not a datagram socket"};
     }
     ::fcntl(*handedOver, F_SETFD, FD_CLOEXEC);
     const bool netlink = socketOption(*handedOver, SO_DOMAIN) == AF_NETLINK;

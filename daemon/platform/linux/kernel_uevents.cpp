@@ -91,18 +91,18 @@ bool KernelUevents::readWaiting() {
         }
         auto change =
             parseUevent(std::string_view(buffer_.data(), datagram.size), datagram.senderPort);
-        if (auto* reported = std::get_if<BusChange>(&change)) {
-            sink_(*reported);
+        if (change) {
+            sink_(*change);
         }
     }
     return true;
 }
 
-std::variant<int, std::string> openUeventSocket() {
+util::Expected<int> openUeventSocket() {
     const int socket =
         ::socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_KOBJECT_UEVENT);
     if (socket < 0) {
-        return std::string("netlink socket: ") + std::strerror(errno);
+        return util::Failure{std::string("netlink socket: ") + std::strerror(errno)};
     }
     const int bufferSize = kReceiveBuffer;
     ::setsockopt(socket, SOL_SOCKET, SO_RCVBUF, &bufferSize, sizeof bufferSize);
@@ -112,7 +112,7 @@ std::variant<int, std::string> openUeventSocket() {
     if (::bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
         const int error = errno;
         ::close(socket);
-        return std::string("netlink bind: ") + std::strerror(error);
+        return util::Failure{std::string("netlink bind: ") + std::strerror(error)};
     }
     return socket;
 }

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "daemon/core/bus_monitor.h"
+#include "util/expected.h"
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/posix/stream_descriptor.hpp>
@@ -48,6 +49,6 @@ class KernelUevents final : public BusMonitor {
 
 // A netlink socket that receives the kernel's uevents, or why none can be
 // made.
-std::variant<int, std::string> openUeventSocket();
+util::Expected<int> openUeventSocket();
 
 } // namespace halvo::daemon

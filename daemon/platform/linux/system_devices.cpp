@@ -11,8 +11,7 @@ util::Expected<std::unique_ptr<DeviceBackend>> openSystemDevices(const std::stri
     return std::make_unique<SysfsBackend>(sysfsRoot);
 }
 
-std::variant<std::unique_ptr<ShareHandOff>, std::string>
-openSystemHandOff(const std::string& sysfsRoot) {
+util::Expected<std::unique_ptr<ShareHandOff>> openSystemHandOff(const std::string& sysfsRoot) {
     return std::make_unique<UsbipHost>(sysfsRoot);
 }
 

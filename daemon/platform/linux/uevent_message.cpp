@@ -19,7 +19,7 @@ using Fields = std::map<std::string_view, std::string_view>;
 
 // The fields after the header, or why they are not KEY=VALUE fields with
 // distinct keys.
-std::variant<Fields, std::string> splitFields(std::string_view rest) {
+util::Expected<Fields> splitFields(std::string_view rest) {
     Fields fields;
     while (!rest.empty()) {
         const std::size_t end = rest.find('\0');
@@ -27,10 +27,10 @@ std::variant<Fields, std::string> splitFields(std::string_view rest) {
         rest.remove_prefix(end + 1);
         const std::size_t equals = field.find('=');
         if (equals == 0 || equals == std::string_view::npos) {
-            return "a field is not KEY=VALUE";
+            return util::Failure{"a field is not KEY=VALUE"};
         }
         if (!fields.emplace(field.substr(0, equals), field.substr(equals + 1)).second) {
-            return "field " + std::string(field.substr(0, equals)) + " repeated";
+            return util::Failure{"field " + std::string(field.substr(0, equals)) + " repeated"};
         }
     }
     return fields;
@@ -58,45 +58,44 @@ std::optional<std::string> busidOf(std::string_view devpath) {
 
 } // namespace
 
-std::variant<BusChange, std::string> parseUevent(std::string_view message,
-                                                 std::uint32_t senderPort) {
+util::Expected<BusChange> parseUevent(std::string_view message, std::uint32_t senderPort) {
     if (senderPort != 0) {
-        return "not from the kernel";
+        return util::Failure{"not from the kernel"};
     }
     if (message.size() > kMaxUeventSize) {
-        return "longer than " + std::to_string(kMaxUeventSize) + " bytes";
+        return util::Failure{"longer than " + std::to_string(kMaxUeventSize) + " bytes"};
     }
     if (message.empty() || message.back() != '\0') {
-        return "truncated";
+        return util::Failure{"truncated"};
     }
     const std::string_view header = message.substr(0, message.find('\0'));
     const std::size_t at = header.find('@');
     if (at == 0 || at == std::string_view::npos || header[at + 1] != '/') {
-        return "no ACTION@DEVPATH header";
+        return util::Failure{"no ACTION@DEVPATH header"};
     }
     auto fields = splitFields(message.substr(header.size() + 1));
-    if (auto* problem = std::get_if<std::string>(&fields)) {
-        return *problem;
+    if (!fields) {
+        return util::Failure{fields.error()};
     }
-    const Fields& values = std::get<Fields>(fields);
+    const Fields& values = *fields;
     const std::string_view action = valueOf(values, "ACTION");
     const std::string_view devpath = valueOf(values, "DEVPATH");
     if (action != header.substr(0, at) || devpath != header.substr(at + 1)) {
-        return "ACTION or DEVPATH missing or unlike the header";
+        return util::Failure{"ACTION or DEVPATH missing or unlike the header"};
     }
     if (valueOf(values, "SUBSYSTEM") != "usb") {
-        return "not a usb report";
+        return util::Failure{"not a usb report"};
     }
     const std::string_view type = valueOf(values, "DEVTYPE");
     if (type != "usb_device" && type != "usb_interface") {
-        return "not a usb device or interface";
+        return util::Failure{"not a usb device or interface"};
     }
     if (std::find(kBusActions.begin(), kBusActions.end(), action) == kBusActions.end()) {
-        return "action " + std::string(action) + " does not change the bus";
+        return util::Failure{"action " + std::string(action) + " does not change the bus"};
     }
     std::optional<std::string> busid = busidOf(devpath);
     if (!busid) {
-        return "no bus id in DEVPATH";
+        return util::Failure{"no bus id in DEVPATH"};
     }
     return BusChange{std::move(*busid), std::string(action)};
 }

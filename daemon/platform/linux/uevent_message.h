@@ -4,12 +4,12 @@
 #pragma once
 
 #include "daemon/core/bus_monitor.h"
+#include "util/expected.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
-#include <variant>
 
 namespace halvo::daemon {
 
@@ -19,7 +19,6 @@ inline constexpr std::size_t kMaxUeventSize = 8192;
 // The USB device change that `message` reports, or why it reports none.
 // `senderPort` is the netlink port the message came from: the kernel's is
 // 0, and anything else is refused (a process could pose as the kernel).
-std::variant<BusChange, std::string> parseUevent(std::string_view message,
-                                                 std::uint32_t senderPort);
+util::Expected<BusChange> parseUevent(std::string_view message, std::uint32_t senderPort);
 
 } // namespace halvo::daemon

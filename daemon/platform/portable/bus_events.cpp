@@ -3,9 +3,9 @@
 
 namespace halvo::daemon {
 
-std::variant<std::unique_ptr<BusMonitor>, std::string> openBusEvents(boost::asio::io_context&,
-                                                                     std::optional<int>) {
-    return std::string("uevents exist only on Linux");
+util::Expected<std::unique_ptr<BusMonitor>> openBusEvents(boost::asio::io_context&,
+                                                          std::optional<int>) {
+    return util::Failure{"uevents exist only on Linux"};
 }
 
 } // namespace halvo::daemon

@@ -10,8 +10,8 @@ util::Expected<std::unique_ptr<DeviceBackend>> openSystemDevices(const std::stri
     return util::Failure{"sysfs devices are available only on Linux; use --devices FILE"};
 }
 
-std::variant<std::unique_ptr<ShareHandOff>, std::string> openSystemHandOff(const std::string&) {
-    return std::string("sharing sysfs devices needs Linux's usbip-host; use --devices FILE");
+util::Expected<std::unique_ptr<ShareHandOff>> openSystemHandOff(const std::string&) {
+    return util::Failure{"sharing sysfs devices needs Linux's usbip-host; use --devices FILE"};
 }
 
 } // namespace halvo::daemon

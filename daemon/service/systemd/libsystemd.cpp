@@ -123,11 +123,11 @@ void notifyStopping() {
     notify("STOPPING=1\n" + statusLine("stopping"));
 }
 
-std::variant<ActivatedSockets, std::string> takeActivatedSockets() {
+util::Expected<ActivatedSockets> takeActivatedSockets() {
     char** names = nullptr;
     const int count = sd_listen_fds_with_names(1, &names);
     if (count < 0) {
-        return std::string("socket activation: cannot take the passed sockets");
+        return util::Failure{"socket activation: cannot take the passed sockets"};
     }
     std::vector<std::string> named;
     for (int index = 0; index < count; ++index) {
@@ -141,7 +141,7 @@ std::variant<ActivatedSockets, std::string> takeActivatedSockets() {
     for (int index = 0; index < count; ++index) {
         if (auto problem = place(SD_LISTEN_FDS_START + index,
                                  named[static_cast<std::size_t>(index)], sockets)) {
-            return *problem;
+            return util::Failure{*problem};
         }
     }
     return sockets;

@@ -8,7 +8,7 @@ void notifyStatus(std::string_view) {}
 void notifyReloading() {}
 void notifyStopping() {}
 
-std::variant<ActivatedSockets, std::string> takeActivatedSockets() {
+util::Expected<ActivatedSockets> takeActivatedSockets() {
     return ActivatedSockets{};
 }
 
