@@ -76,8 +76,7 @@ integer checks=0 failures=0
 # expect LINE EXPECTED: types LINE and Tab; compares the sorted matches.
 expect() {
   local line=$1 expected=$2 actual
-  : >$capture
-  : >$output
+  : >$capture >$output
   zpty -w -n inner "$line"$'\t'
   if await_marker; then
     actual=${(j: :)${(ou)${(f)"$(grep -v -x -e --finished-- $capture)"}}}
