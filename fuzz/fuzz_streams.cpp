@@ -13,13 +13,11 @@ std::FILE* nullStream() {
 }
 
 void silenceStderr() {
-    // glibc's `stderr` is an assignable variable; what libFuzzer already
-    // holds (its own copy of the old pointer, and descriptor 2) is untouched.
+    // glibc's `stderr` is assignable; libFuzzer's copy and descriptor 2 stay.
     stderr = nullStream();
 }
 
 void fail(const char* what, const std::string& detail) {
-    // Descriptor 2 is still the terminal (see silenceStderr).
     std::FILE* terminal = fdopen(2, "w");
     if (terminal != nullptr) {
         std::fprintf(terminal, "\n*** %s\n%s\n", what, detail.c_str());

@@ -1,6 +1,5 @@
-// Output streams for fuzz targets: the code under test writes its listings
-// and its error messages somewhere, and a fuzzer running millions of inputs
-// must neither fill the terminal nor pay for a terminal's speed.
+// Output streams for fuzz targets, which must neither fill the terminal with
+// what the code under test prints nor pay for a terminal's speed.
 #pragma once
 
 #include <cstdio>
@@ -11,10 +10,8 @@ namespace halvo::fuzz {
 // A stream that discards everything written to it; opened once.
 std::FILE* nullStream();
 
-// Points the C library's `stderr` at nullStream(), so that messages the
-// code under test prints there vanish. libFuzzer and the sanitizers keep
-// writing to file descriptor 2, which stays as it was: their reports still
-// reach the terminal.
+// Points the C library's `stderr` at nullStream(); file descriptor 2 stays,
+// so the reports of libFuzzer and the sanitizers still reach the terminal.
 void silenceStderr();
 
 // Reports a broken property and aborts, so that libFuzzer records the input.

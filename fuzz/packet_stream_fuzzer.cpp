@@ -1,10 +1,9 @@
-// The client's receive state machine on an arbitrary byte stream, fed the
-// way the transport feeds it: one piece per receive, of the size the client
-// asked for last, the final piece short when the stream ends early. Each
-// piece is a heap block of exactly its size, so a read past its end is an
-// AddressSanitizer report. The payloads handed to onData must be exactly the
-// complete, well-sized packets whose payload is a JSON object, in order, up
-// to the first packet the client refuses.
+// The client's receive state machine on an arbitrary byte stream, fed as the
+// transport feeds it: one piece per receive, of the size the client asked
+// for (the last one short), each a heap block of exactly that size so that a
+// read past its end is an AddressSanitizer report. onData must see exactly
+// the complete, well-sized packets holding a JSON object, in order, up to
+// the first packet the client refuses.
 #include "fuzz/fuzz_streams.h"
 #include "link/halvo_ipc_client.h"
 #include "link/packet.h"
@@ -56,11 +55,8 @@ std::vector<Delivery> expectedDeliveries(std::string_view stream) {
 // The length of the next piece: what the client asked for, or what is left.
 std::size_t nextPieceSize(const link::QVHalvoIPCClient& client, std::size_t left) {
     const auto [min, max] = client.nextPacketSize();
-    if (min != max) {
-        fail("the client asked for a range instead of an exact size");
-    }
-    if (min == 0) {
-        fail("the client asked for an empty piece");
+    if (min != max || min == 0) {
+        fail("the client asked for a range or an empty piece, not an exact size");
     }
     return std::min<std::size_t>(min, left);
 }
@@ -84,8 +80,8 @@ std::vector<Delivery> feed(link::QVHalvoIPCClient& client, std::string_view stre
 
 std::string describe(const std::vector<Delivery>& deliveries) {
     std::string text;
-    for (const Delivery& delivery : deliveries) {
-        text += std::to_string(delivery.command) + " " + json::serialize(delivery.payload) + "\n";
+    for (const auto& [command, payload] : deliveries) {
+        text += std::to_string(command) + " " + json::serialize(payload) + "\n";
     }
     return text;
 }

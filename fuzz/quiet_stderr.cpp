@@ -1,6 +1,5 @@
-// Linked into every fuzz target: libFuzzer calls this once before the first
-// input, and from then on the messages the code under test prints on stderr
-// (parse errors, "Internal error.") are discarded.
+// Linked into every fuzz target: libFuzzer calls this before the first input,
+// and from then on what the code under test prints on stderr is discarded.
 #include "fuzz/fuzz_streams.h"
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {

@@ -35,10 +35,8 @@ const char* pick(FuzzedDataProvider& input, const char* const (&table)[N]) {
 }
 
 std::string buildKey(FuzzedDataProvider& input) {
-    if (input.ConsumeIntegralInRange<int>(0, 7) == 0) {
-        return input.ConsumeRandomLengthString(16);
-    }
-    return pick(input, kKnownKeys);
+    return input.ConsumeIntegralInRange<int>(0, 7) == 0 ? input.ConsumeRandomLengthString(16)
+                                                        : pick(input, kKnownKeys);
 }
 
 // Numbers at the edges the consumers convert: 32 and 64 bits, signs,
@@ -81,8 +79,7 @@ json::object buildObject(FuzzedDataProvider& input, int depth) {
     json::object object;
     const std::size_t count = input.ConsumeIntegralInRange<std::size_t>(0, kMaxMembers);
     for (std::size_t i = 0; i < count && input.remaining_bytes() > 0; ++i) {
-        std::string key = buildKey(input);
-        object[key] = buildValue(input, depth + 1);
+        object[buildKey(input)] = buildValue(input, depth + 1);
     }
     return object;
 }

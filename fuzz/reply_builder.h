@@ -1,7 +1,6 @@
-// Builds daemon replies from fuzz input: JSON objects whose keys are mostly
-// the ones the reply consumers read, holding values of every JSON type
-// (negative, fractional and out-of-range numbers, strings that are not
-// UTF-8, nested arrays and objects), so that each key meets each wrong type.
+// Builds daemon replies from fuzz input: JSON objects keyed mostly by what the
+// reply consumers read, holding values of every JSON type (odd numbers, text
+// that is not UTF-8, nesting), so that each key meets each wrong type.
 #pragma once
 
 #include <boost/json/object.hpp>

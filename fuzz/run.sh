@@ -1,26 +1,16 @@
 #!/bin/sh
-# Builds the fuzz targets with clang and runs each for a while.
-#
-#   fuzz/run.sh <seconds-per-target> [build-dir]
-#
-# build-dir defaults to build-fuzz in the source tree. Each target starts
-# from a fresh copy of its seed corpus (fuzz/corpus/<name>/; the rule text
-# target also takes the golden rule files of tests/data/rules) in
-# <build-dir>/corpus-work/<name>/, which keeps what the run found; with
-# FUZZ_KEEP_CORPUS=1 a run goes on from what earlier runs left there (the
-# way to spread hours of fuzzing over several runs).
-# Crashing inputs are saved in <build-dir>/fuzz-artifacts/<name>/; reproduce
-# one with <build-dir>/fuzz/halvo_fuzz_<name> <file>. Exits non-zero when any
-# target found a crash, a leak or a time-out.
-#
-# Environment: FUZZ_TARGETS (names, default all), FUZZ_JOBS (parallel
-# workers per target, default 1), CC/CXX (default clang/clang++).
+# fuzz/run.sh <seconds-per-target> [build-dir (default: build-fuzz)]
+# Builds the fuzz targets with clang and runs each from a fresh copy of its
+# seed corpus (fuzz/corpus/<name>/, plus tests/data/rules for rule_text) in
+# <build-dir>/corpus-work/<name>/; FUZZ_KEEP_CORPUS=1 goes on from what
+# earlier runs left there. Crashing inputs land in
+# <build-dir>/fuzz-artifacts/<name>/ (reproduce: <build-dir>/fuzz/halvo_fuzz_<name>
+# <file>); exits non-zero when any target found a crash, a leak or a time-out.
+# Environment: FUZZ_TARGETS (default all), FUZZ_JOBS (workers per target,
+# default 1), CC/CXX (default clang/clang++).
 set -eu
 
-if [ $# -lt 1 ]; then
-    echo "usage: $0 <seconds-per-target> [build-dir]" >&2
-    exit 2
-fi
+[ $# -ge 1 ] || { echo "usage: $0 <seconds-per-target> [build-dir]" >&2; exit 2; }
 seconds=$1
 source_dir=$(cd "$(dirname "$0")/.." && pwd)
 build_dir=${2:-$source_dir/build-fuzz}
@@ -31,20 +21,14 @@ cmake -S "$source_dir" -B "$build_dir" -G Ninja \
     -DCMAKE_C_COMPILER="${CC:-clang}" -DCMAKE_CXX_COMPILER="${CXX:-clang++}" \
     -DCMAKE_BUILD_TYPE=RelWithDebInfo \
     -DHALVO_BUILD_FUZZ=ON -DHALVO_BUILD_TESTS=OFF >/dev/null
-build_targets=
-for name in $targets; do
-    build_targets="$build_targets halvo_fuzz_$name"
-done
-# shellcheck disable=SC2086 # one word per target
-cmake --build "$build_dir" -j2 --target $build_targets
+# shellcheck disable=SC2046,SC2086 # one word per target
+cmake --build "$build_dir" -j2 --target $(printf 'halvo_fuzz_%s ' $targets)
 
 failed=
 for name in $targets; do
     work="$build_dir/corpus-work/$name"
     artifacts="$build_dir/fuzz-artifacts/$name"
-    if [ "${FUZZ_KEEP_CORPUS:-0}" != 1 ]; then
-        rm -rf "$work"
-    fi
+    [ "${FUZZ_KEEP_CORPUS:-0}" = 1 ] || rm -rf "$work"
     mkdir -p "$work" "$artifacts"
     cp "$source_dir/fuzz/corpus/$name/"* "$work/"
     if [ "$name" = rule_text ]; then
@@ -54,16 +38,10 @@ for name in $targets; do
     fi
     set -- -max_total_time="$seconds" -timeout=30 -rss_limit_mb=4096 \
         -print_final_stats=1 -artifact_prefix="$artifacts/"
-    if [ -f "$source_dir/fuzz/$name.dict" ]; then
-        set -- "$@" -dict="$source_dir/fuzz/$name.dict"
-    fi
-    if [ "$jobs" -gt 1 ]; then
-        set -- "$@" -fork="$jobs" -ignore_crashes=0
-    fi
+    [ ! -f "$source_dir/fuzz/$name.dict" ] || set -- "$@" -dict="$source_dir/fuzz/$name.dict"
+    [ "$jobs" -le 1 ] || set -- "$@" -fork="$jobs" -ignore_crashes=0
     echo "== $name: $seconds s"
-    if ! "$build_dir/fuzz/halvo_fuzz_$name" "$@" "$work"; then
-        failed="$failed $name"
-    fi
+    "$build_dir/fuzz/halvo_fuzz_$name" "$@" "$work" || failed="$failed $name"
 done
 
 if [ -n "$failed" ]; then

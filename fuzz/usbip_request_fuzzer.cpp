@@ -1,8 +1,7 @@
-// halvod's USB/IP request parser on an arbitrary byte stream, fed in pieces
-// of the size the first input byte picks (1 to 16), the way a remote host's
-// bytes may trickle in.  The parser must never take more than one request's
-// bytes, and must accept exactly the well-formed device-list and import
-// requests that start the stream, with the bus id they carry.
+// halvod's USB/IP request parser on an arbitrary byte stream, trickling in
+// pieces of 1 to 16 bytes (the first input byte picks): it must never take
+// more than one request's bytes, and must accept exactly the well-formed
+// device-list and import requests that start the stream, with their bus id.
 #include "daemon/usbip/request_parser.h"
 #include "fuzz/fuzz_streams.h"
 
@@ -25,10 +24,7 @@ std::string expectedBusId(const std::uint8_t* bytes, std::size_t size) {
     }
     const auto* field = bytes + usbip::kHeaderSize;
     const auto* nul = std::find(field, field + usbip::kBusIdSize, 0);
-    if (nul == field + usbip::kBusIdSize) {
-        return "";
-    }
-    return std::string(field, nul);
+    return nul == field + usbip::kBusIdSize ? "" : std::string(field, nul);
 }
 
 } // namespace

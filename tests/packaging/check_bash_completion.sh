@@ -1,13 +1,11 @@
 #!/bin/bash
 # check_bash_completion.sh COMPLETIONS_DIR [HALVOCTL HALVOD]
 # Loads the bash completion of halvoctl, halvod and halvo-rulecheck and
-# checks what each offers, with a stand-in halvoctl on PATH that prints a
-# device and a connection table.  The table runs twice: with the scripts
-# alone, and with bash-completion's helpers loaded as in an interactive
-# shell, when they are installed.  Given the programs, the completion then
-# reads a fixture that halvod serves on the loopback of a private network
-# namespace through the real halvoctl, so that a change of halvoctl's tables
-# that the completion cannot read shows here.
+# checks what each offers, with a stand-in halvoctl on PATH; then again with
+# bash-completion's helpers loaded, when installed.  Given the programs, it
+# also completes through the real halvoctl from a halvod in a private network
+# namespace, so that a change of halvoctl's tables the completion cannot read
+# shows here.
 set -u
 if [[ $# -eq 3 && -z ${HALVO_IN_NAMESPACE-} ]] && unshare -rn true 2>/dev/null; then
     HALVO_IN_NAMESPACE=1 exec unshare -rn bash "$0" "$@"
@@ -34,12 +32,11 @@ load_completions()
     done
 }
 
-failures=0
-checks=0
+failures=0 checks=0
 
-# expect "WORDS" "EXPECTED": completes the last of WORDS (split at blanks;
-# a trailing blank means an empty current word) and compares the sorted
-# offers, joined by blanks.
+# expect "WORDS" "EXPECTED": completes the last of WORDS (a trailing blank
+# means an empty current word) and compares the sorted, distinct offers (as
+# readline shows them).
 expect()
 {
     local line=$1 expected=$2 actual
@@ -49,15 +46,11 @@ expect()
     COMP_LINE=$line
     COMP_POINT=${#line}
     COMPREPLY=()
-    local errors function
-    # The function that the script registered for the program.
-    function=$(complete -p "${COMP_WORDS[0]}")
-    function=${function#*-F }
-    function=${function%% *}
-    errors=$("$function" "${COMP_WORDS[0]}" "${COMP_WORDS[COMP_CWORD]}" "${COMP_WORDS[COMP_CWORD - 1]}" 2>&1 >/dev/null)
-    "$function" "${COMP_WORDS[0]}" "${COMP_WORDS[COMP_CWORD]}" "${COMP_WORDS[COMP_CWORD - 1]}" 2>/dev/null
-    actual=$(printf '%s\n' "${COMPREPLY[@]}" | LC_ALL=C sort | tr '\n' ' ')
-    actual=${actual% }
+    local function errors
+    function=$(complete -p "${COMP_WORDS[0]}" | sed 's/.*-F \([^ ]*\).*/\1/')
+    "$function" "${COMP_WORDS[0]}" "${COMP_WORDS[COMP_CWORD]}" "${COMP_WORDS[COMP_CWORD - 1]}" 2>"$work/errors"
+    errors=$(<"$work/errors")
+    actual=$(printf '%s\n' "${COMPREPLY[@]}" | LC_ALL=C sort -u | paste -s -d ' ')
     ((checks++))
     if [[ $actual != "$expected" || -n $errors ]]; then
         printf 'FAIL (%s): "%s": expected [%s], got [%s]%s\n' "$mode" "$line" "$expected" \
@@ -68,7 +61,6 @@ expect()
 
 run_table()
 {
-    # Commands and sub-commands.
     expect "halvoctl " "--help -h conn dev monitor rule"
     expect "halvoctl d" "dev"
     expect "halvoctl -" "--help -h"
@@ -79,14 +71,12 @@ run_table()
     expect "halvoctl monitor " ""
     expect "halvoctl bogus " ""
 
-    # Device ids from the daemon, only where a device id is the operand.
     expect "halvoctl dev share " "12 3"
     expect "halvoctl dev unplug 1" "12"
     expect "halvoctl dev block " "12 3"
     expect "halvoctl dev list " ""
     expect "halvoctl dev share 3 " ""
 
-    # Connections from the daemon.
     expect "halvoctl conn drop " "10.0.0.7 lab-mac.local"
     expect "halvoctl conn drop -" "-p"
     expect "halvoctl conn drop -p " "32999 51000"
@@ -94,7 +84,6 @@ run_table()
     expect "halvoctl conn drop 10.0.0.7 " ""
     expect "halvoctl conn kill " "4242"
 
-    # Rule options stand before the operand.
     expect "halvoctl rule list " "-N"
     expect "halvoctl rule list -N " ""
     expect "halvoctl rule test -" "-f -h -r"
@@ -104,7 +93,6 @@ run_table()
     expect "halvoctl rule test -r 3 " ""
     expect "halvoctl rule test -r 3 -" ""
 
-    # File names for rule load and -f, also after bundled letters.
     expect "halvoctl rule load " "my rules readme rules.txt"
     expect "halvoctl rule load m" "my rules"
     expect "halvoctl rule load r" "readme rules.txt"
@@ -121,7 +109,6 @@ run_table()
     expect "halvoctl rule test -r " ""
     rm "$work/bin/no-daemon"
 
-    # halvod: its options, and the values that can be offered.
     expect "halvod --" "--admin-group --allow-remote --config --connections --default --devices --help --idle-seconds --listen --max-clients --max-clients-per-user --max-parse-mib --max-unread-mib --memory-budget-mib --rescan-ms --rules --rules-in-memory --share-listen --sysfs --version"
     expect "halvod --default " "block share"
     expect "halvod --config ru" "rules.txt"
@@ -129,7 +116,6 @@ run_table()
     expect "halvod --admin-group roo" "root"
     expect "halvod --listen " ""
 
-    # halvo-rulecheck: options, then files; after "--" only files.
     expect "halvo-rulecheck -" "--help --strict --version"
     expect "halvo-rulecheck --strict r" "readme rules.txt"
     expect "halvo-rulecheck rules.txt m" "my rules"
@@ -157,31 +143,17 @@ fi
 if [[ -n ${HALVO_IN_NAMESPACE-} ]]; then
     mode=live
     ln -sf "$2" "$work/bin/halvoctl"
-    cat >"$work/devices.json" <<'JSON'
-{"devices": [
-  {"vid": 1133, "pid": 49948, "rev": 272, "port": "1-2", "name": "USB Keyboard", "serial": "4C12"},
-  {"vid": 1921, "pid": 21863, "rev": 256, "port": "1-10.4", "name": "Cruzer Blade", "built-in": true}]}
-JSON
-    cat >"$work/connections.json" <<'JSON'
-{"connections": [
-  {"type": "net", "addr": "10.0.0.7", "port": 51000},
-  {"type": "rdesk", "app": "Screen Sharing", "pid": 4242}]}
-JSON
     ip link set lo up || exit 1
-    "$3" --config /dev/null --rules-in-memory --devices "$work/devices.json" \
-        --connections "$work/connections.json" \
-        2>"$work/halvod.log" &
+    "$3" --config /dev/null --rules-in-memory --devices "$completions/../daemon/demo/devices.json" \
+        --connections "$completions/../daemon/demo/connections.json" 2>"$work/halvod.log" &
     daemon=$!
-    for _ in $(seq 50); do
-        grep -q 'listening on' "$work/halvod.log" && break
-        sleep 0.1
-    done
+    for _ in $(seq 50); do grep -q 'listening on' "$work/halvod.log" && break; sleep 0.1; done
     grep -q 'listening on' "$work/halvod.log" ||
         { echo "FAIL: halvod did not start:"; cat "$work/halvod.log"; kill $daemon; exit 1; }
-    expect "halvoctl dev share " "1 2"
-    expect "halvoctl rule test -r " "1 2"
-    expect "halvoctl conn drop " "10.0.0.7"
-    expect "halvoctl conn drop -p " "51000"
+    expect "halvoctl dev share " "1 2 3 4 5"
+    expect "halvoctl rule test -r " "1 2 3 4 5"
+    expect "halvoctl conn drop " "10.0.0.5 lab-mac.local"
+    expect "halvoctl conn drop -p " "50321 50322 50400"
     expect "halvoctl conn kill " "4242"
     kill $daemon
     wait $daemon 2>/dev/null

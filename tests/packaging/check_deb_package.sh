@@ -1,13 +1,11 @@
 #!/bin/sh
 # check_deb_package.sh [--install] BUILD_DIR TARGET... -- PACKAGE:FILE...
-# Brings the TARGETs up to date and builds the Debian packages with CPack.
-# By default: checks their control fields, that each FILE (a path below the
-# root) is in PACKAGE and that a plain cmake --install puts nothing in place
-# that no package holds, runs the programs from a scratch root where all are
-# unpacked, and runs lintian.  With --install: installs them for real with
-# dpkg -i, runs them, checks what the maintainer scripts made and purges
-# them; that changes the machine, so it runs only as root with CI=true or
-# HALVO_TEST_DPKG_INSTALL=1 (a machine thrown away afterwards).
+# Builds the TARGETs and the Debian packages (CPack).  By default: checks the
+# control fields, that each FILE (below the root) is in PACKAGE and that a
+# plain cmake --install installs nothing no package holds, runs the programs
+# unpacked in a scratch root, runs lintian.  --install: dpkg -i, run, check
+# what the maintainer scripts made, purge; as root with CI=true or
+# HALVO_TEST_DPKG_INSTALL=1 only (a machine thrown away afterwards).
 set -u
 install=false
 [ "${1-}" = --install ] && { install=true; shift; }

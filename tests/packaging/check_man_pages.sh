@@ -14,12 +14,12 @@ command -v man >/dev/null 2>&1 ||
 
 status=0
 fail() { echo "FAIL: $*"; status=1; }
+errors=$(mktemp)
+trap 'rm -f "$errors"' EXIT
 for page in "$@"; do
     [ -s "$page" ] || { fail "$page: missing or empty"; continue; }
-    errors=$(mktemp)
     text=$(MANWIDTH=80 man --warnings -E UTF-8 -l "$page" 2>"$errors")
     [ -s "$errors" ] && fail "$page: the renderer warns: $(cat "$errors")"
-    rm -f "$errors"
     # An unbalanced * in the source survives into the text.
     printf '%s\n' "$text" | grep -n '\*' && fail "$page: stray markup in the rendered text"
     printf '%s\n' "$text" | grep -q '^NAME' || fail "$page: no NAME section"
