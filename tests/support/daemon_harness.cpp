@@ -72,21 +72,8 @@ bool TestClient::send(link::CommandCode command, const std::optional<json::objec
 
 bool TestClient::readExactly(char* into, std::size_t size,
                              std::chrono::steady_clock::time_point deadline) {
-    while (size > 0) {
-        auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-            deadline - std::chrono::steady_clock::now());
-        pollfd wanted{fd_, POLLIN, 0};
-        if (left.count() <= 0 || ::poll(&wanted, 1, static_cast<int>(left.count())) <= 0) {
-            return false;
-        }
-        ssize_t got = ::recv(fd_, into, size, 0);
-        if (got <= 0) {
-            return false;
-        }
-        into += got;
-        size -= static_cast<std::size_t>(got);
-    }
-    return true;
+    return receiveExactly(fd_, into, size,
+                          [deadline] { return std::chrono::steady_clock::now() >= deadline; });
 }
 
 std::optional<std::string> TestClient::receiveBytes(std::size_t size,

@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -67,6 +68,28 @@ bool sendAll(int fd, std::string_view bytes) {
             return false;
         }
         bytes.remove_prefix(static_cast<std::size_t>(sent));
+    }
+    return true;
+}
+
+bool receiveExactly(int fd, char* into, std::size_t size, const std::function<bool()>& giveUp) {
+    while (size > 0) {
+        if (giveUp()) {
+            return false;
+        }
+        pollfd entry{fd, POLLIN, 0};
+        if (::poll(&entry, 1, 50) <= 0) {
+            continue; // a timeout or EINTR: ask again; a broken descriptor ends in recv
+        }
+        const ssize_t count = ::recv(fd, into, size, 0);
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count <= 0) {
+            return false;
+        }
+        into += count;
+        size -= static_cast<std::size_t>(count);
     }
     return true;
 }

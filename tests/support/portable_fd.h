@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string_view>
 #include <sys/types.h>
 
@@ -16,6 +17,9 @@ int acceptConnection(int listener);
 
 // Sends every byte; false once the peer has gone.
 bool sendAll(int fd, std::string_view bytes);
+// Reads exactly `size` bytes, asking `giveUp` between short waits; false at
+// the end of the stream, on an error, or once given up.
+bool receiveExactly(int fd, char* into, std::size_t size, const std::function<bool()>& giveUp);
 
 // A TCP socket listening on 127.0.0.1:`port` (0: any free port), or -1.
 int listenOnLoopback(std::uint16_t port);

@@ -14,44 +14,6 @@
 
 namespace halvo::testkit {
 
-namespace {
-
-// Waits for the descriptor to become readable, watching the stop flag.
-bool waitReadable(int fd, const std::atomic<bool>& stopping) {
-    while (!stopping) {
-        pollfd entry{fd, POLLIN, 0};
-        int ready = ::poll(&entry, 1, 50);
-        if (ready > 0) {
-            return true;
-        }
-        if (ready < 0 && errno != EINTR) {
-            return false;
-        }
-    }
-    return false;
-}
-
-// Reads exactly `size` bytes; false at the end of the stream or on stop.
-bool readExactly(int fd, char* out, std::size_t size, const std::atomic<bool>& stopping) {
-    std::size_t filled = 0;
-    while (filled < size) {
-        if (!waitReadable(fd, stopping)) {
-            return false;
-        }
-        ssize_t count = ::recv(fd, out + filled, size - filled, 0);
-        if (count <= 0) {
-            if (count < 0 && errno == EINTR) {
-                continue;
-            }
-            return false;
-        }
-        filled += static_cast<std::size_t>(count);
-    }
-    return true;
-}
-
-} // namespace
-
 void PeerConnection::send(std::uint32_t command, std::string_view json) {
     sendRaw(link::encodePacket(command, json));
 }
@@ -144,7 +106,7 @@ void ScriptedDaemon::session(int fd) {
     }
     while (!peer.closed()) {
         char header[link::kHeaderSize];
-        if (!readExactly(fd, header, sizeof header, stopping_)) {
+        if (!receiveExactly(fd, header, sizeof header, [this] { return stopping_.load(); })) {
             break;
         }
         link::PacketHeader decoded =
@@ -152,7 +114,8 @@ void ScriptedDaemon::session(int fd) {
         ReceivedPacket packet;
         packet.command = decoded.command;
         packet.payload.resize(decoded.size);
-        if (decoded.size > 0 && !readExactly(fd, packet.payload.data(), decoded.size, stopping_)) {
+        if (decoded.size > 0 && !receiveExactly(fd, packet.payload.data(), decoded.size,
+                                                [this] { return stopping_.load(); })) {
             break;
         }
         {
