@@ -84,12 +84,10 @@ TEST_F(EventPrinterTest, EventsPrintOneLineOrAreDroppedWithoutTheirKeys) {
         {"host port is 32-bit", 5, R"({"addr": "h", "port": 70000, "state": "gone"})", stamp + " host h:70000 is gone\n"},
         {"daemon text with format characters", 5, R"({"addr": "%s%n", "port": 1, "state": "100% \"up\""})", stamp + " host %s%n:1 is 100% \"up\"\n"},
         {"daemon texts end at a NUL", 4, R"({"id": 3, "name": "Di\u0000sk", "state": "free\u0000", "addr": "\u0000h"})", stamp + " device id:3 \"Di\" got free@\n"},
-        {"host port as a fraction", 5, R"({"addr": "h", "port": 1.5, "state": "up"})", stamp + " host h:1 is up\n"},
         {"device without id", 4, R"({"name": "Disk", "state": "free"})", ""},
         {"device without name", 4, R"({"id": 3, "state": "free", "addr": "10.0.0.7"})", ""},
         {"device without state", 4, R"({"id": 3, "name": "Disk"})", ""},
         {"device id as text", 4, R"({"id": "3", "name": "Disk", "state": "free"})", ""},
-        {"device id as boolean", 4, R"({"id": true, "name": "Disk", "state": "free"})", ""},
         {"device name as number", 4, R"({"id": 3, "name": 1, "state": "free"})", ""},
         {"host without addr", 5, R"({"port": 1, "state": "up"})", ""},
         {"host without port", 5, R"({"addr": "h", "state": "up"})", ""},
@@ -98,7 +96,6 @@ TEST_F(EventPrinterTest, EventsPrintOneLineOrAreDroppedWithoutTheirKeys) {
         {"host addr as number", 5, R"({"addr": 5, "port": 1, "state": "up"})", ""},
         {"host keys under the device code", 4, R"({"addr": "h", "port": 1, "state": "up"})", ""},
         {"reply codes are no events", 0, R"({"id": 3, "name": "Disk", "state": "free"})", ""},
-        {"the commit reply code", 11, R"({"id": 3, "name": "Disk", "state": "free"})", ""},
         {"the largest code", 0xffffffffu, R"({"id": 3, "name": "Disk", "state": "free"})", ""},
     };
     // clang-format on

@@ -87,9 +87,7 @@ TEST_F(ReceiveStateMachineTest, PayloadMustBeAJsonObject) {
     } cases[] = {
         // clang-format off
         {"[1,2]", "cannot parse JSON, got wrong top-level object"},
-        {"\"text\"", "cannot parse JSON, JSON text did not start with array or object"},
         {"42", "cannot parse JSON, JSON text did not start with array or object"},
-        {"null", "cannot parse JSON, JSON text did not start with array or object"},
         {"{\"a\":", "cannot parse JSON, "}, {"{\"a\":\"\xff\"}", "cannot parse JSON, "},
         {std::string(600, '[') + std::string(600, ']'), "cannot parse JSON, "},
         // clang-format on

@@ -39,7 +39,6 @@ TEST(CommandLineTest, ErrorsPrintTheirMessageThenHelpOnStderrWithStatus22) {
         {{"Dev"}, "Error: Invalid argument.\n"},
         {{"dev", "bogus"}, "Error: Invalid argument.\n"},
         {{"conn", "List"}, "Error: Invalid argument.\n"},
-        {{"rule", "show"}, "Error: Invalid argument.\n"},
         {{"dev", "unplug"}, "Error: device Id is missing.\n"},
         {{"dev", "share"}, "Error: device Id is missing.\n"},
         {{"dev", "block"}, "Error: device Id is missing.\n"},
