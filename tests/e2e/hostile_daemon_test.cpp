@@ -15,10 +15,8 @@ namespace halvo::testkit {
 namespace {
 
 using namespace std::chrono_literals;
-using Answer = std::function<void(PeerConnection&)>;
 
 constexpr std::uint32_t kMaxPayload = link::kMaxPayloadSize;
-const std::string kInternalError = "Internal error.\n";
 const std::string kDeviceHeader = "ID\tVID: PID: REV\tPort\tDevice name and status\n";
 
 std::string packet(std::uint32_t command, std::string_view json) {
@@ -27,7 +25,7 @@ std::string packet(std::uint32_t command, std::string_view json) {
 
 // Runs `answer` once, on the first request the utility sends; later
 // requests get no answer.
-void answerFirstRequest(ScriptedDaemon& daemon, Answer answer) {
+void answerFirstRequest(ScriptedDaemon& daemon, ScriptedDaemon::AcceptScript answer) {
     daemon.onPacket(
         [answer, answered = false](const ReceivedPacket&, PeerConnection& peer) mutable {
             if (!answered) {
@@ -100,7 +98,7 @@ TEST(HostileDaemonTest, RepliesAreReadWhateverTheirSegmentsAndNeighbours) {
          {R"(3 {"id":4})"}, "", "", 0},
         {"rule test takes an event for a reply without status", {"rule", "test", "-r", "5"},
          [](ScriptedDaemon& d) { answerFirstRequest(d, [](PeerConnection& p) { p.sendRaw(kDeviceEvent + packet(6, kOk)); }); },
-         {"6"}, "", kInternalError, 5},
+         {"6"}, "", "Internal error.\n", 5},
     };
     // clang-format on
     for (const DeliveryCase& c : cases) {
