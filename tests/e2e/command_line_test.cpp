@@ -17,14 +17,10 @@ constexpr const char* kUnknownOption = "illegal option";
 constexpr const char* kQuote = "";
 #endif
 
+constexpr const char* kMissingArgument = "option requires an argument";
+
 std::string getoptMessage(const char* command, const char* what, char option) {
     return std::string(command) + ": " + what + " -- " + kQuote + option + kQuote + "\n";
-}
-std::string unknownOption(const char* command, char option) {
-    return getoptMessage(command, kUnknownOption, option);
-}
-std::string missingArgument(const char* command, char option) {
-    return getoptMessage(command, "option requires an argument", option);
 }
 
 struct UsageCase {
@@ -47,10 +43,10 @@ TEST(CommandLineTest, ErrorsPrintTheirMessageThenHelpOnStderrWithStatus22) {
         {{"conn", "kill"}, "Error: PID is missing.\n"},
         {{"rule", "test", "-r"}, "Error: device Id is missing.\n"},
         {{"rule", "test", "5"}, "Error: Host or Remote Desktop connection should be specified.\n"},
-        {{"rule", "list", "-x"}, unknownOption("list", 'x')},
-        {{"conn", "drop", "-p"}, missingArgument("drop", 'p')},
-        {{"rule", "test", "-h"}, missingArgument("test", 'h')},
-        {{"rule", "test", "-q", "-r", "5"}, unknownOption("test", 'q')},
+        {{"rule", "list", "-x"}, getoptMessage("list", kUnknownOption, 'x')},
+        {{"conn", "drop", "-p"}, getoptMessage("drop", kMissingArgument, 'p')},
+        {{"rule", "test", "-h"}, getoptMessage("test", kMissingArgument, 'h')},
+        {{"rule", "test", "-q", "-r", "5"}, getoptMessage("test", kUnknownOption, 'q')},
     };
     for (const UsageCase& c : cases) {
         RunResult run = runHalvoctl(c.args);
