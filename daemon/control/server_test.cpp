@@ -148,20 +148,5 @@ TEST_F(ServerTest, PacketsMayArriveSplitOrBatched) {
     }
 }
 
-TEST_F(ServerTest, ClientThatLeavesMidTransactionIsRolledBack) {
-    {
-        TestClient leaver(port);
-        ASSERT_EQ((*leaver.request(CommandCode::startRuleTransaction))["status"], "ok");
-        ASSERT_EQ((*leaver.request(
-                      CommandCode::loadRuleList,
-                      json::parse(R"({"rules": [{"action": "share"}]})").as_object()))["status"],
-                  "ok");
-    }
-    TestClient next(port);
-    EXPECT_TRUE(testkit::eventually(
-        [&] { return (*next.request(CommandCode::startRuleTransaction))["status"] == "ok"; }));
-    EXPECT_EQ((*next.request(CommandCode::ruleList))["rules"], json::array());
-}
-
 } // namespace
 } // namespace halvo::daemon

@@ -75,7 +75,7 @@ TEST(OptionsTest, EveryProblemIsNamed) {
         {{"--listen", "0.0.0.0:0"},
          "refusing to listen on 0.0.0.0: the protocol has no authentication (add "
          "--allow-remote to do it anyway)"},
-        {{"--default", "allow"}, "--default wants share or block, not \"allow\""},
+        {{"--default", "Share"}, "--default wants share or block, not \"Share\""},
         {{"--rescan-ms", "0"},
          "--rescan-ms wants a number of milliseconds from 1 to 3600000, not \"0\""},
         {{"--max-clients", "0"},

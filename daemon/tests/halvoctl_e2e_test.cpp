@@ -83,8 +83,6 @@ TEST_F(HalvoctlAgainstHalvod, ListsUnplugsDropsAndKills) {
     expectRun({"dev", "list"}, kDeviceTable, "", 0);
     expectRun({"conn", "list"}, kConnectionTable, "", 0);
     expectRun({"dev", "unplug", "2"}, "", "", 0);
-    // The utility has no not-found message for unplug.
-    expectRun({"dev", "unplug", "9"}, "", "Internal error.\n", 5);
     expectRun({"conn", "drop", "-p", "50322", "10.0.0.5"}, "", "", 0);
     expectRun({"conn", "kill", "4242"}, "", "", 0);
     expectRun({"conn", "kill", "4242"}, "", "Connection has not been found.\n", 2);
@@ -99,7 +97,6 @@ TEST_F(HalvoctlAgainstHalvod, ListsUnplugsDropsAndKills) {
 TEST_F(HalvoctlAgainstHalvod, SharesAndBlocksOneExactDeviceAndKeepsTheRule) {
     expectRun({"dev", "share", "4"}, "", "", 0);
     expectRun({"dev", "block", "2"}, "", "", 0);
-    expectRun({"dev", "block", "9"}, "", "The device has not been found.\n", 2);
     const std::string rules =
         "block quick hwid 0781:5567:0100 serial \"4C530001230818117373\" port 1-2\n"
         "share quick hwid 0403:6001:0600 serial \"A50285BI\" port 1-3.4\n";

