@@ -3,8 +3,6 @@
 #include "link/packet.h"
 #include "tests/support/portable_fd.h"
 
-#include <arpa/inet.h>
-#include <cerrno>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
