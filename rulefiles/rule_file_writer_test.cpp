@@ -16,10 +16,6 @@ const char* const kRuleList = R"({"rules": [{"action": "share"},
     {"action": "block", "rdesk": false, "name": "Keyboard", "nameMatch": "is",
      "vid": 1133, "pid": 49948, "rev": 272, "class": 3, "subclass": 1, "protocol": 2}]})";
 
-int writeCopy(const char* reply, const std::string& pathTemplate) {
-    return rules2file(boost::json::parse(reply).as_object(), pathTemplate) ? 0 : 1;
-}
-
 TEST(Rules2File, FailuresLeaveNoFileBehind) {
     testkit::TempDir dir;
     struct Case {
@@ -43,7 +39,7 @@ TEST(Rules2File, FailuresLeaveNoFileBehind) {
             std::signal(SIGXFSZ, SIG_IGN);
             const rlimit limit{c.sizeLimit, c.sizeLimit};
             ::setrlimit(RLIMIT_FSIZE, &limit);
-            return writeCopy(c.reply, c.pathTemplate);
+            return rules2file(boost::json::parse(c.reply).as_object(), c.pathTemplate) ? 0 : 1;
         });
         EXPECT_TRUE(finished(run, 1, "", c.err));
         EXPECT_TRUE(std::filesystem::is_empty(dir.path()));

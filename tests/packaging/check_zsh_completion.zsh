@@ -111,11 +111,9 @@ expect 'halvoctl conn kill ' '4242'
 expect 'halvoctl rule list -' '-N'
 expect 'halvoctl rule test -' '-f -h -r'
 expect 'halvoctl rule test -r ' '12 3'
-expect 'halvoctl rule test -f rules.txt -r ' '12 3'
 expect 'halvoctl rule test -r 3 -' ''
 
 expect 'halvoctl rule load r' 'readme rules.txt'
-expect 'halvoctl rule load ru' 'rules.txt'
 expect 'halvoctl rule test -f ru' 'rules.txt'
 
 # Without a daemon: nothing offered, and halvoctl's complaint hidden.

@@ -3,10 +3,7 @@
 #include "tests/support/portable_fd.h"
 
 #include <boost/json/parse.hpp>
-#include <boost/json/serialize.hpp>
-#include <cstdlib>
 #include <fcntl.h>
-#include <fstream>
 #include <poll.h>
 #include <regex>
 #include <signal.h>
@@ -191,13 +188,6 @@ pid_t spawnHalvod(const std::vector<std::string>& arguments, const fs::path& err
     ::_exit(127);
 }
 
-int decodeStatus(int status) {
-    if (WIFEXITED(status)) {
-        return WEXITSTATUS(status);
-    }
-    return 128 + WTERMSIG(status);
-}
-
 // The port of the line "halvod: listening on ADDR:PORT".
 std::optional<std::uint16_t> announcedPort(const std::string& output) {
     static const std::regex kLine("listening on .*:([0-9]+)\n");
@@ -222,20 +212,15 @@ std::unique_ptr<DaemonProcess> DaemonProcess::start(const std::vector<std::strin
     if (!launch.awaitListening) {
         return daemon;
     }
-    auto deadline = std::chrono::steady_clock::now() + 10s;
-    while (std::chrono::steady_clock::now() < deadline) {
-        if (auto port = announcedPort(daemon->errorOutput())) {
-            daemon->port_ = *port;
-            return daemon;
-        }
+    const auto announcedOrExited = [&daemon] {
+        daemon->port_ = announcedPort(daemon->errorOutput()).value_or(0);
         int status = 0;
-        if (::waitpid(daemon->pid_, &status, WNOHANG) == daemon->pid_) {
+        if (daemon->port_ == 0 && ::waitpid(daemon->pid_, &status, WNOHANG) == daemon->pid_) {
             daemon->pid_ = -1;
-            return nullptr;
         }
-        std::this_thread::sleep_for(10ms);
-    }
-    return nullptr;
+        return daemon->port_ != 0 || daemon->pid_ < 0;
+    };
+    return eventually(announcedOrExited, 10s) && daemon->port_ != 0 ? std::move(daemon) : nullptr;
 }
 
 DaemonProcess::~DaemonProcess() {
@@ -262,7 +247,7 @@ int DaemonProcess::wait() {
     int status = 0;
     ::waitpid(pid_, &status, 0);
     pid_ = -1;
-    return decodeStatus(status);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
 json::array committedRules(std::uint16_t port) {

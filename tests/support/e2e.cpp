@@ -1,7 +1,5 @@
 #include "tests/support/e2e.h"
 
-#include <cstdio>
-
 namespace halvo::testkit {
 
 Exchange runAgainst(ScriptedDaemon& daemon, const std::vector<std::string>& args,

@@ -113,9 +113,7 @@ int listenOnLoopback(std::uint16_t port) {
     const sockaddr_in address = loopback(port);
     if (fd < 0 || ::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
         ::listen(fd, 4) != 0) {
-        if (fd >= 0) {
-            ::close(fd);
-        }
+        ::close(fd); // close(-1) only fails with EBADF
         return -1;
     }
     return fd;
@@ -132,9 +130,7 @@ int connectToLoopback(std::uint16_t port) {
     const int fd = openSocket(AF_INET, SOCK_STREAM);
     const sockaddr_in address = loopback(port);
     if (fd < 0 || ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-        if (fd >= 0) {
-            ::close(fd);
-        }
+        ::close(fd);
         return -1;
     }
     const int on = 1;

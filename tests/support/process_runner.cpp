@@ -1,5 +1,6 @@
 #include "tests/support/process_runner.h"
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <regex>
@@ -19,14 +20,12 @@ using Clock = std::chrono::steady_clock;
 std::vector<std::string> childEnvironment(const RunOptions& options) {
     std::vector<std::string> env;
     for (char** entry = environ; *entry != nullptr; ++entry) {
-        std::string text(*entry);
-        std::string name = text.substr(0, text.find('='));
-        bool replaced = false;
-        for (const auto& [key, value] : options.setEnv) {
-            replaced = replaced || key == name;
-        }
-        if (!replaced) {
-            env.push_back(text);
+        const std::string_view text(*entry);
+        const auto replaces = [&text](const auto& set) {
+            return set.first == text.substr(0, text.find('='));
+        };
+        if (std::none_of(options.setEnv.begin(), options.setEnv.end(), replaces)) {
+            env.emplace_back(text);
         }
     }
     for (const auto& [key, value] : options.setEnv) {

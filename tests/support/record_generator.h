@@ -35,14 +35,14 @@ class RecordGenerator {
                 hosts.emplace_back(text(" ,"));
             }
             set(RecordKey::Host, std::move(hosts));
-            negate(RecordKey::NotHost);
+            negate(RecordKey::NotHost, RecordKey::Host);
         } else if (chance(3)) {
             set(RecordKey::Rdesk, chance(2));
         }
         if (chance(2)) {
             set(RecordKey::Name, text(""));
             set(RecordKey::NameMatch, chance(2) ? "is" : "contains");
-            negate(RecordKey::NotName);
+            negate(RecordKey::NotName, RecordKey::Name);
         }
         if (chance(3)) {
             set(RecordKey::BuiltIn, chance(2));
@@ -94,7 +94,6 @@ class RecordGenerator {
             set(negationKey, true);
         }
     }
-    void negate(RecordKey negationKey) { negate(negationKey, RecordKey::Action); }
 
     void textClause(RecordKey key, std::string_view banned) {
         if (chance(3)) {

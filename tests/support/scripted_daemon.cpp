@@ -3,8 +3,6 @@
 #include "link/packet.h"
 #include "tests/support/portable_fd.h"
 
-#include <arpa/inet.h>
-#include <cerrno>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
@@ -78,17 +76,13 @@ std::vector<ReceivedPacket> ScriptedDaemon::received() const {
 }
 
 void ScriptedDaemon::serve() {
-    bool pending = false;
-    while (!pending && !stopping_) {
-        bool gone = clientGone_;
+    for (bool pending = false; !pending;) {
+        const bool gone = clientGone_; // read first: a connection made before it is queued
         pollfd entry{listener_, POLLIN, 0};
         pending = ::poll(&entry, 1, 50) > 0;
-        if (!pending && gone) {
+        if (stopping_ || (!pending && gone)) {
             return;
         }
-    }
-    if (!pending) {
-        return;
     }
     int fd = acceptConnection(listener_);
     if (fd < 0) {

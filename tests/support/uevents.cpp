@@ -37,20 +37,17 @@ std::optional<std::string> sendThroughKernel(int sender, std::string_view uevent
                  sizeof kernel) != static_cast<ssize_t>(message.size())) {
         return std::string("cannot send a uevent: ") + std::strerror(errno);
     }
-    char reply[512];
-    const ssize_t size = ::recv(sender, reply, sizeof reply, 0);
-    nlmsghdr replyHeader{};
-    nlmsgerr answer{};
-    if (size < static_cast<ssize_t>(NLMSG_LENGTH(sizeof answer))) {
+    // The acknowledgement's header and error code; the rest is cut off.
+    struct {
+        nlmsghdr header;
+        nlmsgerr answer;
+    } reply{};
+    if (::recv(sender, &reply, sizeof reply, 0) < static_cast<ssize_t>(sizeof reply) ||
+        reply.header.nlmsg_type != NLMSG_ERROR) {
         return std::string("the kernel did not acknowledge a uevent");
     }
-    std::memcpy(&replyHeader, reply, sizeof replyHeader);
-    std::memcpy(&answer, reply + NLMSG_HDRLEN, sizeof answer);
-    if (replyHeader.nlmsg_type != NLMSG_ERROR) {
-        return std::string("the kernel did not acknowledge a uevent");
-    }
-    if (answer.error != 0) {
-        return std::string("the kernel refused a uevent: ") + std::strerror(-answer.error);
+    if (reply.answer.error != 0) {
+        return std::string("the kernel refused a uevent: ") + std::strerror(-reply.answer.error);
     }
     return std::nullopt;
 }
