@@ -12,14 +12,10 @@ namespace halvo::link {
 namespace {
 
 namespace json = boost::json;
+using testkit::headerBytes;
 using testkit::PeerConnection;
 using testkit::ReceivedPacket;
 using testkit::ScriptedDaemon;
-
-std::string header(std::uint32_t command, std::uint32_t size) {
-    HeaderBytes bytes = encodeHeader({command, size});
-    return std::string(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-}
 
 // The receive state machine, fed pieces as the transport would deliver them.
 class ReceiveStateMachineTest : public ::testing::Test {
@@ -53,7 +49,7 @@ class ReceiveStateMachineTest : public ::testing::Test {
 
 TEST_F(ReceiveStateMachineTest, AsksForAHeaderThenExactlyThePayload) {
     EXPECT_EQ(nextSize(), 8u);
-    ASSERT_TRUE(client->parseProtocolPacket(header(7, 2)));
+    ASSERT_TRUE(client->parseProtocolPacket(headerBytes(7, 2)));
     EXPECT_EQ(nextSize(), 2u);
     ASSERT_TRUE(client->parseProtocolPacket("{}"));
     EXPECT_EQ(nextSize(), 8u);
@@ -70,7 +66,7 @@ TEST_F(ReceiveStateMachineTest, PayloadSizeMustBeOneTo100MiB) {
         {0, false}, {1, true}, {104857600, true}, {104857601, false}, {0xFFFFFFFF, false}};
     for (const SizeCase& c : cases) {
         SetUp();
-        EXPECT_EQ(client->parseProtocolPacket(header(0, c.size)), c.valid) << c.size;
+        EXPECT_EQ(client->parseProtocolPacket(headerBytes(0, c.size)), c.valid) << c.size;
         if (c.valid) {
             EXPECT_EQ(nextSize(), c.size);
         } else {
@@ -94,8 +90,8 @@ TEST_F(ReceiveStateMachineTest, PayloadMustBeAJsonObject) {
     };
     for (const Case& c : cases) {
         SetUp();
-        ASSERT_TRUE(
-            client->parseProtocolPacket(header(1, static_cast<std::uint32_t>(c.payload.size()))));
+        ASSERT_TRUE(client->parseProtocolPacket(
+            headerBytes(1, static_cast<std::uint32_t>(c.payload.size()))));
         EXPECT_FALSE(client->parseProtocolPacket(c.payload)) << c.payload.substr(0, 20);
         EXPECT_EQ(lastLog().rfind(address() + c.logged, 0), 0u) << lastLog();
         EXPECT_TRUE(delivered.empty());
@@ -186,10 +182,10 @@ TEST_F(ClientOverTcpTest, EveryEndOfTheLinkIsReportedOnce) {
     } cases[] = {
         // clang-format off
         {[](PeerConnection& peer) { peer.close(); }, "connection stopped by peer"},
-        {[](PeerConnection& peer) { peer.sendRaw(header(0, 0)); }, "broken connection"},
-        {[](PeerConnection& peer) { peer.sendRaw(header(0, 10) + "{}"); peer.close(); }, "broken connection"},
-        {[](PeerConnection& peer) { peer.sendRaw(header(0, 10)); peer.close(); }, "connection stopped by peer"},
-        {[](PeerConnection& peer) { peer.sendRaw(header(0, 10).substr(0, 5)); peer.close(); }, "broken connection"},
+        {[](PeerConnection& peer) { peer.sendRaw(headerBytes(0, 0)); }, "broken connection"},
+        {[](PeerConnection& peer) { peer.sendRaw(headerBytes(0, 10) + "{}"); peer.close(); }, "broken connection"},
+        {[](PeerConnection& peer) { peer.sendRaw(headerBytes(0, 10)); peer.close(); }, "connection stopped by peer"},
+        {[](PeerConnection& peer) { peer.sendRaw(headerBytes(0, 10).substr(0, 5)); peer.close(); }, "broken connection"},
         // clang-format on
     };
     for (const Case& c : cases) {

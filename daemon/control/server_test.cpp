@@ -2,6 +2,7 @@
 #include "daemon/platform/fixture_backend.h"
 #include "daemon/platform/fixture_hand_off.h"
 #include "tests/support/daemon_harness.h"
+#include "tests/support/scripted_daemon.h"
 
 #include <atomic>
 #include <boost/asio/post.hpp>
@@ -16,6 +17,7 @@ namespace {
 namespace asio = boost::asio;
 namespace json = boost::json;
 using link::CommandCode;
+using testkit::headerBytes;
 using testkit::TestClient;
 
 std::vector<Device> fixtureDevices() {
@@ -24,11 +26,6 @@ std::vector<Device> fixtureDevices() {
         {"vid": 4, "pid": 5, "rev": 6, "port": "1-2", "name": "Two", "built-in": true}]})")
                                          .as_object());
     return parsed.value();
-}
-
-std::string header(std::uint32_t command, std::uint32_t size) {
-    link::HeaderBytes bytes = link::encodeHeader({command, size});
-    return std::string(bytes.begin(), bytes.end());
 }
 
 // A server on an ephemeral loopback port, run on a thread of its own; the
@@ -102,11 +99,11 @@ TEST_F(ServerTest, HostileClientIsDroppedWithoutDisturbingOthers) {
     ASSERT_EQ((*bystander.request(CommandCode::startRuleTransaction))["status"], "ok");
 
     const std::pair<const char*, std::string> kBadPackets[] = {
-        {"payload above 100 MiB", header(0, link::kMaxPayloadSize + 1)},
-        {"payload size 0xffffffff", header(0, 0xffffffffu)},
-        {"payload not JSON", header(0, 3) + "{x}"},
-        {"payload a JSON array", header(0, 2) + "[]"},
-        {"payload JSON with trailing bytes", header(0, 4) + "{} x"},
+        {"payload above 100 MiB", headerBytes(0, link::kMaxPayloadSize + 1)},
+        {"payload size 0xffffffff", headerBytes(0, 0xffffffffu)},
+        {"payload not JSON", headerBytes(0, 3) + "{x}"},
+        {"payload a JSON array", headerBytes(0, 2) + "[]"},
+        {"payload JSON with trailing bytes", headerBytes(0, 4) + "{} x"},
     };
     for (const auto& [what, bytes] : kBadPackets) {
         TestClient hostile(port);
@@ -118,7 +115,7 @@ TEST_F(ServerTest, HostileClientIsDroppedWithoutDisturbingOthers) {
     }
     // Clients that give up halfway through a packet.
     for (std::string partial :
-         {header(0, 8).substr(0, 5), header(0, link::kMaxPayloadSize) + "{\"a\""}) {
+         {headerBytes(0, 8).substr(0, 5), headerBytes(0, link::kMaxPayloadSize) + "{\"a\""}) {
         TestClient quitter(port);
         ASSERT_TRUE(quitter.sendRaw(partial));
     }

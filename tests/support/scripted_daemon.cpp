@@ -12,6 +12,11 @@
 
 namespace halvo::testkit {
 
+std::string headerBytes(std::uint32_t command, std::uint32_t payloadSize) {
+    const link::HeaderBytes bytes = link::encodeHeader({command, payloadSize});
+    return std::string(bytes.begin(), bytes.end());
+}
+
 void PeerConnection::send(std::uint32_t command, std::string_view json) {
     sendRaw(link::encodePacket(command, json));
 }

@@ -20,6 +20,9 @@ struct ReceivedPacket {
     std::string payload; // the JSON text as sent; empty for a bare header
 };
 
+// A packet header alone, for scripts that send malformed or partial packets.
+std::string headerBytes(std::uint32_t command, std::uint32_t payloadSize);
+
 // What a script can do to the connection. Every call writes at once.
 class PeerConnection {
   public:
