@@ -1,73 +1,33 @@
 #include "daemon/control/server.h"
 
 #include "daemon/core/activity_log.h"
-#include "daemon/platform/listening_socket.h"
 #include "daemon/platform/socket_owner.h"
 #include "link/packet.h"
 
 #include <algorithm>
-#include <boost/asio/socket_base.hpp>
-#include <cerrno>
-#include <cstring>
+#include <chrono>
 #include <new>
-#include <sys/socket.h>
 
 namespace halvo::daemon {
 
 namespace asio = boost::asio;
 using asio::ip::tcp;
 
-namespace {
-
-// Pause after a failed accept (out of descriptors, say) before trying again.
-constexpr std::chrono::milliseconds kAcceptRetryDelay{100};
-
-} // namespace
-
 Server::Server(asio::io_context& io, RequestHandler& handler, AccessPolicy access,
                ClientLimits limits)
     : handler_(handler), access_(access), limits_(limits), budget_(limits.memoryBudget),
-      acceptor_(io), acceptRetry_(io) {}
+      listener_(io, [this](tcp::socket socket) { admit(std::move(socket)); }) {}
 
 std::optional<std::string> Server::listen(const tcp::endpoint& endpoint) {
-    if (auto problem = listenOn(acceptor_, endpoint)) {
-        return problem;
-    }
-    accept();
-    return std::nullopt;
+    return listener_.listen(endpoint);
 }
 
 std::optional<std::string> Server::adopt(int listeningSocket) {
-    if (auto problem = adoptListening(acceptor_, listeningSocket)) {
-        return problem;
-    }
-    accept();
-    return std::nullopt;
+    return listener_.adopt(listeningSocket);
 }
 
 tcp::endpoint Server::localEndpoint() const {
-    boost::system::error_code ignored;
-    return acceptor_.local_endpoint(ignored);
-}
-
-void Server::accept() {
-    acceptor_.async_accept([this](const boost::system::error_code& error, tcp::socket socket) {
-        if (error == asio::error::operation_aborted || !acceptor_.is_open()) {
-            return;
-        }
-        if (error) {
-            logActivity(LogLevel::error, "accept failed: " + error.message());
-            acceptRetry_.expires_after(kAcceptRetryDelay);
-            acceptRetry_.async_wait([this](const boost::system::error_code& waitError) {
-                if (!waitError) {
-                    accept();
-                }
-            });
-            return;
-        }
-        admit(std::move(socket));
-        accept();
-    });
+    return listener_.localEndpoint();
 }
 
 void Server::admit(tcp::socket socket) {
@@ -150,9 +110,7 @@ void Server::enforceBudget() {
 }
 
 void Server::stop() {
-    boost::system::error_code ignored;
-    acceptor_.close(ignored);
-    acceptRetry_.cancel();
+    listener_.close();
     auto sessions = sessions_;
     for (auto& [id, session] : sessions) {
         session->close();

@@ -7,10 +7,10 @@
 #include "daemon/control/request_handler.h"
 #include "daemon/control/session.h"
 #include "daemon/core/event.h"
+#include "daemon/platform/listening_socket.h"
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
-#include <boost/asio/steady_timer.hpp>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -46,7 +46,6 @@ class Server final : public SessionHost {
     void sessionEnded(Session& session) override;
 
   private:
-    void accept();
     void admit(boost::asio::ip::tcp::socket socket);
     // Why a new client of `uid` cannot be served now, or nothing; may drop a
     // long idle client to make room.
@@ -62,8 +61,7 @@ class Server final : public SessionHost {
     AccessPolicy access_;
     ClientLimits limits_;
     MemoryBudget budget_;
-    boost::asio::ip::tcp::acceptor acceptor_;
-    boost::asio::steady_timer acceptRetry_;
+    ListeningSocket listener_;
     std::map<std::uint64_t, std::shared_ptr<Session>> sessions_;
     std::uint64_t nextClientId_ = 1;
 };

@@ -1,6 +1,5 @@
 #include "daemon/usbip/server.h"
 
-#include "daemon/platform/listening_socket.h"
 #include "daemon/usbip/session.h"
 
 namespace halvo::daemon::usbip {
@@ -8,44 +7,36 @@ namespace halvo::daemon::usbip {
 namespace asio = boost::asio;
 
 Server::Server(asio::io_context& io, ShareTable& shares, EventSink sink, ServerSettings settings)
-    : shares_(shares), sink_(std::move(sink)), settings_(settings), acceptor_(io), poll_(io),
-      acceptRetry_(io) {}
+    : shares_(shares), sink_(std::move(sink)), settings_(settings),
+      listener_(io, [this](asio::ip::tcp::socket socket) { admit(std::move(socket)); }), poll_(io) {
+}
 
 Server::~Server() {
     stop();
 }
 
 std::optional<std::string> Server::listen(const asio::ip::tcp::endpoint& endpoint) {
-    if (auto problem = listenOn(acceptor_, endpoint)) {
-        return problem;
-    }
-    start();
-    return std::nullopt;
+    return started(listener_.listen(endpoint));
 }
 
 std::optional<std::string> Server::adopt(int listeningSocket) {
-    if (auto problem = adoptListening(acceptor_, listeningSocket)) {
-        return problem;
-    }
-    start();
-    return std::nullopt;
+    return started(listener_.adopt(listeningSocket));
 }
 
-void Server::start() {
-    accept();
-    pollShares();
+std::optional<std::string> Server::started(std::optional<std::string> problem) {
+    if (!problem) {
+        pollShares();
+    }
+    return problem;
 }
 
 asio::ip::tcp::endpoint Server::localEndpoint() const {
-    boost::system::error_code error;
-    return acceptor_.local_endpoint(error);
+    return listener_.localEndpoint();
 }
 
 void Server::stop() {
-    boost::system::error_code ignored;
-    acceptor_.close(ignored);
+    listener_.close();
     poll_.cancel();
-    acceptRetry_.cancel();
     // finish() leaves the map, so walk a copy.
     auto sessions = sessions_;
     for (auto& [id, session] : sessions) {
@@ -63,31 +54,14 @@ void Server::sessionEnded(std::uint64_t id) {
     sessions_.erase(id);
 }
 
-void Server::accept() {
-    acceptor_.async_accept(
-        [this](const boost::system::error_code& error, asio::ip::tcp::socket socket) {
-            if (error == asio::error::operation_aborted || !acceptor_.is_open()) {
-                return;
-            }
-            if (error) {
-                // Out of descriptors, say: try again shortly rather than spin.
-                acceptRetry_.expires_after(std::chrono::milliseconds(100));
-                acceptRetry_.async_wait([this](const boost::system::error_code& cancelled) {
-                    if (!cancelled) {
-                        accept();
-                    }
-                });
-                return;
-            }
-            if (sessions_.size() < settings_.maxPeers) {
-                const std::uint64_t id = nextId_++;
-                auto session = std::make_shared<Session>(*this, id, std::move(socket));
-                sessions_.emplace(id, session);
-                session->start();
-            }
-            // A host turned away is closed with `socket` here.
-            accept();
-        });
+void Server::admit(asio::ip::tcp::socket socket) {
+    if (sessions_.size() >= settings_.maxPeers) {
+        return; // turned away: `socket` closes here
+    }
+    const std::uint64_t id = nextId_++;
+    auto session = std::make_shared<Session>(*this, id, std::move(socket));
+    sessions_.emplace(id, session);
+    session->start();
 }
 
 void Server::pollShares() {

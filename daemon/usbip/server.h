@@ -10,6 +10,7 @@
 
 #include "daemon/core/event.h"
 #include "daemon/core/share_table.h"
+#include "daemon/platform/listening_socket.h"
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
@@ -60,16 +61,16 @@ class Server {
     const ServerSettings& settings() const { return settings_; }
 
   private:
-    void start();
-    void accept();
+    // Starts watching shares once listening; passes on why listening failed.
+    std::optional<std::string> started(std::optional<std::string> problem);
+    void admit(boost::asio::ip::tcp::socket socket);
     void pollShares();
 
     ShareTable& shares_;
     EventSink sink_;
     ServerSettings settings_;
-    boost::asio::ip::tcp::acceptor acceptor_;
+    ListeningSocket listener_;
     boost::asio::steady_timer poll_;
-    boost::asio::steady_timer acceptRetry_;
     std::map<std::uint64_t, std::shared_ptr<Session>> sessions_;
     std::uint64_t nextId_ = 1;
 };
