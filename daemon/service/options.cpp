@@ -55,34 +55,12 @@ struct KnownOption {
     Setter apply;
 };
 
-// What is wrong with an ADDR:PORT, or nothing.
-std::optional<std::string> endpointProblem(std::string_view text) {
-    const std::string kWanted = "wants an IP address and a port, as 127.0.0.1:32999";
-    std::size_t colon = text.rfind(':');
-    if (colon == std::string_view::npos) {
-        return kWanted + ", not " + quoted(text);
-    }
-    std::string_view host = text.substr(0, colon);
-    if (host.size() >= 2 && host.front() == '[' && host.back() == ']') {
-        host = host.substr(1, host.size() - 2);
-    }
-    boost::system::error_code error;
-    asio::ip::make_address(std::string(host), error);
-    if (error) {
-        return kWanted + "; " + quoted(host) + " is a name";
-    }
-    if (!parseDecimal<std::uint16_t>(text.substr(colon + 1), 0, 65535)) {
-        return "wants a port from 0 to 65535 after the address, not " +
-               quoted(text.substr(colon + 1));
-    }
-    return std::nullopt;
-}
-
 std::optional<std::string> setEndpoint(asio::ip::tcp::endpoint& into, std::string_view value) {
-    if (auto problem = endpointProblem(value)) {
-        return problem;
+    auto endpoint = parseEndpoint(value);
+    if (!endpoint) {
+        return endpoint.error();
     }
-    into = *parseEndpoint(value);
+    into = *endpoint;
     return std::nullopt;
 }
 
@@ -325,22 +303,27 @@ std::optional<std::string> checkCombination(const Options& options, bool sysfsGi
 
 } // namespace
 
-std::optional<asio::ip::tcp::endpoint> parseEndpoint(std::string_view text) {
-    std::size_t colon = text.rfind(':');
+util::Expected<asio::ip::tcp::endpoint> parseEndpoint(std::string_view text) {
+    const std::string kWanted = "wants an IP address and a port, as 127.0.0.1:32999";
+    const std::size_t colon = text.rfind(':');
     if (colon == std::string_view::npos) {
-        return std::nullopt;
+        return util::Failure{kWanted + ", not " + quoted(text)};
     }
     std::string_view host = text.substr(0, colon);
     if (host.size() >= 2 && host.front() == '[' && host.back() == ']') {
         host = host.substr(1, host.size() - 2);
     }
-    auto port = parseDecimal<std::uint16_t>(text.substr(colon + 1), 0, 65535);
     boost::system::error_code error;
-    asio::ip::address address = asio::ip::make_address(std::string(host), error);
-    if (!port || error) {
-        return std::nullopt;
+    const asio::ip::address address = asio::ip::make_address(std::string(host), error);
+    if (error) {
+        return util::Failure{kWanted + "; " + quoted(host) + " is a name"};
     }
-    return asio::ip::tcp::endpoint(address, *port);
+    const std::string_view port = text.substr(colon + 1);
+    auto number = parseDecimal<std::uint16_t>(port, 0, 65535);
+    if (!number) {
+        return util::Failure{"wants a port from 0 to 65535 after the address, not " + quoted(port)};
+    }
+    return asio::ip::tcp::endpoint(address, *number);
 }
 
 ParsedOptions parseOptions(std::span<const char* const> arguments) {

@@ -5,6 +5,7 @@
 
 #include "daemon/control/client_limits.h"
 #include "daemon/core/rule_engine.h"
+#include "util/expected.h"
 
 #include <boost/asio/ip/tcp.hpp>
 #include <chrono>
@@ -54,8 +55,9 @@ struct VersionRequested {};
 using ParsedOptions = std::variant<Options, HelpRequested, VersionRequested, std::string>;
 ParsedOptions parseOptions(std::span<const char* const> arguments);
 
-// "ADDR:PORT", "[V6ADDR]:PORT"; nothing when malformed.
-std::optional<boost::asio::ip::tcp::endpoint> parseEndpoint(std::string_view text);
+// "ADDR:PORT", "[V6ADDR]:PORT"; what is wrong with it (a phrase to follow
+// the option's name) when malformed.
+util::Expected<boost::asio::ip::tcp::endpoint> parseEndpoint(std::string_view text);
 
 void printUsage(std::FILE* out);
 
