@@ -39,12 +39,6 @@ int fail(const std::string& message) {
     return kExitStartFailed;
 }
 
-std::string describe(const asio::ip::tcp::endpoint& endpoint) {
-    const std::string address = endpoint.address().to_string();
-    return (endpoint.address().is_v6() ? "[" + address + "]" : address) + ":" +
-           std::to_string(endpoint.port());
-}
-
 util::Expected<std::unique_ptr<daemon::DeviceBackend>> makeBackend(const daemon::Options& options) {
     if (!options.deviceFixture) {
         return daemon::openSystemDevices(options.sysfsRoot);
@@ -96,7 +90,7 @@ std::optional<std::string> startListening(daemon::Server& server, const daemon::
         return std::nullopt;
     }
     if (auto error = server.listen(options.listen)) {
-        return "cannot listen on " + describe(options.listen) + ": " + *error;
+        return "cannot listen on " + daemon::endpointText(options.listen) + ": " + *error;
     }
     return std::nullopt;
 }
@@ -201,7 +195,7 @@ int serve(std::span<const char* const> arguments, daemon::Options options) {
     reloadOnSignal(reloadSignals, reloader);
 
     // Tests and scripts wait for this line: it names the port when port 0 was asked for.
-    const std::string listening = "listening on " + describe(server.localEndpoint());
+    const std::string listening = "listening on " + daemon::endpointText(server.localEndpoint());
     daemon::logActivity(daemon::LogLevel::notice, listening);
     daemon::service_manager::notifyReady(listening + "; " +
                                          std::to_string(rules.committed().size()) + " rules");

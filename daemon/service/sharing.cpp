@@ -6,14 +6,6 @@
 
 namespace halvo::daemon {
 
-namespace {
-
-std::string endpointText(const boost::asio::ip::tcp::endpoint& endpoint) {
-    return endpoint.address().to_string() + ":" + std::to_string(endpoint.port());
-}
-
-} // namespace
-
 Sharing::Sharing(std::unique_ptr<ShareHandOff> handOff, DeviceTable& devices,
                  ConnectionTable& connections, const RuleStore& rules, Action defaultAction)
     : handOff_(std::move(handOff)), shares_(devices, connections, rules, defaultAction, *handOff_) {
