@@ -1,5 +1,7 @@
 // The result of a step that can fail: its value, or why there is none, in
-// words meant for a log line or the user.
+// words meant for a log line or the user. Expected<void> is "done, or why
+// not": a step that has no value to give. An std::optional is only ever
+// "maybe a value", never an error.
 #pragma once
 
 #include <concepts>
@@ -41,6 +43,22 @@ template <typename T> class [[nodiscard]] Expected {
 
   private:
     std::variant<T, std::string> state_;
+};
+
+template <> class [[nodiscard]] Expected<void> {
+  public:
+    Expected() = default;
+    Expected(Failure failure) : error_(std::move(failure.message)), failed_(true) {}
+
+    bool has_value() const { return !failed_; }
+    explicit operator bool() const { return has_value(); }
+
+    // Why the step failed; only when !has_value() (empty otherwise).
+    const std::string& error() const { return error_; }
+
+  private:
+    std::string error_;
+    bool failed_ = false;
 };
 
 } // namespace halvo::util

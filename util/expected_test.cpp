@@ -27,5 +27,13 @@ TEST(Expected, TakesAValueConvertibleToItsOwnAndHandsItOut) {
     EXPECT_NE(dynamic_cast<Derived*>(taken.get()), nullptr);
 }
 
+// A failure whose text is empty is still a failure.
+TEST(Expected, VoidFormTellsDoneFromFailedEvenWithoutWords) {
+    const Expected<void> done;
+    const Expected<void> failed = Failure{""};
+    EXPECT_TRUE(done.has_value());
+    EXPECT_FALSE(failed);
+}
+
 } // namespace
 } // namespace halvo::util
