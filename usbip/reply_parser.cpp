@@ -25,9 +25,10 @@ class Decoder {
         const std::uint32_t high = u16();
         return high << 16 | u16();
     }
-    // The text up to its first NUL, or the whole field when it has none.
-    std::string text(std::size_t size) {
+    // The text up to its NUL; a field without one sets `unterminated`.
+    std::string text(std::size_t size, bool& unterminated) {
         const std::uint8_t* end = std::find(at_, at_ + size, 0);
+        unterminated = unterminated || end == at_ + size;
         std::string value(at_, end);
         at_ += size;
         return value;
@@ -128,8 +129,14 @@ void ReplyParser::nextDevice() {
 void ReplyParser::recordDone() {
     Decoder in(bytes_.data());
     DeviceRecord& device = devices_.emplace_back();
-    device.path = in.text(kPathSize);
-    device.busId = in.text(kBusIdSize);
+    bool unterminated = false;
+    device.path = in.text(kPathSize, unterminated);
+    device.busId = in.text(kBusIdSize, unterminated);
+    if (unterminated) {
+        devices_.pop_back();
+        refuse("a device record's path or bus id without its terminating NUL");
+        return;
+    }
     device.busnum = in.u32();
     device.devnum = in.u32();
     device.speed = in.u32();

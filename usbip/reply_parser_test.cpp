@@ -45,6 +45,8 @@ TEST(ReplyParserTest, ReadsOneReplyInAnyPiecesAndRefusesWhatAServerMustNotSend) 
     const Bytes importOk = encodeImportReply(Status::ok, &imported);
     Bytes cutShort = encodeDeviceList(two);
     cutShort.pop_back();
+    Bytes unterminated = importOk;
+    std::fill_n(unterminated.begin() + 8 + 256, 32, 'x');
     imported.interfaces.clear();
     struct Case {
         const char* what;
@@ -104,6 +106,14 @@ TEST(ReplyParserTest, ReadsOneReplyInAnyPiecesAndRefusesWhatAServerMustNotSend) 
          OpCode::replyDeviceList,
          header(0x0111, OpCode::replyDeviceList, 0) + Bytes{0xff, 0xff, 0xff, 0xff},
          "a list of 4294967295 devices, more than 4096",
+         Status::ok,
+         {},
+         0,
+         false},
+        {"bus id without NUL",
+         OpCode::replyImport,
+         unterminated,
+         "a device record's path or bus id without its terminating NUL",
          Status::ok,
          {},
          0,
