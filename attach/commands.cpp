@@ -77,11 +77,22 @@ int runList(const Invocation& invocation, Context& context) {
 }
 
 int runAttach(const Invocation& invocation, Context& context) {
-    auto server = serverOperand(invocation);
+    Invocation split = invocation;
+    if (split.operands.size() == 1) {
+        // "HOST[:PORT]:BUSID", as the systemd unit's instance names it; bus
+        // ids hold no colon.
+        const std::string whole = split.operands.front();
+        const std::size_t colon = whole.rfind(':');
+        if (colon == std::string::npos || colon == 0) {
+            return fail(context, kUsage, "\"" + whole + "\" is not HOST[:PORT]:BUSID");
+        }
+        split.operands = {whole.substr(0, colon), whole.substr(colon + 1)};
+    }
+    auto server = serverOperand(split);
     if (!server) {
         return fail(context, kUsage, server.error());
     }
-    const std::string& busId = invocation.operands.at(1);
+    const std::string& busId = split.operands.at(1);
     if (invocation.persist) {
         return runPersistent(*server, busId, context.connect, context.vhci, context.records,
                              context.err);
@@ -154,7 +165,7 @@ int runStatus(const Invocation&, Context& context) {
 
 constexpr CommandRow kCommands[] = {
     {"list", "HOST[:PORT]", 1, 1, "", runList},
-    {"attach", "[--persist] HOST[:PORT] BUSID", 2, 2, "--persist ", runAttach},
+    {"attach", "[--persist] HOST[:PORT] BUSID | HOST[:PORT]:BUSID", 1, 2, "--persist ", runAttach},
     {"detach", "PORT|--all", 0, 1, "--all ", runDetach},
     {"status", "", 0, 0, "", runStatus},
 };
