@@ -1,11 +1,13 @@
 // vhci-hcd for tests: a controller of two high-speed and two SuperSpeed
 // ports that keeps every attach line and, as the kernel does, its own
-// reference to the socket until the port is detached.
+// reference to the socket until the port is detached or the server closes
+// the connection.
 #pragma once
 
 #include "attach/vhci.h"
 
 #include <map>
+#include <poll.h>
 #include <sstream>
 #include <unistd.h>
 
@@ -26,7 +28,19 @@ class FakeVhci final : public attach::VhciPorts {
     FakeVhci(const FakeVhci&) = delete;
     FakeVhci& operator=(const FakeVhci&) = delete;
 
-    util::Expected<std::vector<attach::VhciPort>> ports() override { return ports_; }
+    util::Expected<std::vector<attach::VhciPort>> ports() override {
+        for (auto held = sockets_.begin(); held != sockets_.end();) {
+            pollfd entry{held->second, POLLRDHUP, 0};
+            if (::poll(&entry, 1, 0) > 0 && (entry.revents & (POLLRDHUP | POLLHUP | POLLERR))) {
+                ports_.at(held->first).used = false;
+                ::close(held->second);
+                held = sockets_.erase(held);
+            } else {
+                ++held;
+            }
+        }
+        return ports_;
+    }
 
     util::Expected<attach::Done> attach(const std::string& line) override {
         lines.push_back(line);
@@ -47,8 +61,10 @@ class FakeVhci final : public attach::VhciPorts {
 
     util::Expected<attach::Done> detach(unsigned port) override {
         ports_.at(port).used = false;
-        ::close(sockets_.at(port));
-        sockets_.erase(port);
+        if (auto held = sockets_.find(port); held != sockets_.end()) {
+            ::close(held->second);
+            sockets_.erase(held);
+        }
         return attach::Done{};
     }
 
