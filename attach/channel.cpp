@@ -161,7 +161,14 @@ exchange(Channel& channel, const std::vector<std::uint8_t>& request, usbip::OpCo
     }
     usbip::ReplyParser parser(expected);
     std::array<std::uint8_t, usbip::kDeviceRecordSize> scratch{};
+    // A server that trickles its reply byte by byte must not hold the
+    // importer for long: the whole reply has one deadline.
+    const auto deadline = std::chrono::steady_clock::now() + kReplyDeadline;
     while (parser.missing() > 0) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return util::Failure{"the server did not send its whole reply within " +
+                                 std::to_string(kReplyDeadline.count()) + " seconds"};
+        }
         // Never more than the reply lacks: after an import the rest is the
         // device's traffic, the kernel's to read.
         auto got = channel.receive(std::span(scratch).first(parser.missing()));

@@ -39,6 +39,8 @@ using Connector = std::function<util::Expected<std::unique_ptr<Channel>>(const E
 Connector plainConnector(std::chrono::milliseconds timeout,
                          std::chrono::seconds deadAfter = std::chrono::seconds(30));
 
+inline constexpr std::chrono::seconds kReplyDeadline{30};
+
 // Sends `request` and reads the reply of kind `expected`, or says what went
 // wrong on the way (the server's own refusal is in the parser's status).
 util::Expected<usbip::ReplyParser>

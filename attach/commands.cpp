@@ -220,7 +220,7 @@ int runCommandLine(const std::vector<std::string>& arguments, Context& context) 
         }
         return row.run(invocation, context);
     }
-    return fail(context, kUsage, "unknown command \"" + word + "\"\n" + usageText());
+    return fail(context, kUsage, "unknown command \"" + word + "\" (see halvo-attach --help)");
 }
 
 } // namespace halvo::attach
