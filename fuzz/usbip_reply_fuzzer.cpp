@@ -78,7 +78,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     // Text past a field's NUL is dropped, so the bytes may differ; what they
     // say may not.
     const auto again = expected == usbip::OpCode::replyImport
-                           ? usbip::encodeImportReply(usbip::Status::ok, &parser.devices().at(0))
+                           ? usbip::encodeImportReply(parser.devices().at(0))
                            : usbip::encodeDeviceList(parser.devices());
     std::size_t retaken = 0;
     const usbip::ReplyParser reread = parseAll(expected, again, 4096, retaken);

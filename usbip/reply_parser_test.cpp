@@ -42,7 +42,7 @@ DeviceRecord device(std::string busId, std::uint32_t speed, std::size_t interfac
 TEST(ReplyParserTest, ReadsOneReplyInAnyPiecesAndRefusesWhatAServerMustNotSend) {
     const std::vector<DeviceRecord> two = {device("1-1", 3, 2), device("2-1.4", 5, 0)};
     DeviceRecord imported = device("2-1.4", 5, 0);
-    const Bytes importOk = encodeImportReply(Status::ok, &imported);
+    const Bytes importOk = encodeImportReply(imported);
     Bytes cutShort = encodeDeviceList(two);
     cutShort.pop_back();
     Bytes unterminated = importOk;
@@ -80,7 +80,7 @@ TEST(ReplyParserTest, ReadsOneReplyInAnyPiecesAndRefusesWhatAServerMustNotSend) 
          true},
         {"import refused",
          OpCode::replyImport,
-         encodeImportReply(Status::deviceBusy, nullptr),
+         encodeImportReply(Status::deviceBusy),
          "",
          Status::deviceBusy,
          {},

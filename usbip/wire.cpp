@@ -87,12 +87,16 @@ std::vector<std::uint8_t> encodeDeviceList(const std::vector<DeviceRecord>& devi
     return out.take();
 }
 
-std::vector<std::uint8_t> encodeImportReply(Status status, const DeviceRecord* device) {
+std::vector<std::uint8_t> encodeImportReply(Status status) {
     Encoder out;
     out.header(OpCode::replyImport, status);
-    if (status == Status::ok && device != nullptr) {
-        out.deviceRecord(*device);
-    }
+    return out.take();
+}
+
+std::vector<std::uint8_t> encodeImportReply(const DeviceRecord& device) {
+    Encoder out;
+    out.header(OpCode::replyImport, Status::ok);
+    out.deviceRecord(device);
     return out.take();
 }
 

@@ -78,8 +78,10 @@ std::vector<std::uint8_t> encodeImportRequest(const std::string& busId);
 // followed by its interfaces (class, subclass, protocol, padding).
 std::vector<std::uint8_t> encodeDeviceList(const std::vector<DeviceRecord>& devices);
 
-// OP_REP_IMPORT: the header with `status`, then the device's record (without
-// interfaces) when the status is ok.
-std::vector<std::uint8_t> encodeImportReply(Status status, const DeviceRecord* device);
+// OP_REP_IMPORT refusing: the header with `status` alone.
+std::vector<std::uint8_t> encodeImportReply(Status status);
+// OP_REP_IMPORT accepting: the header, then the device's record (without
+// interfaces).
+std::vector<std::uint8_t> encodeImportReply(const DeviceRecord& device);
 
 } // namespace halvo::usbip

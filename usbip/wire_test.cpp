@@ -41,9 +41,9 @@ TEST(UsbipWireTest, EncodesDeviceListsAndImportRepliesBigEndian) {
     std::erase(numbers, ' ');
     EXPECT_EQ(hex(list, 12 + 288, 32), numbers);
 
-    auto refused = encodeImportReply(Status::noDevice, &device);
+    auto refused = encodeImportReply(Status::noDevice);
     EXPECT_EQ(hex(refused, 0, refused.size()), "0111000300000004");
-    auto accepted = encodeImportReply(Status::ok, &device);
+    auto accepted = encodeImportReply(device);
     ASSERT_EQ(accepted.size(), kHeaderSize + kDeviceRecordSize);
     EXPECT_EQ(hex(accepted, 8 + 288, 4), "00000001");
 }

@@ -35,11 +35,10 @@ std::vector<std::uint8_t> encodeDeviceList(const std::vector<Device>& devices) {
 }
 
 std::vector<std::uint8_t> encodeImportReply(Status status, const Device* device) {
-    if (device == nullptr) {
-        return halvo::usbip::encodeImportReply(status, nullptr);
+    if (status != Status::ok || device == nullptr) {
+        return halvo::usbip::encodeImportReply(status);
     }
-    const halvo::usbip::DeviceRecord record = toDeviceRecord(*device);
-    return halvo::usbip::encodeImportReply(status, &record);
+    return halvo::usbip::encodeImportReply(toDeviceRecord(*device));
 }
 
 } // namespace halvo::daemon::usbip
