@@ -71,7 +71,7 @@ std::string statusTable(const std::vector<VhciPort>& ports, const Records& recor
         if (record && record->devid != port.devid) {
             record.reset(); // another device came there since
         }
-        char line[256];
+        char line[1024]; // a host name has at most 253 bytes
         std::snprintf(line, sizeof line, "%-5u %-11s %-6s %-22s %-7s %s\n", port.number,
                       speedName(port.speed).c_str(), printable(port.localBusId).c_str(),
                       record ? record->server.c_str() : "-",
