@@ -13,7 +13,7 @@ Bytes operator+(Bytes left, const Bytes& right) {
 }
 
 Bytes header(std::uint16_t version, OpCode code, std::uint32_t status) {
-    const auto word = static_cast<std::uint32_t>(version << 16 | static_cast<unsigned>(code));
+    const std::uint32_t word = std::uint32_t{version} << 16 | static_cast<std::uint32_t>(code);
     Bytes bytes;
     for (std::uint32_t value : {word, status}) {
         for (int shift = 24; shift >= 0; shift -= 8) {
