@@ -14,7 +14,7 @@ set -eu
 seconds=$1
 source_dir=$(cd "$(dirname "$0")/.." && pwd)
 build_dir=${2:-$source_dir/build-fuzz}
-targets=${FUZZ_TARGETS:-"rule_text packet_stream reply_consumers usbip_request"}
+targets=${FUZZ_TARGETS:-"rule_text packet_stream reply_consumers usbip_request usbip_reply"}
 jobs=${FUZZ_JOBS:-1}
 
 cmake -S "$source_dir" -B "$build_dir" -G Ninja \

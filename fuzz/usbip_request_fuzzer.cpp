@@ -2,8 +2,8 @@
 // pieces of 1 to 16 bytes (the first input byte picks): it must never take
 // more than one request's bytes, and must accept exactly the well-formed
 // device-list and import requests that start the stream, with their bus id.
-#include "daemon/usbip/request_parser.h"
 #include "fuzz/fuzz_streams.h"
+#include "usbip/request_parser.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -13,7 +13,7 @@
 
 namespace {
 
-namespace usbip = halvo::daemon::usbip;
+namespace usbip = halvo::usbip;
 using halvo::fuzz::fail;
 
 // The bus id an import request in `bytes` carries, or "" when it has none

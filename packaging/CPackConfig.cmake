@@ -36,7 +36,9 @@ clients: list the devices and connections, unplug a device, drop a
 connection, and list, load, edit and test the sharing rules.
 
 The package also holds halvo-rulecheck, which checks a rule file without a
-daemon, the manual pages, and bash and zsh completion.")
+daemon; halvo-attach, which imports the USB devices a USB/IP server shares
+(from halvod or any other) through the kernel's vhci-hcd, with a systemd unit
+that keeps a device attached; the manual pages, and bash and zsh completion.")
 
 set(CPACK_DEBIAN_HALVOD_PACKAGE_NAME halvod)
 # addgroup makes the admin group at install.

@@ -1,6 +1,6 @@
 # Install rules for what ships beside halvoctl, in two components that
 # become the two Debian packages: `halvoctl` (the utility, halvo-rulecheck,
-# their manual pages and completion) and `halvod` (the daemon, its manual
+# halvo-attach and its systemd unit, their manual pages and completion) and `halvod` (the daemon, its manual
 # page, completion, systemd units and config file).  Included at the end of
 # the top-level CMakeLists.txt, after every program target is defined.
 # (halvoctl itself, its pages and the completions install from cli/, doc/ and
@@ -26,6 +26,11 @@ endfunction()
 
 halvo_install_optional_program(halvod ${CMAKE_INSTALL_SBINDIR} halvod.8 halvod)
 halvo_install_optional_program(halvo-rulecheck ${CMAKE_INSTALL_BINDIR} halvo-rulecheck.1 halvoctl)
+halvo_install_optional_program(halvo-attach ${CMAKE_INSTALL_BINDIR} halvo-attach.1 halvoctl)
+if(TARGET halvo-attach)
+  install(FILES ${CMAKE_CURRENT_LIST_DIR}/systemd/halvo-attach@.service
+          DESTINATION ${HALVO_SYSTEMD_UNIT_DIR} COMPONENT halvoctl)
+endif()
 
 if(TARGET halvod)
   install(FILES ${CMAKE_CURRENT_LIST_DIR}/systemd/halvod.service

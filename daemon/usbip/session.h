@@ -1,7 +1,7 @@
 // One remote host's connection until its request is answered.
 #pragma once
 
-#include "daemon/usbip/request_parser.h"
+#include "daemon/usbip/protocol.h"
 
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/steady_timer.hpp>

@@ -1,8 +1,8 @@
 #!/bin/bash
 # check_bash_completion.sh COMPLETIONS_DIR [HALVOCTL HALVOD]
-# Loads the bash completion of halvoctl, halvod and halvo-rulecheck and
-# checks what each offers, with a stand-in halvoctl on PATH; then again with
-# bash-completion's helpers loaded, when installed.  Given the programs, it
+# Loads the bash completion of halvoctl, halvod, halvo-rulecheck and
+# halvo-attach and checks what each offers, with a stand-in halvoctl on PATH;
+# then again with bash-completion's helpers loaded, when installed.  Given the programs, it
 # also completes through the real halvoctl from a halvod in a private network
 # namespace, so that a change of halvoctl's tables the completion cannot read
 # shows here.
@@ -24,7 +24,7 @@ cd "$work/files" || exit 1
 load_completions()
 {
     local program
-    for program in halvoctl halvod halvo-rulecheck; do
+    for program in halvoctl halvod halvo-rulecheck halvo-attach; do
         # shellcheck source=/dev/null
         source "$completions/$program.bash"
         complete -p "$program" >/dev/null 2>&1 ||
@@ -114,6 +114,10 @@ run_table()
     expect "halvo-rulecheck --strict r" "readme rules.txt"
     expect "halvo-rulecheck rules.txt m" "my rules"
     expect "halvo-rulecheck -- --" ""
+
+    expect "halvo-attach " "--help --version attach detach list status"
+    expect "halvo-attach attach --" "--persist"
+    expect "halvo-attach list " ""
 }
 
 mode=plain

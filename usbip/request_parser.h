@@ -5,7 +5,7 @@
 // import the same connection carries the device's traffic.
 #pragma once
 
-#include "daemon/usbip/wire.h"
+#include "usbip/wire.h"
 
 #include <array>
 #include <cstddef>
@@ -14,7 +14,7 @@
 #include <span>
 #include <string>
 
-namespace halvo::daemon::usbip {
+namespace halvo::usbip {
 
 struct Request {
     OpCode code = OpCode::requestDeviceList;
@@ -51,4 +51,4 @@ class RequestParser {
     std::string error_;
 };
 
-} // namespace halvo::daemon::usbip
+} // namespace halvo::usbip

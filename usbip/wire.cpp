@@ -1,14 +1,14 @@
-#include "daemon/usbip/wire.h"
+#include "usbip/wire.h"
 
 #include <algorithm>
 
-namespace halvo::daemon::usbip {
+namespace halvo::usbip {
 
 namespace {
 
 // The record's count is one byte; sysfs never shows more interfaces.
-std::size_t interfaceCount(const Device& device) {
-    return std::min<std::size_t>(device.bus.interfaces.size(), 255);
+std::size_t interfaceCount(const DeviceRecord& device) {
+    return std::min<std::size_t>(device.interfaces.size(), 255);
 }
 
 class Encoder {
@@ -33,21 +33,20 @@ class Encoder {
         u16(static_cast<std::uint16_t>(code));
         u32(static_cast<std::uint32_t>(status));
     }
-    void deviceRecord(const Device& device) {
-        const BusDescription& bus = device.bus;
-        text(bus.sysfsPath, kPathSize);
-        text(device.port, kBusIdSize);
-        u32(bus.busnum);
-        u32(bus.devnum);
-        u32(bus.speed);
+    void deviceRecord(const DeviceRecord& device) {
+        text(device.path, kPathSize);
+        text(device.busId, kBusIdSize);
+        u32(device.busnum);
+        u32(device.devnum);
+        u32(device.speed);
         u16(device.vid);
         u16(device.pid);
         u16(device.rev);
-        u8(bus.deviceClass);
-        u8(bus.deviceSubClass);
-        u8(bus.deviceProtocol);
-        u8(bus.configurationValue);
-        u8(bus.numConfigurations);
+        u8(device.deviceClass);
+        u8(device.deviceSubClass);
+        u8(device.deviceProtocol);
+        u8(device.configurationValue);
+        u8(device.numConfigurations);
         u8(static_cast<std::uint8_t>(interfaceCount(device)));
     }
     std::vector<std::uint8_t> take() { return std::move(bytes_); }
@@ -58,14 +57,27 @@ class Encoder {
 
 } // namespace
 
-std::vector<std::uint8_t> encodeDeviceList(const std::vector<Device>& devices) {
+std::vector<std::uint8_t> encodeDeviceListRequest() {
+    Encoder out;
+    out.header(OpCode::requestDeviceList, Status::ok);
+    return out.take();
+}
+
+std::vector<std::uint8_t> encodeImportRequest(const std::string& busId) {
+    Encoder out;
+    out.header(OpCode::requestImport, Status::ok);
+    out.text(busId, kBusIdSize);
+    return out.take();
+}
+
+std::vector<std::uint8_t> encodeDeviceList(const std::vector<DeviceRecord>& devices) {
     Encoder out;
     out.header(OpCode::replyDeviceList, Status::ok);
     out.u32(static_cast<std::uint32_t>(devices.size()));
-    for (const Device& device : devices) {
+    for (const DeviceRecord& device : devices) {
         out.deviceRecord(device);
         for (std::size_t index = 0; index < interfaceCount(device); ++index) {
-            const BusDescription::Interface& interface = device.bus.interfaces[index];
+            const DeviceRecord::Interface& interface = device.interfaces[index];
             out.u8(interface.interfaceClass);
             out.u8(interface.subclass);
             out.u8(interface.protocol);
@@ -75,13 +87,17 @@ std::vector<std::uint8_t> encodeDeviceList(const std::vector<Device>& devices) {
     return out.take();
 }
 
-std::vector<std::uint8_t> encodeImportReply(Status status, const Device* device) {
+std::vector<std::uint8_t> encodeImportReply(Status status) {
     Encoder out;
     out.header(OpCode::replyImport, status);
-    if (status == Status::ok && device != nullptr) {
-        out.deviceRecord(*device);
-    }
     return out.take();
 }
 
-} // namespace halvo::daemon::usbip
+std::vector<std::uint8_t> encodeImportReply(const DeviceRecord& device) {
+    Encoder out;
+    out.header(OpCode::replyImport, Status::ok);
+    out.deviceRecord(device);
+    return out.take();
+}
+
+} // namespace halvo::usbip

@@ -1,8 +1,8 @@
-#include "daemon/usbip/request_parser.h"
+#include "usbip/request_parser.h"
 
 #include <gtest/gtest.h>
 
-namespace halvo::daemon::usbip {
+namespace halvo::usbip {
 namespace {
 
 std::string header(std::uint16_t version, std::uint16_t code) {
@@ -73,4 +73,4 @@ TEST(RequestParserTest, ReadsOneRequestInAnyPiecesAndRefusesMalformedOnes) {
 }
 
 } // namespace
-} // namespace halvo::daemon::usbip
+} // namespace halvo::usbip

@@ -1,9 +1,9 @@
-#include "daemon/usbip/request_parser.h"
+#include "usbip/request_parser.h"
 
 #include <algorithm>
 #include <cstdio>
 
-namespace halvo::daemon::usbip {
+namespace halvo::usbip {
 
 namespace {
 
@@ -64,4 +64,4 @@ void RequestParser::busIdDone() {
     request_ = Request{OpCode::requestImport, std::string(begin, end)};
 }
 
-} // namespace halvo::daemon::usbip
+} // namespace halvo::usbip

@@ -1,0 +1,226 @@
+#include "attach/commands.h"
+
+#include "attach/exit_status.h"
+#include "attach/importer.h"
+#include "attach/persist.h"
+
+#include <charconv>
+#include <cstdio>
+#include <ctime>
+#include <span>
+
+namespace halvo::attach {
+
+namespace {
+
+struct Invocation {
+    std::vector<std::string> operands;
+    bool persist = false;
+    bool all = false;
+};
+
+using Runner = int (*)(const Invocation& invocation, Context& context);
+
+struct CommandRow {
+    const char* word;
+    const char* synopsis; // after the word
+    std::size_t minOperands;
+    std::size_t maxOperands;
+    const char* options; // the long options it takes, each "--name "
+    Runner run;
+};
+
+int fail(Context& context, int status, const std::string& message) {
+    context.err << "halvo-attach: " << message << '\n';
+    return status;
+}
+
+util::Expected<Endpoint> serverOperand(const Invocation& invocation) {
+    return parseEndpoint(invocation.operands.at(0));
+}
+
+std::string hex(unsigned value, int digits) {
+    char text[16];
+    std::snprintf(text, sizeof text, "%0*x", digits, value);
+    return text;
+}
+
+int runList(const Invocation& invocation, Context& context) {
+    auto server = serverOperand(invocation);
+    if (!server) {
+        return fail(context, kUsage, server.error());
+    }
+    auto listed = listDevices(*server, context.connect);
+    if (!listed.value) {
+        return fail(context, listed.status, listed.message);
+    }
+    if (listed.value->empty()) {
+        context.out << server->text() << " shares no device with this host\n";
+        return kOk;
+    }
+    context.out << "BUSID        VID:PID    SPEED       CLASS     INTERFACES\n";
+    for (const usbip::DeviceRecord& device : *listed.value) {
+        std::string interfaces;
+        for (const auto& interface : device.interfaces) {
+            interfaces += (interfaces.empty() ? "" : " ") + hex(interface.interfaceClass, 2) + "/" +
+                          hex(interface.subclass, 2) + "/" + hex(interface.protocol, 2);
+        }
+        char line[128];
+        std::snprintf(line, sizeof line, "%-12s %s:%s  %-11s %s/%s/%s  ",
+                      printable(device.busId).c_str(), hex(device.vid, 4).c_str(),
+                      hex(device.pid, 4).c_str(), speedName(device.speed).c_str(),
+                      hex(device.deviceClass, 2).c_str(), hex(device.deviceSubClass, 2).c_str(),
+                      hex(device.deviceProtocol, 2).c_str());
+        context.out << line << interfaces << '\n';
+    }
+    return kOk;
+}
+
+int runAttach(const Invocation& invocation, Context& context) {
+    Invocation split = invocation;
+    if (split.operands.size() == 1) {
+        // "HOST[:PORT]:BUSID", as the systemd unit's instance names it; bus
+        // ids hold no colon.
+        const std::string whole = split.operands.front();
+        const std::size_t colon = whole.rfind(':');
+        if (colon == std::string::npos || colon == 0) {
+            return fail(context, kUsage, "\"" + whole + "\" is not HOST[:PORT]:BUSID");
+        }
+        split.operands = {whole.substr(0, colon), whole.substr(colon + 1)};
+    }
+    auto server = serverOperand(split);
+    if (!server) {
+        return fail(context, kUsage, server.error());
+    }
+    const std::string& busId = split.operands.at(1);
+    if (invocation.persist) {
+        return runPersistent(*server, busId, context.connect, context.vhci, context.records,
+                             context.err);
+    }
+    Outcome<Attached> outcome = importDevice(*server, busId, context.connect, context.vhci);
+    if (!outcome.value) {
+        return fail(context, outcome.status, outcome.message);
+    }
+    const Attached& attached = *outcome.value;
+    if (auto saved = context.records.save({attached.port.number, server->text(), busId,
+                                           deviceId(attached.device), std::time(nullptr)});
+        !saved) {
+        context.err << "halvo-attach: warning: " << saved.error() << '\n';
+    }
+    context.out << "attached " << busId << " from " << server->text() << " on port "
+                << attached.port.number << " (" << speedName(attached.device.speed) << " speed)\n";
+    return kOk;
+}
+
+int detachPort(unsigned number, Context& context) {
+    if (auto done = context.vhci.detach(number); !done) {
+        return fail(context, kLocal, done.error());
+    }
+    context.records.forget(number);
+    context.out << "detached port " << number << '\n';
+    return kOk;
+}
+
+int runDetach(const Invocation& invocation, Context& context) {
+    if (invocation.all == !invocation.operands.empty()) {
+        return fail(context, kUsage, "detach takes a port or --all");
+    }
+    auto ports = context.vhci.ports();
+    if (!ports) {
+        return fail(context, kLocal, ports.error());
+    }
+    if (invocation.all) {
+        int status = kOk;
+        for (const VhciPort& port : *ports) {
+            if (port.used && detachPort(port.number, context) != kOk) {
+                status = kLocal;
+            }
+        }
+        return status;
+    }
+    const std::string& text = invocation.operands.front();
+    unsigned number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (error != std::errc{} || end != text.data() + text.size()) {
+        return fail(context, kUsage,
+                    "bad port \"" + text + "\": a number (see halvo-attach status)");
+    }
+    for (const VhciPort& port : *ports) {
+        if (port.number == number) {
+            return port.used ? detachPort(number, context)
+                             : fail(context, kLocal, "port " + text + " holds no device");
+        }
+    }
+    return fail(context, kLocal, "vhci-hcd has no port " + text);
+}
+
+int runStatus(const Invocation&, Context& context) {
+    auto ports = context.vhci.ports();
+    if (!ports) {
+        return fail(context, kLocal, ports.error());
+    }
+    context.out << statusTable(*ports, context.records);
+    return kOk;
+}
+
+constexpr CommandRow kCommands[] = {
+    {"list", "HOST[:PORT]", 1, 1, "", runList},
+    {"attach", "[--persist] HOST[:PORT] BUSID | HOST[:PORT]:BUSID", 1, 2, "--persist ", runAttach},
+    {"detach", "PORT|--all", 0, 1, "--all ", runDetach},
+    {"status", "", 0, 0, "", runStatus},
+};
+
+} // namespace
+
+std::string usageText() {
+    std::string text;
+    for (const CommandRow& row : kCommands) {
+        text += std::string(text.empty() ? "Usage: " : "       ") + "halvo-attach " + row.word +
+                (*row.synopsis != '\0' ? " " : "") + row.synopsis + "\n";
+    }
+    return text + "       halvo-attach --help | --version\n";
+}
+
+int runCommandLine(const std::vector<std::string>& arguments, Context& context) {
+    if (arguments.empty()) {
+        context.err << usageText();
+        return kUsage;
+    }
+    const std::string& word = arguments.front();
+    if (word == "-h" || word == "--help") {
+        context.out << usageText();
+        return kOk;
+    }
+    if (word == "-V" || word == "--version") {
+        context.out << "halvo-attach " << HALVO_VERSION << '\n';
+        return kOk;
+    }
+    for (const CommandRow& row : kCommands) {
+        if (word != row.word) {
+            continue;
+        }
+        Invocation invocation;
+        for (const std::string& argument : std::span(arguments).subspan(1)) {
+            const bool isOption = argument.size() > 1 && argument[0] == '-';
+            if (isOption && std::string(row.options).find(argument + " ") == std::string::npos) {
+                return fail(context, kUsage, word + ": unknown option " + argument);
+            }
+            if (argument == "--persist") {
+                invocation.persist = true;
+            } else if (argument == "--all") {
+                invocation.all = true;
+            } else {
+                invocation.operands.push_back(argument);
+            }
+        }
+        if (invocation.operands.size() < row.minOperands ||
+            invocation.operands.size() > row.maxOperands) {
+            return fail(context, kUsage,
+                        std::string("usage: halvo-attach ") + row.word + " " + row.synopsis);
+        }
+        return row.run(invocation, context);
+    }
+    return fail(context, kUsage, "unknown command \"" + word + "\" (see halvo-attach --help)");
+}
+
+} // namespace halvo::attach
