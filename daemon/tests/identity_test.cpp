@@ -2,30 +2,33 @@
 // that closes before the daemon takes its connection, and a host on another
 // machine (a second network namespace behind a veth pair) that picks the
 // port of a listener as its source port.  Neither may change anything.
+#include "daemon/control/request_handler.h"
 #include "link/packet.h"
 #include "tests/support/daemon_harness.h"
-#include "tests/support/portable_fd.h"
 #include "tests/support/private_network.h"
 #include "tests/support/process_runner.h"
 
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/read.hpp>
+#include <boost/asio/write.hpp>
+#include <boost/json/value_to.hpp>
 #include <gtest/gtest.h>
 #include <signal.h>
 
 #if defined(__linux__)
-#include <arpa/inet.h>
 #include <fcntl.h>
-#include <linux/if_link.h>
-#include <linux/rtnetlink.h>
-#include <linux/veth.h>
-#include <net/if.h>
-#include <netinet/in.h>
+#include <linux/capability.h>
 #include <sched.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 #endif
 
 namespace halvo::daemon {
 namespace {
 
+namespace asio = boost::asio;
+using asio::ip::tcp;
 using testkit::DaemonProcess;
 
 const std::string kDemo = HALVOD_DEMO_DIR;
@@ -67,90 +70,24 @@ TEST_F(Identity, AClientThatClosedBeforeItWasTakenIsNobody) {
 
 #if defined(__linux__)
 
-// A route-netlink request: a header, a fixed part, then attributes (nested
-// ones closed by `close`).
-class RouteRequest {
-  public:
-    RouteRequest(std::uint16_t type, std::uint16_t flags) {
-        nlmsghdr header{};
-        header.nlmsg_type = type;
-        header.nlmsg_flags = static_cast<std::uint16_t>(NLM_F_REQUEST | NLM_F_ACK | flags);
-        append(&header, sizeof header);
+// The test is root of its own user namespace only until it starts a
+// program: the programs keep its network powers, so that ip(8) and
+// nsenter(1) can build the link.  Root needs nothing.
+bool passCapabilitiesOn() {
+    if (::geteuid() == 0) {
+        return true;
     }
-    template <typename Fixed> void put(const Fixed& fixed) { append(&fixed, sizeof fixed); }
-    std::size_t open(std::uint16_t type) {
-        const std::size_t at = bytes_.size();
-        attribute(type, nullptr, 0);
-        return at;
+    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct sets[2]{};
+    if (::syscall(SYS_capget, &header, sets) != 0) {
+        return false;
     }
-    void close(std::size_t at) {
-        const auto length = static_cast<std::uint16_t>(bytes_.size() - at);
-        std::memcpy(bytes_.data() + at, &length, sizeof length);
+    for (auto& set : sets) {
+        set.inheritable = set.permitted;
     }
-    void attribute(std::uint16_t type, const void* data, std::size_t size) {
-        rtattr head{static_cast<std::uint16_t>(RTA_LENGTH(size)), type};
-        append(&head, sizeof head);
-        append(data, size);
-    }
-    void text(std::uint16_t type, const std::string& value) {
-        attribute(type, value.c_str(), value.size() + 1);
-    }
-    // Sends the request and waits for the kernel's acknowledgement.
-    bool send() {
-        const auto length = static_cast<std::uint32_t>(bytes_.size());
-        std::memcpy(bytes_.data(), &length, sizeof length);
-        const int fd = ::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE);
-        nlmsgerr answer{};
-        alignas(nlmsghdr) char reply[1024];
-        const bool sent =
-            fd >= 0 && ::send(fd, bytes_.data(), bytes_.size(), 0) >= 0 &&
-            ::recv(fd, reply, sizeof reply, 0) >= ssize_t(NLMSG_LENGTH(sizeof answer));
-        if (sent) {
-            std::memcpy(&answer, reply + NLMSG_LENGTH(0), sizeof answer);
-        }
-        ::close(fd);
-        return sent && answer.error == 0;
-    }
-
-  private:
-    void append(const void* data, std::size_t size) {
-        const auto* from = static_cast<const char*>(data);
-        bytes_.insert(bytes_.end(), from, from + size);
-        bytes_.resize(NLMSG_ALIGN(bytes_.size()));
-    }
-    std::vector<char> bytes_;
-};
-
-bool linkUp(const char* name) {
-    RouteRequest request(RTM_NEWLINK, 0);
-    ifinfomsg link{};
-    link.ifi_index = static_cast<int>(::if_nametoindex(name));
-    link.ifi_flags = IFF_UP;
-    link.ifi_change = IFF_UP;
-    request.put(link);
-    return request.send();
-}
-
-bool addAddress(const char* name, int family, const char* text, unsigned char prefix) {
-    unsigned char bytes[16];
-    ::inet_pton(family, text, bytes);
-    RouteRequest request(RTM_NEWADDR, NLM_F_CREATE | NLM_F_EXCL);
-    ifaddrmsg address{};
-    address.ifa_family = static_cast<unsigned char>(family);
-    address.ifa_prefixlen = prefix;
-    address.ifa_flags = IFA_F_NODAD; // usable at once
-    address.ifa_index = ::if_nametoindex(name);
-    request.put(address);
-    const std::size_t size = family == AF_INET ? 4 : 16;
-    request.attribute(IFA_LOCAL, bytes, size);
-    request.attribute(IFA_ADDRESS, bytes, size);
-    return request.send();
-}
-
-// A link's two ends and their addresses, here and in the other namespace.
-bool configure(const char* name, const char* v4, const char* v6) {
-    return addAddress(name, AF_INET, v4, 24) && addAddress(name, AF_INET6, v6, 64) &&
-           linkUp(name) && linkUp("lo");
+    return ::syscall(SYS_capset, &header, sets) == 0 &&
+           ::prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_RAISE, CAP_NET_ADMIN, 0, 0) == 0 &&
+           ::prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_RAISE, CAP_SYS_ADMIN, 0, 0) == 0;
 }
 
 // A second network namespace, "another machine", joined to this one by a
@@ -162,104 +99,56 @@ class OtherHost {
         if (here_ < 0 || ::unshare(CLONE_NEWNET) != 0) {
             return false;
         }
-        there_ = ::open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC);
-        if (::setns(here_, CLONE_NEWNET) != 0 || there_ < 0) {
+        // Inherited by the programs below, which name it as theirs.
+        there_ = ::open("/proc/self/ns/net", O_RDONLY);
+        if (::setns(here_, CLONE_NEWNET) != 0 || there_ < 0 || !passCapabilitiesOn()) {
             return false;
         }
-        RouteRequest veth(RTM_NEWLINK, NLM_F_CREATE | NLM_F_EXCL);
-        veth.put(ifinfomsg{});
-        veth.text(IFLA_IFNAME, "halvo-here");
-        const std::size_t info = veth.open(IFLA_LINKINFO);
-        veth.text(IFLA_INFO_KIND, "veth");
-        const std::size_t data = veth.open(IFLA_INFO_DATA);
-        const std::size_t peer = veth.open(VETH_INFO_PEER);
-        veth.put(ifinfomsg{});
-        veth.text(IFLA_IFNAME, "halvo-there");
-        const std::uint32_t namespaceFd = static_cast<std::uint32_t>(there_);
-        veth.attribute(IFLA_NET_NS_FD, &namespaceFd, sizeof namespaceFd);
-        veth.close(peer);
-        veth.close(data);
-        veth.close(info);
-        if (!veth.send() || !configure("halvo-here", "10.99.0.1", "fd99::1")) {
-            return false;
-        }
-        const bool configured =
-            ::setns(there_, CLONE_NEWNET) == 0 && configure("halvo-there", "10.99.0.2", "fd99::2");
-        return ::setns(here_, CLONE_NEWNET) == 0 && configured;
+        const std::string there = "/proc/self/fd/" + std::to_string(there_);
+        const std::string script =
+            "set -e; ip link add halvo-here type veth peer name halvo-there netns " + there +
+            "\nip addr add 10.99.0.1/24 dev halvo-here; ip addr add fd99::1/64 dev halvo-here "
+            "nodad; ip link set halvo-here up\nnsenter --net=" +
+            there +
+            " sh -ec 'ip addr add 10.99.0.2/24 dev halvo-there; ip addr add fd99::2/64 dev "
+            "halvo-there nodad; ip link set halvo-there up; ip link set lo up'";
+        return testkit::runProgram("/bin/sh", {"-c", script}).status == 0;
     }
     ~OtherHost() {
-        for (int fd : {here_, there_}) {
-            if (fd >= 0) {
-                ::close(fd);
-            }
-        }
+        ::close(here_);
+        ::close(there_);
     }
 
-    // A connection from `from`:`port` on the other host to `to` here, or -1.
-    int connect(const char* from, std::uint16_t port, const char* to) const {
-        const int family =
-            std::string_view(from).find(':') == std::string_view::npos ? AF_INET : AF_INET6;
-        if (::setns(there_, CLONE_NEWNET) != 0) {
-            return -1;
+    // A connection from `from` on the other host to `to` here.
+    tcp::socket connect(asio::io_context& io, const tcp::endpoint& from, const tcp::endpoint& to) {
+        tcp::socket socket(io);
+        if (::setns(there_, CLONE_NEWNET) == 0) {
+            socket.open(from.protocol());
+            ::setns(here_, CLONE_NEWNET);
+            socket.bind(from);
+            socket.connect(to);
         }
-        const int fd = testkit::openSocket(family, SOCK_STREAM);
-        ::setns(here_, CLONE_NEWNET);
-        sockaddr_storage source{}, target{};
-        const socklen_t size = address(family, from, port, source);
-        address(family, to, kControlPort, target);
-        if (fd < 0 || ::bind(fd, reinterpret_cast<sockaddr*>(&source), size) != 0 ||
-            ::connect(fd, reinterpret_cast<sockaddr*>(&target), size) != 0) {
-            if (fd >= 0) {
-                ::close(fd);
-            }
-            return -1;
-        }
-        return fd;
+        return socket;
     }
 
   private:
-    static socklen_t address(int family, const char* text, std::uint16_t port,
-                             sockaddr_storage& into) {
-        if (family == AF_INET) {
-            auto& v4 = reinterpret_cast<sockaddr_in&>(into);
-            v4.sin_family = AF_INET;
-            v4.sin_port = htons(port);
-            ::inet_pton(AF_INET, text, &v4.sin_addr);
-            return sizeof v4;
-        }
-        auto& v6 = reinterpret_cast<sockaddr_in6&>(into);
-        v6.sin6_family = AF_INET6;
-        v6.sin6_port = htons(port);
-        ::inet_pton(AF_INET6, text, &v6.sin6_addr);
-        return sizeof v6;
-    }
-
     int here_ = -1;
     int there_ = -1;
 };
 
-// The status the daemon answers to an unplug sent on `fd`.
-std::string unplugStatus(int fd) {
-    const std::string request =
-        link::encodePacket(link::code(link::CommandCode::disconnectDevice), kUnplugReceiver);
+// The status the daemon answers to an unplug.
+std::string unplugStatus(tcp::socket& socket) {
+    asio::write(socket, asio::buffer(link::encodePacket(
+                            link::code(link::CommandCode::disconnectDevice), kUnplugReceiver)));
     std::array<unsigned char, link::kHeaderSize> header{};
-    const auto giveUp = [deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5)] {
-        return std::chrono::steady_clock::now() > deadline;
-    };
-    if (!testkit::sendAll(fd, request) ||
-        !testkit::receiveExactly(fd, reinterpret_cast<char*>(header.data()), header.size(),
-                                 giveUp)) {
-        return "no answer";
-    }
-    std::string payload(link::decodeHeader(header.data()).size, '\0');
-    if (payload.size() > 4096 ||
-        !testkit::receiveExactly(fd, payload.data(), payload.size(), giveUp)) {
-        return "no answer";
-    }
-    auto decoded = link::decodePayload(payload);
-    const auto* reply = std::get_if<boost::json::object>(&decoded);
-    const auto* status = reply ? reply->if_contains("status") : nullptr;
-    return status && status->is_string() ? std::string(status->get_string()) : payload;
+    asio::read(socket, asio::buffer(header));
+    std::string payload(std::min<std::size_t>(link::decodeHeader(header.data()).size, 4096), '\0');
+    asio::read(socket, asio::buffer(payload));
+    auto reply = link::decodePayload(payload);
+    const auto* object = std::get_if<boost::json::object>(&reply);
+    return object && object->contains("status")
+               ? boost::json::value_to<std::string>(object->at("status"))
+               : payload;
 }
 
 // The kernel, asked for a socket it does not have, may describe a listener
@@ -270,30 +159,18 @@ TEST_F(Identity, AHostElsewhereIsNobodyWhateverItsSourcePort) {
     if (!privateNetwork || !other.make()) {
         GTEST_SKIP() << "needs network namespaces and veth links";
     }
-    const int listener = testkit::openSocket(AF_INET6, SOCK_STREAM);
-    sockaddr_in6 anywhere{};
-    anywhere.sin6_family = AF_INET6;
-    ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&anywhere), sizeof anywhere), 0);
-    ASSERT_EQ(::listen(listener, 1), 0);
-    const std::uint16_t listenersPort = testkit::localPort(listener);
-
+    asio::io_context io;
+    tcp::acceptor listener(io, tcp::endpoint(tcp::v6(), 0));
     auto daemon = DaemonProcess::start(
         {"--listen", "[::]:32999", "--allow-remote", "--devices", kDemo + "/devices.json"});
     ASSERT_TRUE(daemon);
-    const std::pair<const char*, const char*> routes[] = {{"10.99.0.2", "10.99.0.1"},
-                                                          {"fd99::2", "fd99::1"}};
-    for (const auto& [from, to] : routes) {
-        for (const std::uint16_t port : {kControlPort, listenersPort}) {
-            const int fd = other.connect(from, port, to);
-            ASSERT_GE(fd, 0) << from << " port " << port;
-            EXPECT_EQ(unplugStatus(fd),
-                      "permission denied: only root, the daemon's user and the admin group may "
-                      "change this")
-                << from << " port " << port;
-            ::close(fd);
+    for (const auto& [from, to] : {std::pair{"10.99.0.2", "10.99.0.1"}, {"fd99::2", "fd99::1"}}) {
+        for (const std::uint16_t port : {kControlPort, listener.local_endpoint().port()}) {
+            tcp::socket peer = other.connect(io, {asio::ip::make_address(from), port},
+                                             {asio::ip::make_address(to), kControlPort});
+            EXPECT_EQ(unplugStatus(peer), kStatusPermissionDenied) << from << " port " << port;
         }
     }
-    ::close(listener);
     EXPECT_TRUE(receiverPresent());
     EXPECT_EQ(daemon->errorOutput().find("HALVO_UID=0"), std::string::npos);
 }
