@@ -247,9 +247,13 @@ std::optional<std::string> socketOwnersUnavailable() {
     Request probe = diagnosticsRequest(AF_INET);
     probe.header.nlmsg_flags |= NLM_F_DUMP;
     probe.body.idiag_states = 0;
-    if (const int failure = converse(probe, [](const inet_diag_msg&) {}); failure != 0) {
-        return std::string("the kernel's socket diagnostics do not answer (") +
-               std::strerror(failure) + "; is the tcp_diag module missing?)";
+    const int failure = converse(probe, [](const inet_diag_msg&) {});
+    if (failure == ENOENT) {
+        return std::string("the kernel has no TCP socket diagnostics (is the tcp_diag module "
+                           "available?)");
+    }
+    if (failure != 0) {
+        return std::string("the kernel's socket diagnostics fail: ") + std::strerror(failure);
     }
     return std::nullopt;
 }
