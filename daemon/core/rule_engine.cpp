@@ -1,5 +1,6 @@
 #include "daemon/core/rule_engine.h"
 
+#include "rules/host_address.h"
 #include "util/json_fields.h"
 
 #include <array>
@@ -13,16 +14,19 @@ using util::getU32;
 
 namespace {
 
+// Compared as addresses; an entry that is no address (a host name) matches
+// no peer, since names are not resolved.
 bool listsAddress(const json::object& rule, const Peer& peer) {
     if (peer.remoteDesktop) {
         return false;
     }
     const json::array* hosts = util::getArray(rule, "host");
-    if (hosts == nullptr) {
+    const std::optional<rules::HostAddress> peerAddress = rules::parseHostAddress(peer.addr);
+    if (hosts == nullptr || !peerAddress) {
         return false;
     }
     for (const json::value& host : *hosts) {
-        if (host.is_string() && host.get_string() == peer.addr) {
+        if (host.is_string() && rules::parseHostAddress(host.get_string()) == peerAddress) {
             return true;
         }
     }

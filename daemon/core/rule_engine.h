@@ -5,6 +5,7 @@
 // "notHWID", "notSerial", "notPort", "notClass") holds when the plain
 // condition does not:
 //   "host"      the connection is a network one from a listed address
+//               (compared as addresses: see rules/host_address.h)
 //   "rdesk"     true: a remote-desktop connection; false: a network one
 //   "name"      the device name is ("is") or contains ("contains") the text
 //   "built-in"  the device is (true) or is not (false) built in

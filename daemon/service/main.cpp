@@ -8,6 +8,7 @@
 #include "daemon/core/rule_store.h"
 #include "daemon/platform/fixture_backend.h"
 #include "daemon/platform/rules_file.h"
+#include "daemon/platform/socket_owner.h"
 #include "daemon/platform/system_devices.h"
 #include "daemon/service/hotplug.h"
 #include "daemon/service/log_sinks.h"
@@ -162,6 +163,11 @@ int serve(std::span<const char* const> arguments, daemon::Options options) {
                                    options.defaultAction);
 
     raiseDescriptorLimit();
+    if (auto problem = daemon::socketOwnersUnavailable()) {
+        daemon::logActivity(daemon::LogLevel::warning,
+                            "clients' users cannot be found: " + *problem +
+                                "; every client may look and test, none may change anything");
+    }
     daemon::Server server(io, handler, daemon::AccessPolicy(::geteuid(), adminGroup),
                           options.limits);
     if (auto error = startListening(server, options, passed)) {
@@ -190,7 +196,7 @@ int serve(std::span<const char* const> arguments, daemon::Options options) {
         server.stop();
         io.stop();
     });
-    daemon::Reloader reloader(arguments, options, rules, handler);
+    daemon::Reloader reloader(arguments, options, rules, handler, shares);
     asio::signal_set reloadSignals(io, SIGHUP);
     reloadOnSignal(reloadSignals, reloader);
 

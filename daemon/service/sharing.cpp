@@ -55,11 +55,22 @@ std::optional<std::string> Sharing::serve(boost::asio::io_context& io, const Opt
     return std::nullopt;
 }
 
+void Sharing::rulesReplaced(Action defaultAction) {
+    shares_.setDefaultAction(defaultAction);
+    publish(shares_.endRefused());
+}
+
 void Sharing::stop() {
-    std::vector<Event> events = shares_.endAll();
+    publish(shares_.endAll());
+    if (server_) {
+        server_->stop();
+    }
+}
+
+void Sharing::publish(const std::vector<Event>& events) {
+    // Shares exist only while the server does.
     if (server_) {
         server_->publish(events);
-        server_->stop();
     }
 }
 
