@@ -39,9 +39,9 @@ function(halvo_usr_config_dir out)
   set(${out} ${dir} PARENT_SCOPE)
 endfunction()
 
-# halvo_install_system_files(<folder> <folder for /usr> FILES...): the choice
-# made when installing, as described above.
-function(halvo_install_system_files folder usr_folder)
+# halvo_install_system_files(<component> <folder> <folder for /usr> FILES...):
+# the choice made when installing, as described above.
+function(halvo_install_system_files component folder usr_folder)
   set(below_prefix "\${CMAKE_INSTALL_PREFIX}/${folder}")
   if(IS_ABSOLUTE "${folder}")
     set(below_prefix ${folder})
@@ -54,7 +54,7 @@ function(halvo_install_system_files folder usr_folder)
       set(halvo_folder \"${usr_folder}\")
     endif()
     file(INSTALL DESTINATION \"\${halvo_folder}\" TYPE FILE FILES \"${files}\")"
-    COMPONENT halvod)
+    COMPONENT ${component})
 endfunction()
 
 function(halvo_install_optional_program program destination page component)
@@ -73,16 +73,16 @@ halvo_install_optional_program(halvod ${CMAKE_INSTALL_SBINDIR} halvod.8 halvod)
 halvo_install_optional_program(halvo-rulecheck ${CMAKE_INSTALL_BINDIR} halvo-rulecheck.1 halvoctl)
 halvo_install_optional_program(halvo-attach ${CMAKE_INSTALL_BINDIR} halvo-attach.1 halvoctl)
 if(TARGET halvo-attach)
-  install(FILES ${CMAKE_CURRENT_LIST_DIR}/systemd/halvo-attach@.service
-          DESTINATION ${HALVO_SYSTEMD_UNIT_DIR} COMPONENT halvoctl)
+  halvo_install_system_files(halvoctl ${HALVO_INSTALL_UNITDIR} ${halvo_system_unit_dir}
+                             ${CMAKE_CURRENT_LIST_DIR}/systemd/halvo-attach@.service)
 endif()
 
 if(TARGET halvod)
-  halvo_install_system_files(${HALVO_INSTALL_UNITDIR} ${halvo_system_unit_dir}
+  halvo_install_system_files(halvod ${HALVO_INSTALL_UNITDIR} ${halvo_system_unit_dir}
                              ${CMAKE_CURRENT_LIST_DIR}/systemd/halvod.service
                              ${CMAKE_CURRENT_LIST_DIR}/systemd/halvod.socket)
   halvo_usr_config_dir(usr_config_dir)
-  halvo_install_system_files(${HALVO_INSTALL_CONFDIR} ${usr_config_dir}
+  halvo_install_system_files(halvod ${HALVO_INSTALL_CONFDIR} ${usr_config_dir}
                              ${CMAKE_CURRENT_LIST_DIR}/halvod.conf)
 endif()
 
