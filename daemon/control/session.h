@@ -8,11 +8,15 @@
 // unread ends the session; the host hears of it once.
 //
 // Memory stays bounded: the client is not read while its replies are unsent
-// (backpressure), and payload and output bytes are taken from a budget that
-// all sessions share.
+// (backpressure), or before its request is answered; payload and output
+// bytes are taken from a budget that all sessions share, a payload's as its
+// bytes arrive (never as its header announces them); a payload that has not
+// arrived in full within ClientLimits::payloadTimeout ends the session. A
+// large payload is parsed off the event loop.
 #pragma once
 
 #include "daemon/control/client_limits.h"
+#include "daemon/control/off_loop_worker.h"
 #include "link/packet.h"
 
 #include <boost/asio/ip/tcp.hpp>
@@ -50,6 +54,8 @@ class SessionHost {
     virtual void packetReceived(Session& session, std::uint32_t command,
                                 boost::json::object payload) = 0;
     virtual void sessionEnded(Session& session) = 0;
+    // Where sessions parse large payloads.
+    virtual OffLoopWorker& worker() = 0;
 
   protected:
     ~SessionHost() = default;
@@ -67,7 +73,8 @@ class Session : public std::enable_shared_from_this<Session> {
     // closes: a refusal the client can report.
     void refuse(std::string reason);
     // Queues one encoded packet; a reply is always queued, an event drops a
-    // client that leaves too much unread.
+    // client that leaves too much unread. The reply to the request under way
+    // lets the session read the next one.
     void send(std::string packet, bool isReply = false);
     std::size_t unsentBytes() const { return queuedBytes_; }
     // Ends the session; the host's sessionEnded follows at once.
@@ -83,9 +90,11 @@ class Session : public std::enable_shared_from_this<Session> {
 
   private:
     void readHeader();
-    void readPayload(std::uint32_t command, std::uint32_t size);
-    void waitForBudget(std::uint32_t command, std::uint32_t size);
+    void startPayload(std::uint32_t command, std::uint32_t size);
+    void readPayloadPiece(std::uint32_t command, std::uint32_t size);
     void deliver(std::uint32_t command);
+    void handOver(std::uint32_t command, link::DecodedPayload decoded);
+    void readNextRequest();
     void writeNext();
     void resumeReading();
     void log(const char* reason) const;
@@ -97,6 +106,7 @@ class Session : public std::enable_shared_from_this<Session> {
     const ClientLimits& limits_;
     MemoryBudget& budget_;
     boost::asio::steady_timer budgetRetry_;
+    boost::asio::steady_timer payloadDeadline_;
     std::optional<uid_t> uid_;
     bool mayChange_ = false;
     link::HeaderBytes header_{};
@@ -107,6 +117,9 @@ class Session : public std::enable_shared_from_this<Session> {
     std::chrono::steady_clock::time_point lastHeard_ = std::chrono::steady_clock::now();
     std::optional<std::string> refusal_;
     bool readPaused_ = false;
+    bool receivingPayload_ = false;
+    bool awaitingReply_ = false;
+    bool largeRequest_ = false;
     bool closeWhenSent_ = false;
     bool closed_ = false;
 };
