@@ -112,6 +112,20 @@ TEST(MemoryLimitsTest, StalledPayloadsHoldNothingAndEndInTime) {
     EXPECT_EQ((*refused)["status"],
               "invalid rule #2: it does not read back unchanged from rule text");
 
+    // A set large enough to be parsed, checked, tested and listed off the loop.
+    json::array many;
+    for (int index = 0; index < 600; ++index) {
+        many.push_back(json::parse(R"({"action":"share","name":")" + std::string(150, 'n') +
+                                   R"(","nameMatch":"is"})"));
+    }
+    json::object load;
+    load["rules"] = many;
+    EXPECT_EQ((*root.request(CommandCode::loadRuleList, load))["status"], "ok");
+    EXPECT_EQ((*root.request(CommandCode::testRule,
+                             json::parse(R"({"id": 1, "type": "rdesk"})").as_object()))["verdict"],
+              "block (default)");
+    EXPECT_EQ((*root.request(CommandCode::ruleList))["rules"], many);
+
     EXPECT_TRUE(first.closedByPeer(std::chrono::seconds(10)));
     EXPECT_TRUE(second.closedByPeer(std::chrono::seconds(10)));
     const std::string log = daemon->errorOutput();
