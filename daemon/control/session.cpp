@@ -29,13 +29,21 @@ constexpr std::size_t kParseOffLoop = 64 * 1024;
 
 } // namespace
 
-bool MemoryBudget::tryTake(std::size_t bytes) {
-    // A request larger than the whole budget is still read, alone.
+bool MemoryBudget::tryTake(std::size_t bytes, std::uint64_t taker) {
     if (used_ + bytes > limit_ && used_ > 0) {
-        return false;
+        if (turn_ && *turn_ != taker) {
+            return false;
+        }
+        turn_ = taker;
     }
     used_ += bytes;
     return true;
+}
+
+void MemoryBudget::endTurn(std::uint64_t taker) {
+    if (turn_ == taker) {
+        turn_.reset();
+    }
 }
 
 Session::Session(asio::ip::tcp::socket socket, std::uint64_t id, SessionHost& host,
@@ -120,7 +128,7 @@ void Session::readPayloadPiece(std::uint32_t command, std::uint32_t size) {
     if (wanted > payloadBudget_) {
         // Doubling keeps the copies few; the budget pays for the whole buffer.
         const std::size_t grown = std::min<std::size_t>(size, std::max(wanted, 2 * payloadBudget_));
-        if (!budget_.tryTake(grown - payloadBudget_)) {
+        if (!budget_.tryTake(grown - payloadBudget_, id_)) {
             budgetRetry_.expires_after(kBudgetRetry);
             budgetRetry_.async_wait(
                 [self = shared_from_this(), command, size](const boost::system::error_code& error) {
@@ -174,6 +182,7 @@ void Session::deliver(std::uint32_t command) {
 
 void Session::handOver(std::uint32_t command, link::DecodedPayload decoded) {
     payload_ = std::string();
+    budget_.endTurn(id_);
     budget_.give(payloadBudget_);
     payloadBudget_ = 0;
     if (auto* problem = std::get_if<link::PayloadError>(&decoded)) {
@@ -267,6 +276,7 @@ void Session::close(const char* reason) {
     }
     closed_ = true;
     const bool large = queuedBytes_ + payloadBudget_ >= kLargeBuffer;
+    budget_.endTurn(id_);
     budget_.give(queuedBytes_ + payloadBudget_);
     queuedBytes_ = 0;
     payloadBudget_ = 0;

@@ -34,11 +34,16 @@ namespace halvo::daemon {
 
 class Session;
 
-// Bytes held by all sessions for unread payloads and unsent output.
+// Bytes held by all sessions for payloads being received and unsent output.
 class MemoryBudget {
   public:
     explicit MemoryBudget(std::size_t limit) : limit_(limit) {}
-    bool tryTake(std::size_t bytes);
+    // Payloads take the budget piece by piece, so two could each hold half
+    // and wait for each other for ever: the first payload that has to wait
+    // gets the turn and may go past the limit (by one payload at most) until
+    // it gives the turn back.
+    bool tryTake(std::size_t bytes, std::uint64_t taker);
+    void endTurn(std::uint64_t taker);
     void take(std::size_t bytes) { used_ += bytes; }
     void give(std::size_t bytes) { used_ -= bytes; }
     bool exceeded() const { return used_ > limit_; }
@@ -47,6 +52,7 @@ class MemoryBudget {
   private:
     std::size_t limit_;
     std::size_t used_ = 0;
+    std::optional<std::uint64_t> turn_;
 };
 
 class SessionHost {
