@@ -151,7 +151,8 @@ int serve(std::span<const char* const> arguments, daemon::Options options) {
     if (options.rulesPath) {
         rulesFile.emplace(*options.rulesPath, adminGroup);
     }
-    daemon::RuleStore rules(std::move(committed).value(), rulesFile ? &*rulesFile : nullptr);
+    daemon::RuleStore rules(std::move(committed).value(), rulesFile ? &*rulesFile : nullptr,
+                            {options.limits.transactionBytes, options.limits.transactionsPerUser});
     // Before everything that holds sockets or timers, so that it outlives them.
     asio::io_context io;
     auto sharing = daemon::Sharing::create(options, table, connections.value(), rules);
