@@ -5,6 +5,7 @@
 
 #include "daemon/control/client_limits.h"
 #include "daemon/core/rule_engine.h"
+#include "daemon/usbip/server_settings.h"
 #include "util/expected.h"
 
 #include <boost/asio/ip/tcp.hpp>
@@ -31,6 +32,7 @@ struct Options {
     // Where remote hosts import devices over USB/IP; none: no sharing.  Any
     // address: serving remote hosts is its purpose.
     std::optional<boost::asio::ip::tcp::endpoint> shareListen;
+    usbip::ServerSettings sharing;
     std::string sysfsRoot = kDefaultSysfsRoot;
     // Devices from this fixture instead of sysfs.
     std::optional<std::string> deviceFixture;
