@@ -37,15 +37,17 @@ _halvod()
         return
         ;;
     --listen | --share-listen | --rescan-ms | --max-clients | --max-clients-per-user | \
-        --memory-budget-mib | --max-unread-mib | --max-parse-mib | --idle-seconds)
+        --reserved-clients | --memory-budget-mib | --max-unread-mib | --max-parse-mib | \
+        --first-request-seconds | --idle-seconds)
         return
         ;;
     esac
 
     mapfile -t COMPREPLY < <(compgen -W "--config --listen --allow-remote --sysfs --devices
         --connections --rules --rules-in-memory --default --rescan-ms --admin-group
-        --max-clients --max-clients-per-user --memory-budget-mib --max-unread-mib
-        --max-parse-mib --idle-seconds --share-listen --help --version" -- "$cur")
+        --max-clients --max-clients-per-user --reserved-clients --memory-budget-mib
+        --max-unread-mib --max-parse-mib --first-request-seconds --idle-seconds --share-listen
+        --help --version" -- "$cur")
 } &&
     complete -F _halvod halvod
 

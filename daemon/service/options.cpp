@@ -106,13 +106,14 @@ std::optional<std::string> setLimit(Options& options, std::string_view value) {
     return std::nullopt;
 }
 
-std::optional<std::string> setIdle(Options& options, std::string_view value) {
+template <auto Field>
+std::optional<std::string> setSeconds(Options& options, std::string_view value) {
     auto seconds = parseDecimal<std::uint64_t>(value, 1, kMaxLimit);
     if (!seconds) {
         return "wants a number of seconds from 1 to " + std::to_string(kMaxLimit) + ", not " +
                quoted(value);
     }
-    options.limits.idleAfter = std::chrono::seconds(*seconds);
+    options.limits.*Field = std::chrono::seconds(*seconds);
     return std::nullopt;
 }
 
@@ -129,7 +130,7 @@ std::optional<std::string> setRulesInMemory(Options& options, std::string_view v
 }
 
 // The options in the order of the help text; "config" is read first.
-constexpr std::array<KnownOption, 19> kOptions = {{
+constexpr std::array<KnownOption, 21> kOptions = {{
     {"config", "PATH", "config file (default /etc/halvo/halvod.conf)",
      [](Options& o, std::string_view v) -> std::optional<std::string> {
          o.configPath = v;
@@ -178,15 +179,20 @@ constexpr std::array<KnownOption, 19> kOptions = {{
      }},
     {"max-clients", "N", "clients served at once (default 4096)",
      setLimit<&ClientLimits::maxClients, 1>},
-    {"max-clients-per-user", "N", "clients of one user at once (default 1024)",
+    {"max-clients-per-user", "N", "clients of one user at once (default 64)",
      setLimit<&ClientLimits::maxClientsPerUser, 1>},
+    {"reserved-clients", "N", "places only administrators take (default 64)",
+     setLimit<&ClientLimits::reservedClients, 1>},
     {"memory-budget-mib", "N", "unsent and unread bytes of all clients (default 128)",
      setLimit<&ClientLimits::memoryBudget, kMiB>},
     {"max-unread-mib", "N", "unread output that drops a client (default 128)",
      setLimit<&ClientLimits::maxUnreadBytes, kMiB>},
     {"max-parse-mib", "N", "memory one parsed request may take (default 512)",
      setLimit<&ClientLimits::maxParseBytes, kMiB>},
-    {"idle-seconds", "N", "idle time that lets a client make room (default 600)", setIdle},
+    {"first-request-seconds", "N", "silence that lets a new client make room (default 5)",
+     setSeconds<&ClientLimits::firstRequestAfter>},
+    {"idle-seconds", "N", "idle time that lets a client make room (default 600)",
+     setSeconds<&ClientLimits::idleAfter>},
     {"version", "", "print the version and exit", nullptr},
 }};
 
