@@ -117,25 +117,34 @@ void ListeningSocket::acceptOnSpares() {
         pauseAccepting("accept failed: out of descriptors, and no spare left");
         return;
     }
-    failures_.log(LogLevel::warning, "out of descriptors: a connection is taken on a spare");
     releaseSpares();
     boost::system::error_code error;
     tcp::socket socket(acceptor_.get_executor());
     acceptor_.accept(socket, error);
-    if (!error && onScarce_) {
-        onScarce_(std::move(socket));
+    const bool taken = !error;
+    if (taken) {
+        failures_.log(LogLevel::warning, "out of descriptors: a connection is taken on a spare");
+        if (onScarce_) {
+            onScarce_(std::move(socket));
+        }
+        // Otherwise the socket closes here: the client learns that it was turned away.
     }
-    // Otherwise the socket closes here: the client learns that it was turned away.
     if (!holdSpares()) {
         pauseAccepting("out of descriptors: accepting again in " +
                        std::to_string(kAcceptRetryDelay.count()) + " ms");
-        return;
+    } else if (!taken) {
+        // Without a free descriptor accept fails at once even when nobody
+        // waits: look again later instead of at once.
+        pauseAccepting({});
+    } else {
+        accept();
     }
-    accept();
 }
 
 void ListeningSocket::pauseAccepting(const std::string& why) {
-    failures_.log(LogLevel::error, why);
+    if (!why.empty()) {
+        failures_.log(LogLevel::error, why);
+    }
     retry_.expires_after(kAcceptRetryDelay);
     retry_.async_wait([this](const boost::system::error_code& error) {
         if (!error && acceptor_.is_open()) {

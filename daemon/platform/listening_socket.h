@@ -21,8 +21,9 @@ namespace halvo::daemon {
 // descriptors: when accept fails so, it lets them go, accepts one
 // connection, hands it to `onScarce` (which may make room for it, and has
 // a descriptor left to find out who it is) or closes it, and takes the
-// spares back. Without them, and on other failures, it pauses before it
-// tries again; failures are logged at a bounded rate.
+// spares back. When no connection was waiting after all, without spares,
+// and on other failures, it pauses before it tries again; failures are
+// logged at a bounded rate.
 class ListeningSocket {
   public:
     using ConnectionHandler = std::function<void(boost::asio::ip::tcp::socket)>;
@@ -46,6 +47,7 @@ class ListeningSocket {
     void start();
     void accept();
     void acceptOnSpares();
+    // Logs `why` unless empty.
     void pauseAccepting(const std::string& why);
     // Opens the spares that are missing; whether all are held.
     bool holdSpares();
