@@ -18,6 +18,9 @@ opened without pause). Those count root's tries served during the load,
 next to the same tries before it, and the log lines the load cost.
 """
 import collections
+# Loaded before the crowd gives up root's rights: a lazy import may not be
+# readable by the crowd's user.
+import encodings.idna  # noqa: F401
 import json
 import os
 import resource
