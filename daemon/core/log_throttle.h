@@ -28,8 +28,7 @@ class LogThrottle {
         : LogThrottle(io, std::move(counted), Settings{}) {}
 
     // Logs the record, or counts it when this window's burst is spent.
-    void log(LogLevel level, std::string_view message,
-             std::initializer_list<LogField> fields = {});
+    void log(LogLevel level, std::string_view message, std::initializer_list<LogField> fields = {});
 
   private:
     void endWindow();

@@ -28,8 +28,8 @@ TEST(LogThrottleTest, LogsABurstPerWindowAndCountsTheRestAtItsEnd) {
     io.restart();
     io.run();
     setLogSink(nullptr);
-    EXPECT_EQ(sink->lines, (std::vector<std::string>{
-                               "a", "b", "3 more clients refused in the last 0 s", "f"}));
+    EXPECT_EQ(sink->lines,
+              (std::vector<std::string>{"a", "b", "3 more clients refused in the last 0 s", "f"}));
 }
 
 } // namespace
