@@ -56,7 +56,7 @@ class Crowd {
                 const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
                 if (::connect(fd, reinterpret_cast<sockaddr*>(&daemon), sizeof daemon) == 0 &&
                     ask) {
-                    (void)!::write(fd, request.data(), request.size());
+                    (void)!::send(fd, request.data(), request.size(), MSG_NOSIGNAL);
                 }
             }
             (void)!::write(ready[1], "+", 1);
