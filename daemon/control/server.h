@@ -60,6 +60,7 @@ class Server final : public SessionHost {
     struct Client {
         std::shared_ptr<Session> session;
         std::chrono::steady_clock::time_point connected = std::chrono::steady_clock::now();
+        // Whether it has made a request; a silent client makes room sooner.
         bool asked = false;
     };
 
