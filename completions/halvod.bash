@@ -37,17 +37,21 @@ _halvod()
         return
         ;;
     --listen | --share-listen | --rescan-ms | --max-clients | --max-clients-per-user | \
-        --memory-budget-mib | --max-unread-mib | --max-parse-mib | --idle-seconds | \
-        --share-max-per-host | --share-max-hosts | --share-timeout-ms | --share-dead-peer-seconds)
+        --reserved-clients | --memory-budget-mib | --max-unread-mib | --max-parse-mib | \
+        --first-request-seconds | --idle-seconds | --payload-timeout-seconds | \
+        --max-transaction-mib | --max-transactions-per-user | --share-max-per-host | \
+        --share-max-hosts | --share-timeout-ms | --share-dead-peer-seconds)
         return
         ;;
     esac
 
     mapfile -t COMPREPLY < <(compgen -W "--config --listen --allow-remote --sysfs --devices
         --connections --rules --rules-in-memory --default --rescan-ms --admin-group
-        --max-clients --max-clients-per-user --memory-budget-mib --max-unread-mib
-        --max-parse-mib --idle-seconds --share-listen --share-max-per-host --share-max-hosts
-        --share-timeout-ms --share-dead-peer-seconds --help --version" -- "$cur")
+        --max-clients --max-clients-per-user --reserved-clients --memory-budget-mib
+        --max-unread-mib --max-parse-mib --first-request-seconds --idle-seconds
+        --payload-timeout-seconds --max-transaction-mib --max-transactions-per-user
+        --share-listen --share-max-per-host --share-max-hosts --share-timeout-ms
+        --share-dead-peer-seconds --help --version" -- "$cur")
 } &&
     complete -F _halvod halvod
 
