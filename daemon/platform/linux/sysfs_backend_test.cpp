@@ -23,8 +23,11 @@ using testkit::addSysfsEntry;
 
 // A bus with a root hub, a keyboard (class per interface), a storage stick
 // with a serial, an external hub, a built-in camera without a product name
-// and a device whose authorisation was withdrawn.
+// a device whose authorisation was withdrawn and a disk this machine imports
+// over USB/IP (under vhci_hcd, never offered again).
 void addSampleBus(const fs::path& root) {
+    addSysfsEntry(root / "vhci_hcd.0" / "usb3" / "3-1", "idVendor=0781;idProduct=5567");
+    fs::create_directory_symlink("vhci_hcd.0/usb3/3-1", root / "3-1");
     addSysfsEntry(root / "usb1", "idVendor=1d6b;idProduct=0002;bDeviceClass=09");
     addSysfsEntry(root / "1-1",
                   "idVendor=046d;idProduct=c31c;bcdDevice=0110;bDeviceClass=00;"
@@ -65,6 +68,31 @@ TEST(SysfsBackendTest, ReadsDevicesAndLeavesOutHubsAndInterfaces) {
         {"id": 0, "vid": 1027, "pid": 24577, "rev": 0, "port": "2-1", "built-in": false,
          "name": "USB device", "serial": "", "state": "unauthorized", "class": 0, "subclass": 0, "protocol": 0}
     ])"));
+}
+
+// A read that never returns (here a FIFO without a writer) fails the scan
+// instead of blocking its caller; the next scan waits for the stuck one
+// rather than start another, and scans work again once it ends.
+TEST(SysfsBackendTest, AnAttributeThatDoesNotAnswerFailsTheScanInsteadOfBlockingIt) {
+    TempDir root;
+    addSysfsEntry(root / "1-1", "idVendor=046d;idProduct=c31c");
+    const fs::path stuck = root / "1-1" / "product";
+    ASSERT_EQ(::mkfifo(stuck.c_str(), 0600), 0);
+    SysfsBackend backend(root.path(), std::chrono::milliseconds(50));
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        EXPECT_NE(backend.scan().error.find("does not answer"), std::string::npos);
+    }
+    // Unblock the stuck read through the FIFO's new name; later scans read a file.
+    const fs::path moved = root / "fifo";
+    fs::rename(stuck, moved);
+    writeFile(stuck, "Keyboard\n");
+    ::close(::open(moved.c_str(), O_WRONLY));
+    ScanResult scan;
+    for (int attempt = 0; attempt < 100 && scan.devices.empty(); ++attempt) {
+        scan = backend.scan();
+    }
+    EXPECT_EQ(scan.error, "");
+    EXPECT_EQ(scan.devices.size(), 1u);
 }
 
 TEST(SysfsBackendTest, HotplugBecomesDeviceEventsIdsStayAndAnUnreadableBusChangesNothing) {

@@ -73,10 +73,18 @@ std::optional<std::string> UsbipHost::end(const Device& device) {
 }
 
 std::optional<std::string> UsbipHost::giveBack(const std::string& port) {
+    std::error_code error;
+    const bool present = fs::exists(devices_ / port, error);
     auto unbound = write_(driver_ / "unbind", port);
     auto unmatched = write_(driver_ / "match_busid", "del " + port);
-    auto probed = write_(bus_ / "drivers_probe", port);
-    return unbound ? unbound : unmatched ? unmatched : probed;
+    if (!present) {
+        return std::nullopt;
+    }
+    auto rebound = write_(driver_ / "rebind", port);
+    if (rebound) {
+        rebound = write_(bus_ / "drivers_probe", port);
+    }
+    return unbound ? unbound : unmatched ? unmatched : rebound;
 }
 
 ShareHandOff::Recovery UsbipHost::recoverLeftovers() {

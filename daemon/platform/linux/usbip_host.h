@@ -8,7 +8,11 @@
 //   in use: devices/BUSID/usbip_status reads 2 (1 available, 3 error);
 //   end: "-1" to usbip_sockfd while in use; then the device goes back:
 //     BUSID to drivers/usbip-host/unbind, "del BUSID" to match_busid, BUSID
-//     to the bus's drivers_probe, which binds its own driver again.
+//     to drivers/usbip-host/rebind, which binds its own driver again and
+//     frees the busid's slot in usbip-host's table (16 slots; "del" alone
+//     keeps the slot of a device that was bound). The bus's drivers_probe
+//     only stands in when rebind fails; a device that went away is not
+//     rebound (the kernel would reach for a device that no longer exists).
 // A device whose `driver` link names usbip-host at start-up is a leftover.
 #pragma once
 
@@ -37,7 +41,7 @@ class UsbipHost final : public ShareHandOff {
 
   private:
     // Each step of giving `port` back, even after one failed; the first
-    // failure.
+    // failure. Nothing to give back, and no failure, when the device is gone.
     std::optional<std::string> giveBack(const std::string& port);
 
     std::filesystem::path devices_;

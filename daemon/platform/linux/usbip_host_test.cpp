@@ -22,17 +22,19 @@ struct Bus {
         fs::create_directory_symlink("../../drivers/usbip-host",
                                      root / "devices" / "1-3" / "driver");
     }
-    // Records each write as "PATH VALUE" (relative to the bus folder).
+    // Records each write as "PATH VALUE" (relative to the bus folder); a
+    // write to `refused` fails.
     UsbipHost host() {
         return UsbipHost(root / "devices", [this](const fs::path& file, std::string_view value) {
-            writes.push_back(file.lexically_relative(root.path()).string() + " " +
-                             std::string(value));
-            return std::optional<std::string>();
+            const std::string relative = file.lexically_relative(root.path()).string();
+            writes.push_back(relative + " " + std::string(value));
+            return relative == refused ? std::optional<std::string>("refused") : std::nullopt;
         });
     }
 
     testkit::TempDir root;
     std::vector<std::string> writes;
+    std::string refused;
 };
 
 Device stick() {
@@ -44,7 +46,7 @@ Device stick() {
 TEST(UsbipHostTest, WritesTheKernelsStepsInOrder) {
     const std::vector<std::string> kGiveBack = {"drivers/usbip-host/unbind 1-2",
                                                 "drivers/usbip-host/match_busid del 1-2",
-                                                "drivers_probe 1-2"};
+                                                "drivers/usbip-host/rebind 1-2"};
     struct Case {
         const char* what;
         std::function<std::optional<std::string>(Bus&, UsbipHost&)> act;
@@ -70,7 +72,19 @@ TEST(UsbipHostTest, WritesTheKernelsStepsInOrder) {
              return std::optional<std::string>();
          },
          {"drivers/usbip-host/unbind 1-3", "drivers/usbip-host/match_busid del 1-3",
-          "drivers_probe 1-3"}},
+          "drivers/usbip-host/rebind 1-3"}},
+        {"the bus probes when rebind is refused",
+         [](Bus& bus, UsbipHost& host) {
+             bus.refused = "drivers/usbip-host/rebind";
+             return host.end(stick());
+         },
+         {kGiveBack[0], kGiveBack[1], kGiveBack[2], "drivers_probe 1-2"}},
+        {"end after the device went away",
+         [](Bus& bus, UsbipHost& host) {
+             fs::remove_all(bus.root / "devices" / "1-2");
+             return host.end(stick());
+         },
+         {kGiveBack[0], kGiveBack[1]}},
     };
     for (const Case& test : cases) {
         Bus bus;
