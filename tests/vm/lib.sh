@@ -235,8 +235,8 @@ detach_all() {
   done
 }
 
-client_has_imports() {
-  usbip port 2>/dev/null | grep -q '^Port [0-9]*:'
+client_imports_nothing() {
+  ! usbip port 2>/dev/null | grep -q '^Port [0-9]*:' || { echo "the client still imports"; return 1; }
 }
 
 # disk_of NAME imported|local: the block device of gadget NAME's disk as
@@ -268,7 +268,7 @@ reads_back() {
 share_ended() {
   local port
   port=$(gadget_port "$1") || { echo "no device $1"; return 1; }
-  wait_for 30 sh -c "! usbip port 2>/dev/null | grep -q '^Port [0-9]*:'" || return 1
+  wait_for 30 client_imports_nothing || return 1
   wait_for 20 bound_back "$port"
 }
 

@@ -43,12 +43,16 @@ std::optional<std::string> UsbipHost::handOver(const Device& device, int socketF
         return problem;
     }
     std::optional<std::string> problem;
+    // usbip-host may hold the device already: it takes a device plugged in
+    // on a port whose slot outlived the device that was shared there.
     auto current = boundDriver(folder);
-    if (current && *current != kDriverName) {
-        problem = write_(folder / "driver" / "unbind", device.port);
-    }
-    if (!problem) {
-        problem = write_(driver_ / "bind", device.port);
+    if (current != kDriverName) {
+        if (current) {
+            problem = write_(folder / "driver" / "unbind", device.port);
+        }
+        if (!problem) {
+            problem = write_(driver_ / "bind", device.port);
+        }
     }
     if (!problem) {
         problem = write_(folder / "usbip_sockfd", std::to_string(socketFd) + "\n");

@@ -57,6 +57,13 @@ TEST(UsbipHostTest, WritesTheKernelsStepsInOrder) {
          [](Bus&, UsbipHost& host) { return host.handOver(stick(), 9); },
          {"drivers/usbip-host/match_busid add 1-2", "devices/1-2/driver/unbind 1-2",
           "drivers/usbip-host/bind 1-2", "devices/1-2/usbip_sockfd 9\n"}},
+        {"hand over a device usbip-host holds already",
+         [](Bus&, UsbipHost& host) {
+             Device held = stick();
+             held.port = "1-3";
+             return host.handOver(held, 9);
+         },
+         {"drivers/usbip-host/match_busid add 1-3", "devices/1-3/usbip_sockfd 9\n"}},
         {"end while in use",
          [](Bus& bus, UsbipHost& host) {
              testkit::writeFile(bus.root / "devices" / "1-2" / "usbip_status", "2\n");

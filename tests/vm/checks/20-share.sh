@@ -54,3 +54,9 @@ detach_all
 check "halvod restarts after SIGKILL" halvod_start
 check "the restart gives the disk back" share_ended disk0
 check "the restart logs the disk given back" halvod_log_has "$port"
+halvod_stop >/dev/null
+
+usbip bind -b "$port" >/dev/null 2>&1
+check "usbip bind by hand leaves the disk with usbip-host" test "$(driver_of "$port")" = usbip-host
+halvod_start >/dev/null
+check "halvod's start gives a disk bound by hand back" wait_for 30 bound_back "$port"
