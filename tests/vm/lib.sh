@@ -57,16 +57,19 @@ summary() {
 # wait_for SECONDS COMMAND...: until the command succeeds (polls 10 times a
 # second); the command's last output when it never does.
 wait_for() {
-  local deadline=$(($(date +%s%N) / 1000000 + $1 * 1000)) output
+  local deadline=$((${EPOCHREALTIME/./} / 1000 + $1 * 1000)) output
   shift
   until output=$("$@" 2>&1); do
-    if [ $(($(date +%s%N) / 1000000)) -ge "$deadline" ]; then
+    if [ $((${EPOCHREALTIME/./} / 1000)) -ge "$deadline" ]; then
       echo "timed out: $* ${output:+($output)}"
       return 1
     fi
     sleep 0.1
   done
 }
+
+# Helpers that wait_for polls use shell built-ins where they can: a process
+# costs tens of milliseconds in an emulated guest.
 
 vm_setup() {
   mkdir -p "$VM_TMP"
@@ -109,11 +112,11 @@ gadget_unplug() {
 
 # The port of this machine's own (not imported) device with serial NAME.
 gadget_port() {
-  local folder
+  local folder serial
   for folder in "$SYSFS"/*; do
-    [ "$(cat "$folder/serial" 2>/dev/null)" = "$1" ] || continue
+    [ -r "$folder/serial" ] && read -r serial <"$folder/serial" && [ "$serial" = "$1" ] || continue
     case "$(readlink -f "$folder")" in */vhci_hcd*) continue ;; esac
-    basename "$folder"
+    echo "${folder##*/}"
     return 0
   done
   return 1
@@ -121,7 +124,13 @@ gadget_port() {
 
 # The driver bound to sysfs entry $1 (a port or an interface).
 driver_of() {
-  basename "$(readlink "$SYSFS/$1/driver" 2>/dev/null)" 2>/dev/null
+  local link
+  link=$(readlink "$SYSFS/$1/driver" 2>/dev/null)
+  echo "${link##*/}"
+}
+
+driver_is() {
+  [ "$(driver_of "$1")" = "$2" ] || { echo "$1: driver '$(driver_of "$1")', not $2"; return 1; }
 }
 
 # The device on PORT is with its own drivers: usb, and usb-storage on its
@@ -134,17 +143,23 @@ bound_back() {
   match_table_clean "$port"
 }
 
+# match_table_clean PORT...: usbip-host's match table holds none of them.
 match_table_clean() {
-  local entries
-  entries=$(tr ' ' '\n' <"$STUB/match_busid" | grep -v '^$')
-  if printf '%s\n' "$entries" | grep -qx "$1"; then
-    echo "match_busid still holds $1: $(echo $entries)"
-    return 1
-  fi
+  local entries port
+  read -r -a entries <"$STUB/match_busid"
+  for port; do
+    case " ${entries[*]} " in *" $port "*)
+      echo "match_busid still holds $port: ${entries[*]}"
+      return 1
+      ;;
+    esac
+  done
 }
 
 in_use() {
-  [ "$(cat "$SYSFS/$1/usbip_status" 2>/dev/null)" = 2 ] || { echo "$1 is not in use by usbip-host"; return 1; }
+  local status=
+  read -r status <"$SYSFS/$1/usbip_status" 2>/dev/null
+  [ "$status" = 2 ] || { echo "$1 is not in use by usbip-host"; return 1; }
 }
 
 # Moves gadget NAME to another dummy UDC (another bus, so another port).
@@ -225,6 +240,25 @@ lists_port() {
 
 attach() {
   timeout 30 usbip --tcp-port "$SHARE_PORT" attach -r 127.0.0.1 -b "$1"
+}
+
+# raw_import PORT: imports PORT as a bare USB/IP client would, without
+# vhci-hcd (no enumeration to wait for): the request, the reply's status,
+# usbip-host taking the device over; closing the connection ends the share.
+raw_import() {
+  local reply
+  exec 3<>"/dev/tcp/127.0.0.1/$SHARE_PORT" || return 1
+  { printf '\001\021\200\003\000\000\000\000%s' "$1"; head -c $((32 - ${#1})) /dev/zero; } >&3
+  reply=$(head -c 8 <&3 | od -An -tx1 | tr -d ' \n')
+  if [ "$reply" = 0111000300000000 ]; then
+    wait_for 20 in_use "$1"
+  else
+    echo "import of $1 answered $reply"
+    false
+  fi
+  local status=$?
+  exec 3<&-
+  return $status
 }
 
 # Detaches every port the client has imported.

@@ -8,7 +8,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <thread>
 #include <unistd.h>
 
 namespace halvo::daemon {
@@ -138,36 +137,6 @@ TEST(SysfsBackendTest, HotplugBecomesDeviceEventsIdsStayAndAnUnreadableBusChange
     EXPECT_EQ(table.devices().size(), 5u);
     EXPECT_NE(backend.scan().error, "");
     fs::rename(root.path().string() + ".gone", root.path());
-}
-
-TEST(SysfsBackendTest, UnplugWithdrawsAuthorisationThenGrantsIt) {
-    TempDir root;
-    addSysfsEntry(root / "1-1", "idVendor=046d;idProduct=c31c");
-    // A FIFO instead of the attribute records every write in order.
-    ASSERT_EQ(::mkfifo((root / "1-1" / "authorized").c_str(), 0600), 0);
-    std::string written;
-    std::thread kernel([&] {
-        // Both writes may come within one opening of the FIFO, or one each.
-        while (written.size() < 2) {
-            int fd = ::open((root / "1-1" / "authorized").c_str(), O_RDONLY);
-            char buffer[16];
-            ssize_t got = 0;
-            while ((got = ::read(fd, buffer, sizeof buffer)) > 0) {
-                written.append(buffer, static_cast<std::size_t>(got));
-            }
-            ::close(fd);
-        }
-    });
-    Device device;
-    device.port = "1-1";
-    EXPECT_EQ(SysfsBackend(root.path()).unplug(device), std::nullopt);
-    kernel.join();
-    EXPECT_EQ(written, "01");
-
-    device.port = "1-9";
-    auto error = SysfsBackend(root.path()).unplug(device);
-    ASSERT_TRUE(error);
-    EXPECT_EQ(*error, (root / "1-9" / "authorized").string() + ": No such file or directory");
 }
 
 TEST(SysfsBackendTest, ReadsTheBusDescriptionThatImportingHostsAreTold) {
