@@ -134,13 +134,14 @@ driver_is() {
 }
 
 # The device on PORT is with its own drivers: usb, and usb-storage on its
-# interface; usbip-host has it neither bound nor in its match table.
+# interface.
+own_drivers() {
+  driver_is "$1" usb && driver_is "$1:1.0" usb-storage
+}
+
+# ... and usbip-host has it neither bound nor in its match table.
 bound_back() {
-  local port=$1
-  [ "$(driver_of "$port")" = usb ] || { echo "$port: driver '$(driver_of "$port")'"; return 1; }
-  [ "$(driver_of "$port:1.0")" = usb-storage ] ||
-    { echo "$port:1.0: driver '$(driver_of "$port:1.0")'"; return 1; }
-  match_table_clean "$port"
+  own_drivers "$1" && match_table_clean "$1"
 }
 
 # match_table_clean PORT...: usbip-host's match table holds none of them.
