@@ -205,8 +205,8 @@ halvod_config() {
 # halvod_stop [SIGNAL]: signals halvod and waits up to 15 s for it to end.
 halvod_stop() {
   local signal=${1:-TERM} pid=$HALVOD_PID
-  [ -n "$pid" ] || { echo "halvod does not run"; return 1; }
-  kill -"$signal" "$pid" 2>/dev/null
+  [ -n "$pid" ] && kill -0 "$pid" 2>/dev/null || { echo "halvod does not run"; HALVOD_PID=; return 1; }
+  kill -"$signal" "$pid"
   if ! wait_for 15 sh -c "! kill -0 $pid 2>/dev/null"; then
     echo "halvod ($pid) still runs 15 s after SIG$signal"
     kill -KILL "$pid" 2>/dev/null
@@ -214,6 +214,10 @@ halvod_stop() {
   fi
   wait "$pid" 2>/dev/null
   HALVOD_PID=
+}
+
+halvod_runs() {
+  kill -0 "$HALVOD_PID" 2>/dev/null || { echo "halvod ($HALVOD_PID) is gone"; tail -3 "$VM_TMP/halvod.log"; return 1; }
 }
 
 halvoctl() {

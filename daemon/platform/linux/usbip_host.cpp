@@ -2,7 +2,9 @@
 
 #include "daemon/platform/linux/sysfs_attribute.h"
 
+#include <chrono>
 #include <system_error>
+#include <thread>
 
 namespace halvo::daemon {
 
@@ -12,6 +14,8 @@ namespace {
 
 constexpr std::string_view kDriverName = "usbip-host";
 constexpr std::string_view kStatusInUse = "2";
+constexpr auto kSettleStep = std::chrono::milliseconds(10);
+constexpr int kSettleSteps = 300;
 
 // The name of the driver bound to the device in `folder`, if any.
 std::optional<std::string> boundDriver(const fs::path& folder) {
@@ -71,6 +75,13 @@ std::optional<std::string> UsbipHost::end(const Device& device) {
     std::optional<std::string> problem;
     if (inUse(device)) {
         problem = write_(devices_ / device.port / "usbip_sockfd", "-1");
+        // The kernel closes the connection and resets the device on its
+        // own worker; an unbind before that worker is done frees the device
+        // under it (an oops in usbip_core's event_handler). It is done when
+        // the status leaves "in use", normally within milliseconds.
+        for (int wait = 0; !problem && wait < kSettleSteps && inUse(device); ++wait) {
+            std::this_thread::sleep_for(kSettleStep);
+        }
     }
     auto givenBack = giveBack(device.port);
     return problem ? problem : givenBack;

@@ -6,7 +6,8 @@
 //     the socket's descriptor number and "\n" to devices/BUSID/usbip_sockfd
 //     (the kernel takes its own reference to the socket);
 //   in use: devices/BUSID/usbip_status reads 2 (1 available, 3 error);
-//   end: "-1" to usbip_sockfd while in use; then the device goes back:
+//   end: "-1" to usbip_sockfd while in use, then a wait (at most 3 s) until
+//     usbip_status leaves 2; then the device goes back:
 //     BUSID to drivers/usbip-host/unbind, "del BUSID" to match_busid, BUSID
 //     to drivers/usbip-host/rebind, which binds its own driver again and
 //     frees the busid's slot in usbip-host's table (16 slots; "del" alone

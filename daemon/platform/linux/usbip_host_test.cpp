@@ -23,11 +23,14 @@ struct Bus {
                                      root / "devices" / "1-3" / "driver");
     }
     // Records each write as "PATH VALUE" (relative to the bus folder); a
-    // write to `refused` fails.
+    // write to `refused` fails; "-1" to usbip_sockfd ends the connection.
     UsbipHost host() {
         return UsbipHost(root / "devices", [this](const fs::path& file, std::string_view value) {
             const std::string relative = file.lexically_relative(root.path()).string();
             writes.push_back(relative + " " + std::string(value));
+            if (file.filename() == "usbip_sockfd" && value == "-1") { // the connection ends
+                testkit::writeFile(file.parent_path() / "usbip_status", "1\n");
+            }
             return relative == refused ? std::optional<std::string>("refused") : std::nullopt;
         });
     }

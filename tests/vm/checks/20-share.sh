@@ -32,9 +32,11 @@ halvod_stop
 : >"$VM_TMP/halvod.rules"
 
 check "halvod starts again with no rules" halvod_start
-share_started >/dev/null
+check "the disk is shared before the reload" share_started
 halvod_config "default = block"
 kill -HUP "$HALVOD_PID"
+sleep 1
+check "halvod runs on after a reload with a share" halvod_runs
 known_failure "reload-ends-shares is fixed on another branch" \
   "a reload to default = block ends the share" share_ended disk0
 detach_all
