@@ -36,13 +36,14 @@ mkdir -p /newroot/usr/lib/modules "/newroot$results"
 mount --bind "/newroot$modules" /newroot/usr/lib/modules
 mount -t 9p -o trans=virtio,version=9p2000.L,msize=512000 results "/newroot$results" ||
   fail "cannot mount the results folder"
-for folder in proc sys dev run tmp; do
+for folder in proc sys dev run; do
   mkdir -p "/newroot/$folder"
 done
 mount --move /proc /newroot/proc
 mount --move /sys /newroot/sys
 mount --move /dev /newroot/dev
 mount -t tmpfs tmpfs /newroot/run
-mount -t tmpfs tmpfs /newroot/tmp
+# /tmp stays the overlay's (its writes land in tmpfs too), so that a build
+# folder under the host's /tmp stays visible.
 exec switch_root /newroot /bin/busybox sh "$repo/tests/vm/guest_init.sh" \
   "$repo" "$build" "$results" "$mode" "$checks"
