@@ -2,6 +2,7 @@
 
 #include "daemon/core/activity_log.h"
 #include "daemon/core/json_integer.h"
+#include "daemon/core/peer_text.h"
 #include "daemon/core/record_validation.h"
 
 #include <algorithm>
@@ -23,14 +24,13 @@ Outcome status(std::string_view text, std::vector<Event> events = {}) {
     return Outcome{std::move(reply), std::move(events)};
 }
 
-// The caller's uid for the log, or "none" for a client that is no local user.
 std::string who(const Caller& caller) {
-    return caller.uid ? std::to_string(*caller.uid) : std::string("none");
+    return uidText(caller.uid);
 }
 
 Outcome refuse(const Caller& caller, std::string_view what) {
     logActivity(LogLevel::warning, "refused to " + std::string(what) + ": permission denied",
-                {{"HALVO_UID", who(caller)}});
+                {{log_field::kUid, who(caller)}});
     return status(kStatusPermissionDenied);
 }
 
@@ -227,7 +227,7 @@ Outcome RequestHandler::killConnection(const Caller& caller, const json::object&
         return status(kStatusNotFound);
     }
     logActivity(LogLevel::notice, "connection dropped",
-                {{"HALVO_REQUEST", json::serialize(request)}, {"HALVO_UID", who(caller)}});
+                {{log_field::kRequest, json::serialize(request)}, {log_field::kUid, who(caller)}});
     return status(kStatusOk, std::move(events));
 }
 
@@ -246,11 +246,11 @@ Outcome RequestHandler::unplugDevice(const Caller& caller, const json::object& r
     std::vector<Event> events = shares_.endForDevice(*id);
     if (auto error = backend_.unplug(*device)) {
         logActivity(LogLevel::error, "unplug failed: " + *error,
-                    {{"HALVO_DEVICE", device->port}, {"HALVO_UID", who(caller)}});
+                    {{log_field::kDevice, device->port}, {log_field::kUid, who(caller)}});
         return status("cannot unplug the device: " + *error, std::move(events));
     }
     logActivity(LogLevel::notice, "device unplugged",
-                {{"HALVO_DEVICE", device->port}, {"HALVO_UID", who(caller)}});
+                {{log_field::kDevice, device->port}, {log_field::kUid, who(caller)}});
     if (auto event = devices_.recordUnplug(*id)) {
         events.push_back(std::move(*event));
     }
@@ -260,7 +260,7 @@ Outcome RequestHandler::unplugDevice(const Caller& caller, const json::object& r
 Outcome RequestHandler::startTransaction(const Caller& caller, const json::object&) {
     if (!rules_.begin(caller.id, {caller.uid, caller.mayChange})) {
         logActivity(LogLevel::warning, "rule transaction refused: too many of this user",
-                    {{"HALVO_UID", who(caller)}});
+                    {{log_field::kUid, who(caller)}});
         return status("busy: too many open rule transactions of this user (" +
                       std::to_string(rules_.limits().maxPerUser) + ")");
     }
@@ -324,12 +324,12 @@ Outcome RequestHandler::finishLoad(const Caller& caller, PreparedLoad prepared) 
     const std::string request = "load " + std::to_string(prepared.count) + " rules";
     if (prepared.readBack.empty()) {
         logActivity(LogLevel::notice, message,
-                    {{"HALVO_UID", who(caller)}, {"HALVO_REQUEST", request}});
+                    {{log_field::kUid, who(caller)}, {log_field::kRequest, request}});
     } else {
         logActivity(LogLevel::notice, message,
-                    {{"HALVO_UID", who(caller)},
-                     {"HALVO_REQUEST", request},
-                     {"HALVO_DETAIL", prepared.readBack}});
+                    {{log_field::kUid, who(caller)},
+                     {log_field::kRequest, request},
+                     {log_field::kDetail, prepared.readBack}});
     }
     return std::move(*prepared.refusal);
 }
@@ -432,11 +432,11 @@ Outcome RequestHandler::endTransaction(const Caller& caller, const json::object&
         return status(kStatusNoTransaction);
     case RuleStore::CommitOutcome::conflict:
         logActivity(LogLevel::notice, "commit refused: the rules changed meanwhile",
-                    {{"HALVO_UID", who(caller)}});
+                    {{log_field::kUid, who(caller)}});
         return status(kStatusConflict);
     case RuleStore::CommitOutcome::notSaved:
         logActivity(LogLevel::error, "commit failed: " + result.problem,
-                    {{"HALVO_UID", who(caller)}});
+                    {{log_field::kUid, who(caller)}});
         return status("cannot save the rules: " + result.problem);
     case RuleStore::CommitOutcome::committed:
         break;
@@ -448,7 +448,7 @@ Outcome RequestHandler::endTransaction(const Caller& caller, const json::object&
     }
     logActivity(LogLevel::notice,
                 "rules committed: " + std::to_string(rules_.committed().size()) + " rules",
-                {{"HALVO_UID", who(caller)}});
+                {{log_field::kUid, who(caller)}});
     return status(kStatusOk, shares_.endRefused());
 }
 

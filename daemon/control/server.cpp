@@ -1,6 +1,7 @@
 #include "daemon/control/server.h"
 
 #include "daemon/core/activity_log.h"
+#include "daemon/core/peer_text.h"
 #include "daemon/platform/memory_release.h"
 #include "daemon/platform/socket_owner.h"
 #include "link/packet.h"
@@ -14,17 +15,7 @@ namespace halvo::daemon {
 namespace asio = boost::asio;
 using asio::ip::tcp;
 
-namespace {
-
-std::string uidText(std::optional<uid_t> uid) {
-    return uid ? std::to_string(*uid) : std::string("none");
-}
-
-std::string peerText(const tcp::endpoint& peer) {
-    return peer.address().to_string() + ":" + std::to_string(peer.port());
-}
-
-} // namespace
+namespace {} // namespace
 
 Server::Server(asio::io_context& io, RequestHandler& handler, AccessPolicy access,
                ClientLimits limits)
@@ -54,7 +45,7 @@ void Server::admit(tcp::socket socket, bool scarce) {
     if (auto refusal = refusalFor(uid, administrator, scarce)) {
         // Closed unanswered: the client reports a broken link, not an empty success.
         turnedAway_.log(LogLevel::warning, "client refused: " + *refusal,
-                        {{"HALVO_UID", uidText(uid)}, {"HALVO_PEER", peerText(peer)}});
+                        {{log_field::kUid, uidText(uid)}, {log_field::kPeer, endpointText(peer)}});
         return;
     }
     const std::uint64_t id = nextClientId_++;
@@ -116,9 +107,9 @@ template <typename Filter> bool Server::makeRoom(Filter candidates, bool evenIfB
                       : chosen->asked ? "client dropped to make room: idle"
                                       : "client dropped to make room: silent since it connected";
     turnedAway_.log(LogLevel::warning, why,
-                    {{"HALVO_CLIENT", std::to_string(dropped->id())},
-                     {"HALVO_UID", uidText(dropped->uid())},
-                     {"HALVO_PEER", peerText(dropped->peer())}});
+                    {{log_field::kClient, std::to_string(dropped->id())},
+                     {log_field::kUid, uidText(dropped->uid())},
+                     {log_field::kPeer, endpointText(dropped->peer())}});
     dropped->close();
     return true;
 }
@@ -188,7 +179,7 @@ void Server::answer(Session& session, std::uint32_t command, const RequestHandle
     if (reply.size() - link::kHeaderSize > link::kMaxPayloadSize) {
         // Loads are refused before a rule list could grow this large.
         logActivity(LogLevel::error, "reply too large for a packet",
-                    {{"HALVO_REQUEST", std::to_string(command)}});
+                    {{log_field::kRequest, std::to_string(command)}});
         boost::json::object refusal;
         refusal["status"] = "internal error: the reply would not fit in one packet";
         reply = link::encodePacket(command, refusal);

@@ -1,6 +1,7 @@
 #include "daemon/control/session.h"
 
 #include "daemon/core/activity_log.h"
+#include "daemon/core/peer_text.h"
 #include "daemon/platform/memory_release.h"
 #include "link/bounded_memory.h"
 
@@ -247,9 +248,9 @@ void Session::resumeReading() {
 
 void Session::log(const char* reason) const {
     logActivity(LogLevel::warning, std::string("client dropped: ") + reason,
-                {{"HALVO_CLIENT", std::to_string(id_)},
-                 {"HALVO_UID", uid_ ? std::to_string(*uid_) : std::string("none")},
-                 {"HALVO_PEER", peer_.address().to_string() + ":" + std::to_string(peer_.port())}});
+                {{log_field::kClient, std::to_string(id_)},
+                 {log_field::kUid, uidText(uid_)},
+                 {log_field::kPeer, endpointText(peer_)}});
 }
 
 void Session::close(const char* reason) {

@@ -28,6 +28,11 @@ void LogThrottle::log(LogLevel level, std::string_view message,
     leftOutLevel_ = std::min(leftOutLevel_, level);
 }
 
+void LogThrottle::flush() {
+    windowEnd_.cancel();
+    endWindow();
+}
+
 void LogThrottle::endWindow() {
     windowOpen_ = false;
     logged_ = 0;

@@ -30,6 +30,9 @@ class LogThrottle {
     // Logs the record, or counts it when this window's burst is spent.
     void log(LogLevel level, std::string_view message, std::initializer_list<LogField> fields = {});
 
+    // Ends the window now, with its summary: for a front end that stops.
+    void flush();
+
   private:
     void endWindow();
 

@@ -1,6 +1,7 @@
 #include "daemon/core/share_table.h"
 
 #include "daemon/core/activity_log.h"
+#include "daemon/core/peer_text.h"
 
 #include <algorithm>
 
@@ -12,7 +13,7 @@ constexpr std::string_view kSharedState = "shared";
 constexpr std::string_view kHostLeft = "disconnected";
 
 std::string describePeer(const RemoteHost& host) {
-    return host.addr + ":" + std::to_string(host.port);
+    return endpointText(host.addr, host.port);
 }
 
 } // namespace
@@ -46,8 +47,9 @@ ImportResult ShareTable::import(std::string_view port, const RemoteHost& host, i
     auto found = std::find_if(all.begin(), all.end(),
                               [port](const Device& device) { return device.port == port; });
     if (found == all.end() || !mayImport(*found, host.addr)) {
-        logActivity(LogLevel::warning, "import refused: no such device for this host",
-                    {{"HALVO_PEER", describePeer(host)}, {"HALVO_DEVICE", std::string(port)}});
+        logActivity(
+            LogLevel::warning, "import refused: no such device for this host",
+            {{log_field::kPeer, describePeer(host)}, {log_field::kDevice, std::string(port)}});
         return result;
     }
     if (found->state == kSharedState) {
@@ -56,7 +58,7 @@ ImportResult ShareTable::import(std::string_view port, const RemoteHost& host, i
     }
     if (auto problem = handOff_.handOver(*found, socketFd)) {
         logActivity(LogLevel::error, "share failed: " + *problem,
-                    {{"HALVO_PEER", describePeer(host)}, {"HALVO_DEVICE", found->port}});
+                    {{log_field::kPeer, describePeer(host)}, {log_field::kDevice, found->port}});
         result.status = ImportStatus::error;
         return result;
     }
@@ -67,7 +69,7 @@ ImportResult ShareTable::import(std::string_view port, const RemoteHost& host, i
         result.events.push_back(std::move(*event));
     }
     logActivity(LogLevel::notice, "share started",
-                {{"HALVO_PEER", describePeer(host)}, {"HALVO_DEVICE", device.port}});
+                {{log_field::kPeer, describePeer(host)}, {log_field::kDevice, device.port}});
     result.status = ImportStatus::ok;
     result.device = *devices_.find(device.id);
     return result;
@@ -88,11 +90,11 @@ std::vector<Event> ShareTable::endWhere(Selector ending, std::string_view reason
     for (const Share& share : ended) {
         if (auto problem = handOff_.end(share.device)) {
             logActivity(LogLevel::error, "giving the device back failed: " + *problem,
-                        {{"HALVO_DEVICE", share.device.port}});
+                        {{log_field::kDevice, share.device.port}});
         }
-        logActivity(
-            LogLevel::notice, "share ended: " + std::string(reason),
-            {{"HALVO_PEER", describePeer(share.host)}, {"HALVO_DEVICE", share.device.port}});
+        logActivity(LogLevel::notice, "share ended: " + std::string(reason),
+                    {{log_field::kPeer, describePeer(share.host)},
+                     {log_field::kDevice, share.device.port}});
         if (auto event = connections_.removeNetwork(share.host.addr, share.host.port, hostState)) {
             events.push_back(std::move(*event));
         }

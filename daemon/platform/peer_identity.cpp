@@ -1,5 +1,7 @@
 #include "daemon/platform/peer_identity.h"
 
+#include "daemon/core/peer_text.h"
+
 namespace halvo::daemon {
 
 namespace {
@@ -8,7 +10,7 @@ using boost::asio::ip::address;
 using boost::asio::ip::tcp;
 
 bool sameEndpoint(const tcp::endpoint& a, const tcp::endpoint& b) {
-    return a.port() == b.port() && unmapped(a.address()) == unmapped(b.address());
+    return a.port() == b.port() && plainAddress(a.address()) == plainAddress(b.address());
 }
 
 // A uid that no user has: the kernel's "no mapping" values.
@@ -16,15 +18,8 @@ constexpr uid_t kNoUid = static_cast<uid_t>(-1);
 
 } // namespace
 
-address unmapped(const address& addr) {
-    if (addr.is_v6() && addr.to_v6().is_v4_mapped()) {
-        return boost::asio::ip::make_address_v4(boost::asio::ip::v4_mapped, addr.to_v6());
-    }
-    return addr;
-}
-
 bool mayBeLocalUser(const address& addr) {
-    return unmapped(addr).is_loopback();
+    return plainAddress(addr).is_loopback();
 }
 
 std::optional<uid_t> clientUid(const SocketEnds& asked, const SocketReport& report) {

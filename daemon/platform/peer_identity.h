@@ -44,10 +44,6 @@ struct SocketReport {
     uid_t uid = 0;
 };
 
-// The address as the kernel keeps it: an IPv4-mapped IPv6 address (an
-// IPv4 client of an IPv6 socket) is the IPv4 one.
-boost::asio::ip::address unmapped(const boost::asio::ip::address& address);
-
 // Whether a client at `address` can be a local user at all: only loopback
 // peers can (a host elsewhere has no user here, whatever its port).
 bool mayBeLocalUser(const boost::asio::ip::address& address);

@@ -5,6 +5,7 @@
 #include "daemon/core/connection_table.h"
 #include "daemon/core/device_table.h"
 #include "daemon/core/device_watcher.h"
+#include "daemon/core/peer_text.h"
 #include "daemon/core/rule_store.h"
 #include "daemon/platform/fixture_backend.h"
 #include "daemon/platform/rules_file.h"
@@ -137,7 +138,7 @@ void reloadOnSignal(asio::signal_set& signals, daemon::Reloader& reloader) {
 
 int serve(std::span<const char* const> arguments, daemon::Options options) {
     daemon::logActivity(daemon::LogLevel::info, "starting, version " HALVO_VERSION,
-                        {{"HALVO_CONFIG", options.configPath}});
+                        {{daemon::log_field::kConfig, options.configPath}});
     auto activated = daemon::service_manager::takeActivatedSockets();
     if (!activated) {
         return fail(activated.error());

@@ -368,12 +368,6 @@ util::Expected<asio::ip::tcp::endpoint> parseEndpoint(std::string_view text) {
     return asio::ip::tcp::endpoint(address, *number);
 }
 
-std::string endpointText(const asio::ip::tcp::endpoint& endpoint) {
-    const std::string address = endpoint.address().to_string();
-    return (endpoint.address().is_v6() ? "[" + address + "]" : address) + ":" +
-           std::to_string(endpoint.port());
-}
-
 ParsedOptions parseOptions(std::span<const char* const> arguments) {
     po::variables_map commandLine;
     try {

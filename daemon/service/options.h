@@ -60,8 +60,6 @@ ParsedOptions parseOptions(std::span<const char* const> arguments);
 // "ADDR:PORT", "[V6ADDR]:PORT"; what is wrong with it (a phrase to follow
 // the option's name) when malformed.
 util::Expected<boost::asio::ip::tcp::endpoint> parseEndpoint(std::string_view text);
-// The endpoint in the form parseEndpoint reads.
-std::string endpointText(const boost::asio::ip::tcp::endpoint& endpoint);
 
 void printUsage(std::FILE* out);
 

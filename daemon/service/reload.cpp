@@ -1,6 +1,7 @@
 #include "daemon/service/reload.h"
 
 #include "daemon/core/activity_log.h"
+#include "daemon/core/peer_text.h"
 #include "daemon/platform/rules_file.h"
 #include "daemon/service/service_manager.h"
 
@@ -73,7 +74,7 @@ bool Reloader::reload() {
     handler_.setDefaultAction(next.defaultAction);
     sharing_.rulesReplaced(next.defaultAction);
     const std::string done = "reloaded: " + std::to_string(count) + " rules";
-    logActivity(LogLevel::notice, done, {{"HALVO_CONFIG", next.configPath}});
+    logActivity(LogLevel::notice, done, {{log_field::kConfig, next.configPath}});
     service_manager::notifyReady(done);
     return true;
 }

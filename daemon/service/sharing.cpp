@@ -1,6 +1,7 @@
 #include "daemon/service/sharing.h"
 
 #include "daemon/core/activity_log.h"
+#include "daemon/core/peer_text.h"
 #include "daemon/platform/fixture_hand_off.h"
 #include "daemon/platform/system_devices.h"
 
@@ -28,7 +29,7 @@ util::Expected<std::unique_ptr<Sharing>> Sharing::create(const Options& options,
     ShareHandOff::Recovery recovery = handOff->recoverLeftovers();
     for (const std::string& port : recovery.ports) {
         logActivity(LogLevel::notice, "device left shared by an earlier run given back",
-                    {{"HALVO_DEVICE", port}});
+                    {{log_field::kDevice, port}});
     }
     for (const std::string& problem : recovery.problems) {
         logActivity(LogLevel::error, "cannot give back a device left shared: " + problem);

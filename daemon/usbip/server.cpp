@@ -1,6 +1,7 @@
 #include "daemon/usbip/server.h"
 
 #include "daemon/core/activity_log.h"
+#include "daemon/core/peer_text.h"
 #include "daemon/usbip/session.h"
 
 #include <algorithm>
@@ -12,17 +13,7 @@ namespace asio = boost::asio;
 namespace {
 
 // A flood of refusals costs at most this many lines a period, and a count.
-constexpr std::size_t kRefusalLines = 5;
-constexpr std::chrono::seconds kRefusalPeriod{10};
-
-// IPv4 hosts on a dual-stack socket show as ::ffff:a.b.c.d; rules name them
-// by their IPv4 address.
-asio::ip::address plainAddress(const asio::ip::address& address) {
-    if (address.is_v6() && address.to_v6().is_v4_mapped()) {
-        return asio::ip::make_address_v4(asio::ip::v4_mapped, address.to_v6());
-    }
-    return address;
-}
+constexpr LogThrottle::Settings kRefusalLog{5, std::chrono::seconds(10)};
 
 // What a host's places are counted by: its address, or for a routed IPv6
 // address its /64 network, any of whose addresses the host may take.
@@ -40,7 +31,7 @@ std::string hostKey(const asio::ip::address& address) {
 Server::Server(asio::io_context& io, ShareTable& shares, EventSink sink, ServerSettings settings)
     : shares_(shares), sink_(std::move(sink)), settings_(settings),
       listener_(io, [this](asio::ip::tcp::socket socket) { admit(std::move(socket)); }), poll_(io),
-      refusals_(kRefusalLines, kRefusalPeriod), refusalCount_(io) {}
+      refusals_(io, "USB/IP connections refused", kRefusalLog) {}
 
 Server::~Server() {
     stop();
@@ -68,8 +59,7 @@ asio::ip::tcp::endpoint Server::localEndpoint() const {
 void Server::stop() {
     listener_.close();
     poll_.cancel();
-    refusalCount_.cancel();
-    logHeldBackRefusals();
+    refusals_.flush();
     // finish() leaves the map, so walk a copy.
     auto sessions = sessions_;
     for (auto& [id, place] : sessions) {
@@ -105,7 +95,7 @@ void Server::admit(asio::ip::tcp::socket socket) {
     const RemoteHost remote{address.to_string(), peer.port()};
     const std::string host = hostKey(address);
     if (auto reason = refusal(host)) {
-        logRefusal(Session::peerText(remote), *reason);
+        logRefusal(endpointText(remote.addr, remote.port), *reason);
         return; // `socket` closes here
     }
     const std::uint64_t id = nextId_++;
@@ -127,30 +117,8 @@ std::optional<std::string> Server::refusal(const std::string& host) const {
 }
 
 void Server::logRefusal(const std::string& peer, const std::string& reason) {
-    if (refusals_.admit(LogRateLimiter::Clock::now())) {
-        logActivity(LogLevel::warning, "USB/IP connection refused: " + reason,
-                    {{"HALVO_PEER", peer}});
-        return;
-    }
-    if (refusalCountDue_) {
-        return;
-    }
-    refusalCountDue_ = true;
-    refusalCount_.expires_at(refusals_.periodEnd());
-    refusalCount_.async_wait([this](const boost::system::error_code& error) {
-        if (!error) {
-            logHeldBackRefusals();
-        }
-    });
-}
-
-void Server::logHeldBackRefusals() {
-    refusalCountDue_ = false;
-    if (const std::uint64_t count = refusals_.takeHeldBack(); count > 0) {
-        logActivity(LogLevel::warning,
-                    std::to_string(count) +
-                        " more USB/IP connections refused, not logged one by one");
-    }
+    refusals_.log(LogLevel::warning, "USB/IP connection refused: " + reason,
+                  {{log_field::kPeer, peer}});
 }
 
 void Server::pollShares() {

@@ -11,7 +11,7 @@
 #pragma once
 
 #include "daemon/core/event.h"
-#include "daemon/core/log_rate_limiter.h"
+#include "daemon/core/log_throttle.h"
 #include "daemon/core/share_table.h"
 #include "daemon/platform/listening_socket.h"
 #include "daemon/usbip/server_settings.h"
@@ -62,7 +62,6 @@ class Server {
     // Why a new connection of `host` (its key) is turned away, if it is.
     std::optional<std::string> refusal(const std::string& host) const;
     void logRefusal(const std::string& peer, const std::string& reason);
-    void logHeldBackRefusals();
     void pollShares();
 
     struct Place {
@@ -79,10 +78,7 @@ class Server {
     // Each host's (by key) connections in `sessions_`.
     std::map<std::string, std::size_t> placesOfHost_;
     std::uint64_t nextId_ = 1;
-    LogRateLimiter refusals_;
-    // Set while the count of refusals held back is due at the period's end.
-    boost::asio::steady_timer refusalCount_;
-    bool refusalCountDue_ = false;
+    LogThrottle refusals_;
 };
 
 } // namespace halvo::daemon::usbip

@@ -1,6 +1,7 @@
 #include "daemon/usbip/session.h"
 
 #include "daemon/core/activity_log.h"
+#include "daemon/core/peer_text.h"
 #include "daemon/platform/socket_options.h"
 #include "daemon/usbip/server.h"
 
@@ -50,7 +51,7 @@ void Session::dropLate() {
     logActivity(LogLevel::warning,
                 answered ? "USB/IP host dropped: reply not taken in time"
                          : "USB/IP host dropped: no request in time",
-                {{"HALVO_PEER", peerText(host_)}});
+                {{log_field::kPeer, endpointText(host_.addr, host_.port)}});
     if (!handedOff_) {
         // A reset, so that the kernel does not keep the unsent reply either.
         boost::system::error_code ignored;
@@ -73,7 +74,7 @@ void Session::readMore() {
             self->parser_.feed(std::span(self->scratch_.data(), size));
             if (!self->parser_.error().empty()) {
                 logActivity(LogLevel::warning, "USB/IP request refused: " + self->parser_.error(),
-                            {{"HALVO_PEER", peerText(self->host_)}});
+                            {{log_field::kPeer, endpointText(self->host_.addr, self->host_.port)}});
                 self->finish();
             } else if (self->parser_.request()) {
                 self->answer(*self->parser_.request());
@@ -96,7 +97,8 @@ void Session::answerImport(const std::string& busId) {
     const LinkWatch watch = linkWatchFor(server_.settings().deadPeerAfter);
     if (auto problem = prepareSharedSocket(socket_.native_handle(), watch)) {
         logActivity(LogLevel::error, "USB/IP import refused: " + *problem,
-                    {{"HALVO_PEER", peerText(host_)}, {"HALVO_DEVICE", busId}});
+                    {{log_field::kPeer, endpointText(host_.addr, host_.port)},
+                     {log_field::kDevice, busId}});
         reply(encodeImportReply(Status::deviceError, nullptr));
         return;
     }
@@ -123,11 +125,6 @@ void Session::finish() {
     boost::system::error_code ignored;
     socket_.close(ignored);
     server_.sessionEnded(id_);
-}
-
-std::string Session::peerText(const RemoteHost& host) {
-    const bool v6 = host.addr.find(':') != std::string::npos;
-    return (v6 ? "[" + host.addr + "]" : host.addr) + ":" + std::to_string(host.port);
 }
 
 } // namespace halvo::daemon::usbip

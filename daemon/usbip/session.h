@@ -24,9 +24,6 @@ class Session : public std::enable_shared_from_this<Session> {
     // imported one) and leaves the server.
     void finish();
 
-    // "addr:port", "[v6addr]:port": the host as log lines name it.
-    static std::string peerText(const RemoteHost& host);
-
   private:
     void readMore();
     void answer(const Request& request);

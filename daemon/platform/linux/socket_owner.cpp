@@ -7,6 +7,7 @@
 #include "daemon/platform/socket_owner.h"
 
 #include "daemon/core/activity_log.h"
+#include "daemon/core/peer_text.h"
 #include "daemon/platform/peer_identity.h"
 
 #include <array>
@@ -214,8 +215,8 @@ std::optional<uid_t> localSocketOwner(const ip::tcp::endpoint& local,
                                       const ip::tcp::endpoint& remote) {
     // The client's socket: its own end is the daemon's remote one.
     const SocketEnds asked{remote, local};
-    const ip::address theirs = unmapped(remote.address());
-    const ip::address ours = unmapped(local.address());
+    const ip::address theirs = plainAddress(remote.address());
+    const ip::address ours = plainAddress(local.address());
     if (!mayBeLocalUser(theirs) || theirs.is_v4() != ours.is_v4()) {
         return std::nullopt;
     }
