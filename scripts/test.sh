@@ -39,4 +39,10 @@ for log in build/ctest-summary.log build/ctest-libcxx-summary.log build/ctest-as
   count=$(sed -n 's/.*tests failed out of \([0-9]*\).*/\1/p' "$log" | tail -1)
   passed=$((passed + ${count:-0}))
 done
+# The VM suite ends its log with "N passed, N failed" (a failure has stopped
+# the script too).
+if [ "$vm_status" -eq 0 ]; then
+  count=$(sed -n 's/^\([0-9]*\) passed, 0 failed.*/\1/p' build/vm/results/log | tail -1)
+  passed=$((passed + ${count:-0}))
+fi
 echo "tests: $passed passed, 0 failed"
