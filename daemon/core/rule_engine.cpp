@@ -2,7 +2,9 @@
 
 #include "util/json_fields.h"
 
+#include <algorithm>
 #include <array>
+#include <cctype>
 
 namespace halvo::daemon {
 
@@ -13,6 +15,17 @@ using util::getU32;
 
 namespace {
 
+// A peer that proved its names with a certificate is also known by them;
+// they compare as host names do, case aside.
+bool namesPeer(std::string_view host, const Peer& peer) {
+    return std::any_of(peer.names.begin(), peer.names.end(), [host](const std::string& name) {
+        return std::equal(name.begin(), name.end(), host.begin(), host.end(), [](char a, char b) {
+            return std::tolower(static_cast<unsigned char>(a)) ==
+                   std::tolower(static_cast<unsigned char>(b));
+        });
+    });
+}
+
 bool listsAddress(const json::object& rule, const Peer& peer) {
     if (peer.remoteDesktop) {
         return false;
@@ -22,7 +35,8 @@ bool listsAddress(const json::object& rule, const Peer& peer) {
         return false;
     }
     for (const json::value& host : *hosts) {
-        if (host.is_string() && host.get_string() == peer.addr) {
+        if (host.is_string() &&
+            (host.get_string() == peer.addr || namesPeer(host.get_string(), peer))) {
             return true;
         }
     }

@@ -12,7 +12,8 @@ constexpr std::string_view kSharedState = "shared";
 constexpr std::string_view kHostLeft = "disconnected";
 
 std::string describePeer(const RemoteHost& host) {
-    return host.addr + ":" + std::to_string(host.port);
+    const std::string at = host.addr + ":" + std::to_string(host.port);
+    return host.names.empty() ? at : host.shownAs() + " (" + at + ")";
 }
 
 } // namespace
@@ -22,18 +23,18 @@ ShareTable::ShareTable(DeviceTable& devices, ConnectionTable& connections, const
     : devices_(devices), connections_(connections), rules_(rules), defaultAction_(defaultAction),
       handOff_(handOff) {}
 
-bool ShareTable::mayImport(const Device& device, std::string_view addr) const {
+bool ShareTable::mayImport(const Device& device, const RemoteHost& host) const {
     if (device.deviceClass == kHubClass || device.bus.deviceClass == kHubClass) {
         return false;
     }
-    Peer peer{false, std::string(addr)};
+    Peer peer{false, host.addr, host.names};
     return evaluate(rules_.committed(), device, peer, defaultAction_).action == Action::share;
 }
 
-std::vector<Device> ShareTable::visibleTo(std::string_view addr) const {
+std::vector<Device> ShareTable::visibleTo(const RemoteHost& host) const {
     std::vector<Device> visible;
     for (const Device& device : devices_.devices()) {
-        if (mayImport(device, addr)) {
+        if (mayImport(device, host)) {
             visible.push_back(device);
         }
     }
@@ -45,7 +46,7 @@ ImportResult ShareTable::import(std::string_view port, const RemoteHost& host, i
     const auto& all = devices_.devices();
     auto found = std::find_if(all.begin(), all.end(),
                               [port](const Device& device) { return device.port == port; });
-    if (found == all.end() || !mayImport(*found, host.addr)) {
+    if (found == all.end() || !mayImport(*found, host)) {
         logActivity(LogLevel::warning, "import refused: no such device for this host",
                     {{"HALVO_PEER", describePeer(host)}, {"HALVO_DEVICE", std::string(port)}});
         return result;
@@ -62,8 +63,8 @@ ImportResult ShareTable::import(std::string_view port, const RemoteHost& host, i
     }
     const Device device = *found;
     shares_.push_back(Share{device, host});
-    result.events.push_back(connections_.addNetwork(host.addr, host.port));
-    if (auto event = devices_.recordShare(device.id, host.addr)) {
+    result.events.push_back(connections_.addNetwork(host.shownAs(), host.port));
+    if (auto event = devices_.recordShare(device.id, host.shownAs())) {
         result.events.push_back(std::move(*event));
     }
     logActivity(LogLevel::notice, "share started",
@@ -93,7 +94,8 @@ std::vector<Event> ShareTable::endWhere(Selector ending, std::string_view reason
         logActivity(
             LogLevel::notice, "share ended: " + std::string(reason),
             {{"HALVO_PEER", describePeer(share.host)}, {"HALVO_DEVICE", share.device.port}});
-        if (auto event = connections_.removeNetwork(share.host.addr, share.host.port, hostState)) {
+        if (auto event =
+                connections_.removeNetwork(share.host.shownAs(), share.host.port, hostState)) {
             events.push_back(std::move(*event));
         }
         if (auto event = devices_.recordShare(share.device.id, std::nullopt)) {
@@ -107,7 +109,7 @@ std::vector<Event> ShareTable::endForHost(std::string_view addr,
                                           std::optional<std::uint16_t> port) {
     return endWhere(
         [&](const Share& share) {
-            return share.host.addr == addr && (!port || share.host.port == *port);
+            return share.host.shownAs() == addr && (!port || share.host.port == *port);
         },
         "connection dropped", "dropped");
 }
@@ -121,7 +123,7 @@ std::vector<Event> ShareTable::endRefused() {
     return endWhere(
         [this](const Share& share) {
             const Device* device = devices_.find(share.device.id);
-            return device == nullptr || !mayImport(*device, share.host.addr);
+            return device == nullptr || !mayImport(*device, share.host);
         },
         "the rules no longer share it", kHostLeft);
 }

@@ -116,6 +116,12 @@ std::optional<std::string> setIdle(Options& options, std::string_view value) {
     return std::nullopt;
 }
 
+template <std::string Options::*Field>
+std::optional<std::string> setText(Options& options, std::string_view value) {
+    options.*Field = std::string(value);
+    return std::nullopt;
+}
+
 // A switch that keeps the rules in memory: the bool is only a stage.
 std::optional<std::string> setRulesInMemory(Options& options, std::string_view value) {
     bool inMemory = false;
@@ -129,7 +135,7 @@ std::optional<std::string> setRulesInMemory(Options& options, std::string_view v
 }
 
 // The options in the order of the help text; "config" is read first.
-constexpr std::array<KnownOption, 19> kOptions = {{
+constexpr std::array<KnownOption, 23> kOptions = {{
     {"config", "PATH", "config file (default /etc/halvo/halvod.conf)",
      [](Options& o, std::string_view v) -> std::optional<std::string> {
          o.configPath = v;
@@ -148,6 +154,19 @@ constexpr std::array<KnownOption, 19> kOptions = {{
          }
          return problem;
      }},
+    {"share-tls-listen", "ADDR:PORT", "share devices over USB/IP in TLS there (default: off)",
+     [](Options& o, std::string_view v) -> std::optional<std::string> {
+         asio::ip::tcp::endpoint endpoint;
+         auto problem = setEndpoint(endpoint, v);
+         if (!problem) {
+             o.shareTlsListen = endpoint;
+         }
+         return problem;
+     }},
+    {"tls-cert", "FILE", "the TLS port's certificate chain (PEM)", setText<&Options::tlsCert>},
+    {"tls-key", "FILE", "its private key (PEM)", setText<&Options::tlsKey>},
+    {"tls-client-ca", "FILE", "CA certificates that hosts' certificates must chain to",
+     setText<&Options::tlsClientCa>},
     {"sysfs", "DIR", "sysfs devices (default /sys/bus/usb/devices)",
      [](Options& o, std::string_view v) -> std::optional<std::string> {
          o.sysfsRoot = v;
@@ -293,6 +312,10 @@ util::Expected<po::variables_map> readConfig(const std::string& path, bool named
 std::optional<std::string> checkCombination(const Options& options, bool sysfsGiven) {
     if (sysfsGiven && options.deviceFixture) {
         return "--sysfs and --devices exclude each other";
+    }
+    if (options.shareTlsListen &&
+        (options.tlsCert.empty() || options.tlsKey.empty() || options.tlsClientCa.empty())) {
+        return "--share-tls-listen needs --tls-cert, --tls-key and --tls-client-ca";
     }
     if (!options.allowRemote && !options.listen.address().is_loopback()) {
         return "refusing to listen on " + options.listen.address().to_string() +

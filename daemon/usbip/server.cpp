@@ -1,6 +1,7 @@
 #include "daemon/usbip/server.h"
 
 #include "daemon/usbip/session.h"
+#include "daemon/usbip/tls_session.h"
 
 namespace halvo::daemon::usbip {
 
@@ -59,7 +60,19 @@ void Server::admit(asio::ip::tcp::socket socket) {
         return; // turned away: `socket` closes here
     }
     const std::uint64_t id = nextId_++;
-    auto session = std::make_shared<Session>(*this, id, std::move(socket));
+    std::shared_ptr<Exchange> session;
+    if (tls_) {
+        boost::system::error_code error;
+        const asio::ip::tcp::endpoint peer = socket.remote_endpoint(error);
+        asio::ip::address address = peer.address();
+        if (address.is_v6() && address.to_v6().is_v4_mapped()) {
+            address = asio::ip::make_address_v4(asio::ip::v4_mapped, address.to_v6());
+        }
+        session = std::make_shared<TlsSession>(*this, id, std::move(socket),
+                                               RemoteHost{address.to_string(), peer.port()}, *tls_);
+    } else {
+        session = std::make_shared<Session>(*this, id, std::move(socket));
+    }
     sessions_.emplace(id, session);
     session->start();
 }

@@ -11,6 +11,7 @@
 #include "daemon/core/event.h"
 #include "daemon/core/share_table.h"
 #include "daemon/platform/listening_socket.h"
+#include "tls/context.h"
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
@@ -25,7 +26,7 @@
 
 namespace halvo::daemon::usbip {
 
-class Session;
+class Exchange;
 
 struct ServerSettings {
     // How long a host may take to send its request.
@@ -54,6 +55,9 @@ class Server {
     // stay (the share table ends them).
     void stop();
 
+    // Makes this the TLS port; before listening.
+    void useTls(tls::Context context) { tls_ = std::move(context); }
+
     // Called by sessions.
     void publish(const std::vector<Event>& events);
     void sessionEnded(std::uint64_t id);
@@ -71,7 +75,9 @@ class Server {
     ServerSettings settings_;
     ListeningSocket listener_;
     boost::asio::steady_timer poll_;
-    std::map<std::uint64_t, std::shared_ptr<Session>> sessions_;
+    std::map<std::uint64_t, std::shared_ptr<Exchange>> sessions_;
+    // Set on the TLS port: every host's exchange runs inside TLS.
+    std::optional<tls::Context> tls_;
     std::uint64_t nextId_ = 1;
 };
 

@@ -12,20 +12,6 @@ namespace asio = boost::asio;
 
 namespace {
 
-Status wireStatus(ImportStatus status) {
-    switch (status) {
-    case ImportStatus::ok:
-        return Status::ok;
-    case ImportStatus::busy:
-        return Status::deviceBusy;
-    case ImportStatus::noDevice:
-        return Status::noDevice;
-    case ImportStatus::error:
-        break;
-    }
-    return Status::deviceError;
-}
-
 // IPv4 hosts on a dual-stack socket show as ::ffff:a.b.c.d; rules name them
 // by their IPv4 address.
 std::string addressText(const asio::ip::address& address) {

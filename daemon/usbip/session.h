@@ -1,6 +1,7 @@
 // One remote host's connection until its request is answered.
 #pragma once
 
+#include "daemon/usbip/exchange.h"
 #include "daemon/usbip/protocol.h"
 
 #include <boost/asio/ip/tcp.hpp>
@@ -13,14 +14,14 @@ namespace halvo::daemon::usbip {
 
 class Server;
 
-class Session : public std::enable_shared_from_this<Session> {
+class Session : public Exchange, public std::enable_shared_from_this<Session> {
   public:
     Session(Server& server, std::uint64_t id, boost::asio::ip::tcp::socket socket);
 
-    void start();
+    void start() override;
     // Closes the connection (the kernel keeps its own reference to an
     // imported one) and leaves the server.
-    void finish();
+    void finish() override;
 
   private:
     void readMore();
