@@ -94,8 +94,9 @@ util::Expected<Progress> Connection::outcome(int result, const char* step) const
     case SSL_ERROR_ZERO_RETURN:
         return util::Failure{std::string(step) + ": the peer closed the connection"};
     case SSL_ERROR_SYSCALL:
-        ERR_clear_error();
-        return util::Failure{std::string(step) + ": the connection broke"};
+        // Mid-handshake this is mostly the peer refusing what it was shown
+        // (a certificate, a protocol) and closing.
+        return util::Failure{takeErrors(std::string(step) + ": the peer ended the connection")};
     default:
         break;
     }

@@ -3,6 +3,8 @@
 #include "daemon/core/activity_log.h"
 #include "daemon/usbip/server.h"
 
+#include <algorithm>
+
 namespace halvo::daemon::usbip {
 
 namespace asio = boost::asio;
@@ -113,7 +115,10 @@ void TlsSession::answer(const Request& request) {
 }
 
 void TlsSession::answerImport(const std::string& busId) {
-    if (auto ready = tls_->readyForKernel(); !ready) {
+    const std::vector<Device> visible = server_.shares().visibleTo(host_);
+    const bool mayImport = std::any_of(visible.begin(), visible.end(),
+                                       [&](const Device& device) { return device.port == busId; });
+    if (auto ready = tls_->readyForKernel(); !ready && mayImport) {
         if (!tls::kernelLacksTls(tls_->kernelState())) {
             warn("USB/IP import refused: " + ready.error());
         } else if (!toldKernelLacksTls) {
@@ -124,6 +129,8 @@ void TlsSession::answerImport(const std::string& busId) {
         reply(encodeImportReply(Status::deviceError, nullptr));
         return;
     }
+    // A device the host may not import is refused as absent by the share
+    // table, whatever the kernel could have done.
     ImportResult result = server_.shares().import(busId, host_, socket_.native_handle());
     server_.publish(result.events);
     // The kernel has the socket and the keys: the reply is its first record.
