@@ -1,7 +1,7 @@
 # Install rules for what ships beside halvoctl, in two components that
 # become the two Debian packages: `halvoctl` (the utility, halvo-rulecheck,
 # halvo-attach and its systemd unit, their manual pages and completion) and `halvod` (the daemon, its manual
-# page, completion, systemd units and config file).  Included at the end of
+# page, completion, systemd units, config file and modules to load at boot).  Included at the end of
 # the top-level CMakeLists.txt, after every program target is defined.
 # (halvoctl itself, its pages and the completions install from cli/, doc/ and
 # completions/.)
@@ -11,6 +11,8 @@ include(GNUInstallDirs)
 # Absolute by default: systemd and halvod look there whatever the prefix.
 set(HALVO_SYSTEMD_UNIT_DIR /lib/systemd/system CACHE PATH "Where halvod's systemd units go")
 set(HALVO_CONFIG_DIR /etc/halvo CACHE PATH "Where halvod's config file goes")
+set(HALVO_MODULES_LOAD_DIR /lib/modules-load.d CACHE PATH
+    "Where the list of kernel modules to load at boot goes")
 
 function(halvo_install_optional_program program destination page component)
   if(NOT TARGET ${program})
@@ -38,6 +40,9 @@ if(TARGET halvod)
           DESTINATION ${HALVO_SYSTEMD_UNIT_DIR} COMPONENT halvod)
   install(FILES ${CMAKE_CURRENT_LIST_DIR}/halvod.conf
           DESTINATION ${HALVO_CONFIG_DIR} COMPONENT halvod)
+  # The kernel's TLS layer, for the USB/IP TLS port.
+  install(FILES ${CMAKE_CURRENT_LIST_DIR}/modules-load.d/halvod.conf
+          DESTINATION ${HALVO_MODULES_LOAD_DIR} COMPONENT halvod)
 endif()
 
 # Each Debian package carries the copyright file, its changelog (compressed

@@ -1,6 +1,8 @@
 #include "tls/context.h"
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <openssl/err.h>
 #include <openssl/ssl.h>
 
@@ -16,7 +18,7 @@ constexpr const char* kCiphers = "ECDHE-ECDSA-AES128-GCM-SHA256:ECDHE-RSA-AES128
 util::Expected<void> readable(const std::string& what, const std::string& path) {
     std::FILE* file = std::fopen(path.c_str(), "rb");
     if (file == nullptr) {
-        return util::Failure{"cannot read " + what + " " + path};
+        return util::Failure{"cannot read " + what + " " + path + ": " + std::strerror(errno)};
     }
     std::fclose(file);
     return {};
@@ -34,7 +36,7 @@ util::Expected<void> loadFiles(SSL_CTX* context, const Credentials& credentials)
         return util::Failure{takeErrors("no certificate in " + credentials.certificateFile)};
     }
     if (SSL_CTX_use_PrivateKey_file(context, credentials.keyFile.c_str(), SSL_FILETYPE_PEM) != 1) {
-        return util::Failure{takeErrors("no private key in " + credentials.keyFile)};
+        return util::Failure{takeErrors("cannot use the private key in " + credentials.keyFile)};
     }
     if (SSL_CTX_check_private_key(context) != 1) {
         return util::Failure{"the key in " + credentials.keyFile + " does not belong to " +
