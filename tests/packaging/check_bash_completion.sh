@@ -116,8 +116,9 @@ run_table()
     expect "halvo-rulecheck -- --" ""
 
     expect "halvo-attach " "--help --version attach detach list status"
-    expect "halvo-attach attach --" "--persist"
+    expect "halvo-attach attach --" "--ca --cert --key --persist --tls"
     expect "halvo-attach list " ""
+    expect "halvo-attach list --tls --cert ru" "rules.txt"
 }
 
 mode=plain
