@@ -117,28 +117,28 @@ util::Expected<Progress> Connection::handshake() {
     return outcome(result, "TLS handshake");
 }
 
-util::Expected<Transfer> Connection::read(std::span<std::uint8_t> into) {
-    std::size_t got = 0;
-    if (SSL_read_ex(ssl_.get(), into.data(), into.size(), &got) == 1) {
-        return Transfer{Progress::done, got};
+util::Expected<Transfer> Connection::transferred(int result, std::size_t bytes,
+                                                 const char* step) const {
+    if (result == 1) {
+        return Transfer{Progress::done, bytes};
     }
-    auto progress = outcome(0, "TLS read");
+    auto progress = outcome(result, step);
     if (!progress) {
         return util::Failure{progress.error()};
     }
     return Transfer{*progress, 0};
 }
 
+util::Expected<Transfer> Connection::read(std::span<std::uint8_t> into) {
+    std::size_t got = 0;
+    const int result = SSL_read_ex(ssl_.get(), into.data(), into.size(), &got);
+    return transferred(result, got, "TLS read");
+}
+
 util::Expected<Transfer> Connection::write(std::span<const std::uint8_t> bytes) {
     std::size_t sent = 0;
-    if (SSL_write_ex(ssl_.get(), bytes.data(), bytes.size(), &sent) == 1) {
-        return Transfer{Progress::done, sent};
-    }
-    auto progress = outcome(0, "TLS write");
-    if (!progress) {
-        return util::Failure{progress.error()};
-    }
-    return Transfer{*progress, 0};
+    const int result = SSL_write_ex(ssl_.get(), bytes.data(), bytes.size(), &sent);
+    return transferred(result, sent, "TLS write");
 }
 
 std::vector<std::string> Connection::peerNames() const {

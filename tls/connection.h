@@ -57,6 +57,8 @@ class Connection {
     Connection(SSL* ssl);
     // The step's outcome from SSL_get_error.
     util::Expected<Progress> outcome(int result, const char* step) const;
+    // A read's or write's outcome: the bytes moved, or what it waits for.
+    util::Expected<Transfer> transferred(int result, std::size_t bytes, const char* step) const;
 
     std::unique_ptr<SSL, Free> ssl_;
     std::unique_ptr<KernelState> kernel_;
