@@ -10,7 +10,12 @@ reads the peak (VmHWM) and the memory once the clients have gone, and checks
 that a fresh client is still served. Scenarios: clients (1000 at once),
 pipeliners (10 clients that send requests and never read), sleepers (8
 clients that never read while events flow), senders (30 clients sending
-99 MiB each).
+99 MiB each), transactions (20 clients each holding 20 MiB of rules in an
+open transaction, then 40 beginning over a 5 MiB committed set), stalled (two
+headers announcing 100 + 28 MiB, never followed by their payloads, while root
+asks), parse16 and parse512 (one 99 MiB numeric array under --max-parse-mib
+16 and 512), bystander (another client's device-list latency while one
+client repeats 33 MiB loads, beside the same figure idle in the same run).
 """
 import json
 import os
@@ -172,8 +177,137 @@ def senders(daemon):
     return f"{sum(results)} of 30 answered"
 
 
+def rules_payload(size, name_length=200):
+    """A load of about `size` bytes of valid rules."""
+    rule = {"action": "share", "name": "n" * name_length, "nameMatch": "is"}
+    one = len(json.dumps(rule)) + 1
+    return json.dumps({"rules": [rule] * (size // one)}).encode()
+
+
+def request(sock, code, payload=b""):
+    sock.sendall(packet(code, payload))
+    while True:
+        reply = read_packet(sock)
+        if reply is None or reply[0] == code:
+            return reply
+
+
+def transactions(daemon):
+    """20 clients hold 20 MiB of rules each in open transactions; then 40
+    clients begin over a 5 MiB committed set."""
+    load = rules_payload(20 * MiB)
+    socks = [daemon.connect() for _ in range(20)]
+    statuses = []
+    for sock in socks:
+        request(sock, 6)
+        reply = request(sock, 8, load)
+        statuses.append(reply[1].get("status") if reply else "closed")
+    held = daemon.peak_mib()
+    for sock in socks:
+        sock.close()
+    time.sleep(1.0)
+    left = daemon.rss_mib()
+    with daemon.connect() as admin:
+        request(admin, 6)
+        request(admin, 8, rules_payload(5 * MiB))
+        request(admin, 11, b'{"action":"commit"}')
+    beginners = [daemon.connect() for _ in range(40)]
+    for sock in beginners:
+        request(sock, 6)
+    begun = daemon.rss_mib()
+    for sock in beginners:
+        sock.close()
+    ok = statuses.count("ok")
+    return (f"{ok} of 20 loads kept, peak {held:.0f} MiB, {left:.0f} MiB after they left; "
+            f"40 begins over 5 MiB: {begun:.0f} MiB")
+
+
+def stalled(daemon):
+    """Two headers announce 100 + 28 MiB and send nothing; root asks."""
+    hogs = [daemon.connect(), daemon.connect()]
+    hogs[0].sendall(struct.pack("<II", 10, 100 * MiB))
+    hogs[1].sendall(struct.pack("<II", 10, 28 * MiB))
+    time.sleep(0.2)
+    answered = 0
+    with daemon.connect() as root:
+        root.settimeout(5)
+        for code, payload in ((10, b'{"id": 1, "type": "rdesk"}'), (6, b""), (3, b'{"id": 1}')):
+            try:
+                answered += request(root, code, payload) is not None
+            except socket.timeout:
+                break
+    start = time.time()
+    for sock in hogs:
+        sock.settimeout(max(1.0, start + 45 - time.time()))
+        try:
+            while sock.recv(1 << 16):  # events, until the daemon closes
+                pass
+        except (socket.timeout, ConnectionError):
+            pass
+    dropped_after = time.time() - start
+    for sock in hogs:
+        sock.close()
+    dropped = f"dropped after {dropped_after:.0f} s" if dropped_after < 45 else "kept past 45 s"
+    return f"{answered} of 3 root requests answered; stalled clients {dropped}"
+
+
+def parse(daemon):
+    """One 99 MiB payload of a numeric array."""
+    payload = b'{"a":[1' + b",1" * ((99 * MiB - 8) // 2) + b"]}"
+    with daemon.connect() as sock:
+        sock.sendall(packet(0, payload))
+        reply = read_packet(sock)
+    return "answered" if reply else "dropped"
+
+
+def percentile(samples, share):
+    ordered = sorted(samples)
+    return ordered[min(len(ordered) - 1, int(len(ordered) * share))]
+
+
+def list_latencies(sock, seconds):
+    samples = []
+    deadline = time.time() + seconds
+    while time.time() < deadline:
+        start = time.perf_counter()
+        request(sock, 0)
+        samples.append((time.perf_counter() - start) * 1000)
+        time.sleep(0.005)
+    return samples
+
+
+def bystander(daemon):
+    """Device-list latency idle, then while another client repeats 33 MiB loads."""
+    load = rules_payload(33 * MiB)
+    with daemon.connect() as watcher:
+        idle = list_latencies(watcher, 3)
+        stop = threading.Event()
+        loads = []
+
+        def loader():
+            with daemon.connect() as sock:
+                while not stop.is_set():
+                    request(sock, 6)
+                    reply = request(sock, 8, load)
+                    loads.append(reply is not None and reply[1].get("status") == "ok")
+                    request(sock, 11, b'{"action":"rollback"}')
+
+        thread = threading.Thread(target=loader)
+        thread.start()
+        time.sleep(0.5)
+        busy = list_latencies(watcher, 10)
+        stop.set()
+        thread.join()
+    return (f"busy p50 {percentile(busy, 0.5):.1f} ms p99 {percentile(busy, 0.99):.1f} ms "
+            f"({sum(loads)} loads); idle p50 {percentile(idle, 0.5):.1f} ms "
+            f"p99 {percentile(idle, 0.99):.1f} ms")
+
+
 SCENARIOS = {"clients": clients, "pipeliners": pipeliners, "sleepers": sleepers,
-             "senders": senders}
+             "senders": senders, "transactions": transactions, "stalled": stalled,
+             "parse16": parse, "parse512": parse, "bystander": bystander}
+# Options a scenario runs the daemon with.
+EXTRA = {"parse16": ["--max-parse-mib", "16"], "parse512": ["--max-parse-mib", "512"]}
 
 
 def main():
@@ -183,7 +317,7 @@ def main():
     print("|---|---|---|---|---|---|")
     for name in names:
         with tempfile.TemporaryDirectory() as scratch:
-            daemon = Daemon(halvod, scratch)
+            daemon = Daemon(halvod, scratch, EXTRA.get(name, ()))
             try:
                 time.sleep(0.2)
                 idle = daemon.rss_mib()

@@ -2,8 +2,8 @@
 
 #include "cli/command_context.h"
 #include "cli/command_table.h"
+#include "cli/commands.h"
 #include "cli/exit_status.h"
-#include "cli/rule_commands.h"
 #include "cli/usage.h"
 
 #include <cstdio>

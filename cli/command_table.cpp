@@ -1,9 +1,6 @@
 #include "cli/command_table.h"
 
-#include "cli/connection_commands.h"
-#include "cli/device_commands.h"
-#include "cli/monitor_command.h"
-#include "cli/rule_commands.h"
+#include "cli/commands.h"
 
 #include <cstdlib>
 #include <cstring>

@@ -1,5 +1,4 @@
-#include "cli/device_commands.h"
-
+#include "cli/commands.h"
 #include "cli/exit_status.h"
 #include "cli/reply_status.h"
 #include "link/packet.h"

@@ -1,5 +1,4 @@
-#include "cli/monitor_command.h"
-
+#include "cli/commands.h"
 #include "cli/event_printer.h"
 
 #include <cstdio>

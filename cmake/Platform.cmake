@@ -15,6 +15,10 @@
 #   <prefix>_RUNTIME_LINK      link options for halvod and halvo-rulecheck:
 #                              the C++ runtime linked in where it is a
 #                              separate library, dead code dropped
+#   <prefix>_HARDENING_COMPILE compile options that harden every program:
+#                              checked buffer functions, stack protector
+#   <prefix>_HARDENING_LINK    link options that harden them: relocations
+#                              read-only, bound at start (ELF systems)
 #   <prefix>_LINUX_BACKENDS    ON where sysfs and netlink exist
 #   <prefix>_SYSTEM_LOG        "oslog" on Apple, "syslog" elsewhere
 #   <prefix>_MAY_USE_SYSTEMD   ON where libsystemd can exist (it is then
@@ -23,6 +27,8 @@ function(halvo_platform_choices system compiler prefix)
   set(program "")
   set(fallback "")
   set(runtime "")
+  set(hardening_compile -fstack-protector-strong)
+  set(hardening_link "")
   set(linux_backends OFF)
   set(system_log "syslog")
   set(systemd OFF)
@@ -34,6 +40,12 @@ function(halvo_platform_choices system compiler prefix)
     set(runtime -static-libstdc++ -static-libgcc -Wl,--gc-sections)
     set(linux_backends ON)
     set(systemd ON)
+  endif()
+  if(system MATCHES "Linux|FreeBSD")
+    # The C library's checked functions (the -U: some compilers define it
+    # already); Apple's SDK has them on by default. Apple's linker has no -z.
+    list(APPEND hardening_compile -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+    set(hardening_link -Wl,-z,relro,-z,now)
   elseif(system STREQUAL "Darwin")
     # Apple links no static executables and ships the C++ runtime with the
     # system; its linker drops unused code with -dead_strip.
@@ -48,7 +60,11 @@ function(halvo_platform_choices system compiler prefix)
     set(program "")
     set(fallback "")
     set(runtime "")
+    set(hardening_compile "")
+    set(hardening_link "")
   endif()
+  set(${prefix}_HARDENING_COMPILE "${hardening_compile}" PARENT_SCOPE)
+  set(${prefix}_HARDENING_LINK "${hardening_link}" PARENT_SCOPE)
   set(${prefix}_PROGRAM_LINK "${program}" PARENT_SCOPE)
   set(${prefix}_PROGRAM_FALLBACK "${fallback}" PARENT_SCOPE)
   set(${prefix}_RUNTIME_LINK "${runtime}" PARENT_SCOPE)

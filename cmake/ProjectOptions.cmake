@@ -23,6 +23,14 @@ endif()
 include(${CMAKE_CURRENT_LIST_DIR}/Platform.cmake)
 halvo_platform_choices("${CMAKE_SYSTEM_NAME}" "${CMAKE_CXX_COMPILER_ID}" HALVO)
 
+# Hardened programs: every object, since the libraries' code ends up in them.
+# The checked buffer functions need optimisation; the sanitizer and fuzzing
+# builds check more themselves and replace those functions.
+if(NOT HALVO_SANITIZE AND NOT HALVO_BUILD_FUZZ)
+  add_compile_options("$<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:${HALVO_HARDENING_COMPILE}>")
+  add_link_options(${HALVO_HARDENING_LINK})
+endif()
+
 # Shipped executables link the C++ runtime in where it is a library of its
 # own: the dynamic libstdc++ costs a measurable share of a short run's
 # start-up. Sanitizer builds keep the dynamic runtime, which the sanitizer

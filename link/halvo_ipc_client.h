@@ -5,7 +5,7 @@
 // All callbacks run on the transport's event loop, one at a time.
 #pragma once
 
-#include "link/tcp_connection.h"
+#include "link/tcp_common_connection.h"
 
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>

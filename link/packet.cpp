@@ -1,7 +1,7 @@
 #include "link/packet.h"
 
 #include <boost/json/monotonic_resource.hpp>
-#include <boost/json/parse.hpp>
+#include <boost/json/parser.hpp>
 #include <boost/json/serialize.hpp>
 #include <cstring>
 #include <limits>
@@ -30,40 +30,18 @@ std::uint32_t getU32(const unsigned char* in) {
 // are refused as not JSON instead of being walked.
 constexpr std::size_t kMaxJsonDepth = 512;
 
-// Counts what a parse takes from the heap and refuses more than its limit.
-class BoundedResource final : public json::memory_resource {
-  public:
-    explicit BoundedResource(std::size_t limit) : remaining_(limit) {}
-
-  private:
-    void* do_allocate(std::size_t bytes, std::size_t align) override {
-        if (bytes > remaining_) {
-            throw std::bad_alloc();
-        }
-        void* block = upstream_->allocate(bytes, align);
-        remaining_ -= bytes;
-        return block;
-    }
-    void do_deallocate(void* block, std::size_t bytes, std::size_t align) override {
-        upstream_->deallocate(block, bytes, align);
-        remaining_ += bytes;
-    }
-    bool do_is_equal(const json::memory_resource& other) const noexcept override {
-        return this == &other;
-    }
-
-    std::size_t remaining_;
-    json::memory_resource* upstream_ = json::storage_ptr().get(); // the heap
-};
-
-DecodedPayload decodeWith(std::string_view bytes, json::storage_ptr arena) {
+DecodedPayload decodeWith(std::string_view bytes, json::storage_ptr temporary,
+                          json::storage_ptr arena) {
     json::parse_options options;
     options.max_depth = kMaxJsonDepth;
-    std::error_code error;
-    json::value document = json::parse(bytes, error, std::move(arena), options);
+    json::parser parser(std::move(temporary), options);
+    parser.reset(std::move(arena));
+    boost::system::error_code error;
+    parser.write(bytes.data(), bytes.size(), error);
     if (error) {
         return PayloadError{PayloadError::Kind::notJson, error.message()};
     }
+    json::value document = parser.release();
     // The daemon's JSON is read without fragments: a bare string, number,
     // boolean or null is not JSON text at all, while an array is JSON of the
     // wrong shape.
@@ -113,14 +91,16 @@ std::string encodePacket(std::uint32_t command) {
 
 DecodedPayload decodePayload(std::string_view bytes) {
     // One arena per payload: replies are parsed once, read, and dropped whole.
-    return decodeWith(bytes, json::make_shared_resource<json::monotonic_resource>());
+    return decodeWith(bytes, {}, json::make_shared_resource<json::monotonic_resource>());
 }
 
-DecodedPayload decodePayload(std::string_view bytes, std::size_t memoryLimit) {
-    json::storage_ptr bounded = json::make_shared_resource<BoundedResource>(memoryLimit);
+DecodedPayload decodePayload(std::string_view bytes, const json::storage_ptr& memory) {
     try {
-        return decodeWith(
-            bytes, json::make_shared_resource<json::monotonic_resource>(1024, std::move(bounded)));
+        // The parser's own stack of unfinished values (16 bytes per number of
+        // an array, as many as the array holds) is taken from the same bound
+        // as the document.
+        return decodeWith(bytes, memory,
+                          json::make_shared_resource<json::monotonic_resource>(1024, memory));
     } catch (const std::bad_alloc&) {
         return PayloadError{PayloadError::Kind::notJson, "too large to parse"};
     }

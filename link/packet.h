@@ -69,8 +69,10 @@ struct PayloadError {
 };
 using DecodedPayload = std::variant<boost::json::object, PayloadError>;
 DecodedPayload decodePayload(std::string_view bytes);
-// The same, giving up (as not JSON, "too large to parse") when the document
-// would take more than `memoryLimit` bytes of memory.
-DecodedPayload decodePayload(std::string_view bytes, std::size_t memoryLimit);
+// The same, parsing within `memory` (a link::BoundedMemory): the document and
+// the parse's own working memory are taken from it, and a document that would
+// take more is given up as not JSON, "too large to parse". The object keeps
+// `memory`.
+DecodedPayload decodePayload(std::string_view bytes, const boost::json::storage_ptr& memory);
 
 } // namespace halvo::link

@@ -1,4 +1,4 @@
-// The framed TCP transport.
+// The framed TCP transport, and its client side (QVTCPConnection).
 //
 // Owns one TCP connection and the serial event loop on which every
 // completion and notification runs.  Received bytes reach
@@ -96,6 +96,18 @@ class QVTCPCommonConnection : public QVTCPConnectionProtocol,
     std::uint32_t pktSizeMax = 0xFFFFFFFFu;
     mutable std::shared_mutex pktSizeLock;
     std::unique_ptr<SendQueue> sendQueue;
+};
+
+// The connection halvoctl opens: to a numeric host address and a port.
+class QVTCPConnection : public QVTCPCommonConnection {
+  public:
+    // Makes the connection object (no traffic yet). False, after logging
+    // "cannot initialize TCP connection object", when no socket can be made
+    // for that address.
+    bool initWithString(const char* host, std::uint16_t port, std::shared_ptr<Logger> logger);
+
+    // Starts connecting; always true.
+    bool start() override;
 };
 
 } // namespace halvo::link

@@ -8,11 +8,54 @@
 
 include(GNUInstallDirs)
 
-# Absolute by default: systemd and halvod look there whatever the prefix.
-set(HALVO_SYSTEMD_UNIT_DIR /lib/systemd/system CACHE PATH "Where halvod's systemd units go")
-set(HALVO_CONFIG_DIR /etc/halvo CACHE PATH "Where halvod's config file goes")
-set(HALVO_MODULES_LOAD_DIR /lib/modules-load.d CACHE PATH
-    "Where the list of kernel modules to load at boot goes")
+# halvod's systemd units and config file follow the prefix given when
+# installing, so that `cmake --install build --prefix DIR` keeps them in DIR:
+# they go below it, except for the system's own prefix /usr (the Debian
+# packages', or `--prefix /usr`), where they go where the system reads them:
+# the config folder that GNUInstallDirs gives /usr (/etc) and systemd's own
+# unit folder (its pkg-config `systemdsystemunitdir`; /lib/systemd/system on
+# Debian 12).  An absolute folder in either cache variable is taken as it is.
+set(halvo_system_unit_dir /lib/systemd/system)
+find_package(PkgConfig QUIET)
+if(PkgConfig_FOUND)
+  pkg_get_variable(systemd_unit_dir systemd systemdsystemunitdir)
+  pkg_get_variable(systemd_prefix systemd prefix)
+  if(systemd_unit_dir)
+    set(halvo_system_unit_dir ${systemd_unit_dir})
+  endif()
+endif()
+# Relative to systemd's prefix (/usr/lib/systemd/system) or to the root
+# (/lib/systemd/system): lib/systemd/system either way.
+string(REGEX REPLACE "^(${systemd_prefix})?/" "" halvo_unit_dir "${halvo_system_unit_dir}")
+set(HALVO_INSTALL_UNITDIR ${halvo_unit_dir} CACHE STRING
+    "halvod's systemd units: a folder below the install prefix, or absolute")
+set(HALVO_INSTALL_CONFDIR ${CMAKE_INSTALL_SYSCONFDIR}/halvo CACHE STRING
+    "halvod's config file: a folder below the install prefix, or absolute")
+
+# The config folder for the prefix /usr, as GNUInstallDirs makes it (/etc/halvo).
+function(halvo_usr_config_dir out)
+  set(CMAKE_INSTALL_PREFIX /usr)
+  GNUInstallDirs_get_absolute_install_dir(dir HALVO_INSTALL_CONFDIR SYSCONFDIR)
+  set(${out} ${dir} PARENT_SCOPE)
+endfunction()
+
+# halvo_install_system_files(<component> <folder> <folder for /usr> FILES...):
+# the choice made when installing, as described above.
+function(halvo_install_system_files component folder usr_folder)
+  set(below_prefix "\${CMAKE_INSTALL_PREFIX}/${folder}")
+  if(IS_ABSOLUTE "${folder}")
+    set(below_prefix ${folder})
+    set(usr_folder ${folder})
+  endif()
+  list(JOIN ARGN "\" \"" files)
+  install(CODE "
+    set(halvo_folder \"${below_prefix}\")
+    if(CMAKE_INSTALL_PREFIX MATCHES \"^/usr/?$\")
+      set(halvo_folder \"${usr_folder}\")
+    endif()
+    file(INSTALL DESTINATION \"\${halvo_folder}\" TYPE FILE FILES \"${files}\")"
+    COMPONENT ${component})
+endfunction()
 
 function(halvo_install_optional_program program destination page component)
   if(NOT TARGET ${program})
@@ -30,19 +73,20 @@ halvo_install_optional_program(halvod ${CMAKE_INSTALL_SBINDIR} halvod.8 halvod)
 halvo_install_optional_program(halvo-rulecheck ${CMAKE_INSTALL_BINDIR} halvo-rulecheck.1 halvoctl)
 halvo_install_optional_program(halvo-attach ${CMAKE_INSTALL_BINDIR} halvo-attach.1 halvoctl)
 if(TARGET halvo-attach)
-  install(FILES ${CMAKE_CURRENT_LIST_DIR}/systemd/halvo-attach@.service
-          DESTINATION ${HALVO_SYSTEMD_UNIT_DIR} COMPONENT halvoctl)
+  halvo_install_system_files(halvoctl ${HALVO_INSTALL_UNITDIR} ${halvo_system_unit_dir}
+                             ${CMAKE_CURRENT_LIST_DIR}/systemd/halvo-attach@.service)
 endif()
 
 if(TARGET halvod)
-  install(FILES ${CMAKE_CURRENT_LIST_DIR}/systemd/halvod.service
-                ${CMAKE_CURRENT_LIST_DIR}/systemd/halvod.socket
-          DESTINATION ${HALVO_SYSTEMD_UNIT_DIR} COMPONENT halvod)
-  install(FILES ${CMAKE_CURRENT_LIST_DIR}/halvod.conf
-          DESTINATION ${HALVO_CONFIG_DIR} COMPONENT halvod)
+  halvo_install_system_files(halvod ${HALVO_INSTALL_UNITDIR} ${halvo_system_unit_dir}
+                             ${CMAKE_CURRENT_LIST_DIR}/systemd/halvod.service
+                             ${CMAKE_CURRENT_LIST_DIR}/systemd/halvod.socket)
+  halvo_usr_config_dir(usr_config_dir)
+  halvo_install_system_files(halvod ${HALVO_INSTALL_CONFDIR} ${usr_config_dir}
+                             ${CMAKE_CURRENT_LIST_DIR}/halvod.conf)
   # The kernel's TLS layer, for the USB/IP TLS port.
-  install(FILES ${CMAKE_CURRENT_LIST_DIR}/modules-load.d/halvod.conf
-          DESTINATION ${HALVO_MODULES_LOAD_DIR} COMPONENT halvod)
+  halvo_install_system_files(halvod lib/modules-load.d /lib/modules-load.d
+                             ${CMAKE_CURRENT_LIST_DIR}/modules-load.d/halvod.conf)
 endif()
 
 # Each Debian package carries the copyright file, its changelog (compressed

@@ -112,21 +112,27 @@ void locate(std::string_view text, const std::vector<RuleNotice>& notices,
 
 } // namespace
 
-std::optional<json::array> rule_parser_run(std::string_view text) {
+util::Expected<json::array> rule_parser_check(std::string_view text) {
     RuleSetFailure failure;
     std::optional<json::array> records = parseRuleSet(text, failure, nullptr);
     if (records) {
-        return records;
+        return std::move(*records);
     }
     switch (failure.stage) {
     case FailedStage::FirstPass:
-        std::fputs("Error parsing rule data.\n", stderr);
-        break;
+        return util::Failure{"Error parsing rule data."};
     case FailedStage::Rule:
-        std::fprintf(stderr, "Parsing error at rule #%lu\n",
-                     static_cast<unsigned long>(failure.ruleNumber));
         break;
     }
+    return util::Failure{"Parsing error at rule #" + std::to_string(failure.ruleNumber)};
+}
+
+std::optional<json::array> rule_parser_run(std::string_view text) {
+    util::Expected<json::array> records = rule_parser_check(text);
+    if (records) {
+        return std::move(records).value();
+    }
+    std::fputs((records.error() + "\n").c_str(), stderr);
     return std::nullopt;
 }
 

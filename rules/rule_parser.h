@@ -6,6 +6,8 @@
 // error and returns nothing.
 #pragma once
 
+#include "util/expected.h"
+
 #include <boost/json/array.hpp>
 #include <cstddef>
 #include <optional>
@@ -22,6 +24,11 @@ namespace halvo::rules {
 // of them: moving the array keeps it, while storing the array into a JSON
 // container made on another storage copies every record.
 std::optional<boost::json::array> rule_parser_run(std::string_view text);
+
+// The same parse without printing: the records, or as its failure the message
+// that rule_parser_run prints, without its line feed ("Parsing error at rule
+// #N"). For a caller that reports on behalf of someone else (the daemon).
+util::Expected<boost::json::array> rule_parser_check(std::string_view text);
 
 // One finding of the rule checker: where in the text, and why.
 struct RuleTextDiagnostic {

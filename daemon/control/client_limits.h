@@ -25,6 +25,12 @@ struct ClientLimits {
     std::size_t maxParseBytes = 512 * kMiB;
     // When the table is full, a client idle this long makes room for a new one.
     std::chrono::seconds idleAfter{600};
+    // A payload must arrive in full within this time of its header.
+    std::chrono::seconds payloadTimeout{30};
+    // What the rule sets of all open transactions may hold together, and how
+    // many transactions one user (who may not change) may hold open.
+    std::size_t transactionBytes = 256 * kMiB;
+    std::size_t transactionsPerUser = 8;
 
     bool operator==(const ClientLimits&) const = default;
 };

@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <boost/json/serialize.hpp>
 #include <iterator>
+#include <memory>
+#include <new>
 
 namespace halvo::daemon {
 
@@ -68,6 +70,25 @@ json::object ruleForDevice(const Device& device, Action action) {
     return rule;
 }
 
+// Sets from this many rules are checked, tested and listed off the event
+// loop; smaller ones take well under a millisecond.
+constexpr std::size_t kOffLoopRules = 512;
+// Rule sets from this size on are worth handing back to the system when freed.
+constexpr std::size_t kLargeRuleSet = std::size_t{1} << 20;
+
+Outcome memoryRefusal() {
+    return status("busy: open rule transactions hold all the memory they may");
+}
+
+// Runs `work`, turning memory that runs out into a Finish that reports it.
+template <typename Work> RequestHandler::Finish guarded(Work work) {
+    try {
+        return work();
+    } catch (const std::bad_alloc&) {
+        return []() -> Outcome { throw std::bad_alloc(); };
+    }
+}
+
 std::optional<std::uint32_t> requestedId(const json::object& request) {
     auto id = getBoundedInteger(request, "id", kMaxU32);
     if (!id) {
@@ -109,8 +130,61 @@ Outcome RequestHandler::handle(const Caller& caller, std::uint32_t command,
     return (this->*route->handler)(caller, request);
 }
 
+std::optional<RequestHandler::OffLoopWork>
+RequestHandler::offLoop(const Caller& caller, std::uint32_t command, json::object& request) {
+    if (command == link::code(CommandCode::loadRuleList)) {
+        const json::value* rules = request.if_contains("rules");
+        if (!rules_.holds(caller.id) || rules == nullptr || !rules->is_array() ||
+            rules->get_array().size() < kOffLoopRules) {
+            return std::nullopt;
+        }
+        auto taken = std::make_shared<json::object>(std::move(request));
+        return OffLoopWork([this, caller, taken, room = rules_.roomFor(caller.id)] {
+            return guarded([&] {
+                return Finish([this, caller, prepared = prepareLoad(*taken, room)]() mutable {
+                    return finishLoad(caller, std::move(prepared));
+                });
+            });
+        });
+    }
+    if (command == link::code(CommandCode::testRule) &&
+        rules_.rulesFor(caller.id).size() >= kOffLoopRules) {
+        auto question = testQuestion(request);
+        auto* asked = std::get_if<TestQuestion>(&question);
+        if (asked == nullptr) {
+            return std::nullopt;
+        }
+        return OffLoopWork([set = rules_.snapshotFor(caller.id), asked = std::move(*asked),
+                            fallback = defaultAction_] {
+            const Verdict verdict = evaluate(*set, asked.device, asked.peer, fallback);
+            return Finish([verdict] {
+                Outcome outcome = status(kStatusOk);
+                outcome.reply["verdict"] = describe(verdict);
+                return outcome;
+            });
+        });
+    }
+    if (command == link::code(CommandCode::ruleList) &&
+        rules_.rulesFor(caller.id).size() >= kOffLoopRules) {
+        return OffLoopWork([set = rules_.snapshotFor(caller.id)] {
+            return guarded([&] {
+                json::object reply;
+                reply["rules"] = *set;
+                return Finish([text = json::serialize(reply)]() mutable {
+                    return Outcome{{}, {}, std::move(text)};
+                });
+            });
+        });
+    }
+    return std::nullopt;
+}
+
 void RequestHandler::clientLeft(ClientId client) {
     rules_.rollback(client);
+}
+
+bool RequestHandler::freedMemory() {
+    return rules_.takeFreedBytes() >= kLargeRuleSet;
 }
 
 Outcome RequestHandler::listDevices(const Caller&, const json::object&) {
@@ -184,7 +258,12 @@ Outcome RequestHandler::unplugDevice(const Caller& caller, const json::object& r
 }
 
 Outcome RequestHandler::startTransaction(const Caller& caller, const json::object&) {
-    rules_.begin(caller.id);
+    if (!rules_.begin(caller.id, {caller.uid, caller.mayChange})) {
+        logActivity(LogLevel::warning, "rule transaction refused: too many of this user",
+                    {{"HALVO_UID", who(caller)}});
+        return status("busy: too many open rule transactions of this user (" +
+                      std::to_string(rules_.limits().maxPerUser) + ")");
+    }
     return status(kStatusOk);
 }
 
@@ -198,20 +277,61 @@ Outcome RequestHandler::loadRules(const Caller& caller, const json::object& requ
     if (!rules_.holds(caller.id)) {
         return status(kStatusNoTransaction);
     }
+    return finishLoad(caller, prepareLoad(request, rules_.roomFor(caller.id)));
+}
+
+RequestHandler::PreparedLoad RequestHandler::prepareLoad(const json::object& request,
+                                                         std::size_t room) {
+    PreparedLoad prepared;
     const json::value* rules = request.if_contains("rules");
     if (rules == nullptr || !rules->is_array()) {
-        return badRequest("\"rules\" must be an array");
+        prepared.refusal = badRequest("\"rules\" must be an array");
+        return prepared;
     }
-    auto accepted = validateRuleSet(rules->get_array());
+    prepared.count = rules->get_array().size();
+    auto accepted = validateRuleSet(rules->get_array(), &prepared.readBack);
     if (!accepted) {
-        return status(accepted.error());
+        prepared.refusal = status(accepted.error());
+        return prepared;
     }
-    json::array& set = accepted.value();
-    if (auto tooLarge = checkListFits(listSize(set))) {
-        return *tooLarge;
+    if (auto tooLarge = checkListFits(listSize(accepted.value()))) {
+        prepared.refusal = std::move(*tooLarge);
+        return prepared;
     }
-    rules_.replace(caller.id, std::move(set));
-    return status(kStatusOk);
+    auto copy = copyWithin(accepted.value(), room);
+    if (!copy) {
+        prepared.refusal = memoryRefusal();
+        return prepared;
+    }
+    prepared.rules = std::move(*copy);
+    return prepared;
+}
+
+Outcome RequestHandler::finishLoad(const Caller& caller, PreparedLoad prepared) {
+    if (!rules_.holds(caller.id)) {
+        return status(kStatusNoTransaction);
+    }
+    if (!prepared.refusal && !rules_.replace(caller.id, std::move(prepared.rules))) {
+        prepared.refusal = memoryRefusal();
+    }
+    if (!prepared.refusal) {
+        return status(kStatusOk);
+    }
+    // A refused load is the client's business, yet its cause is worth a line:
+    // attributed, never on standard error.
+    const std::string message =
+        "rule load refused: " + std::string(prepared.refusal->reply["status"].as_string());
+    const std::string request = "load " + std::to_string(prepared.count) + " rules";
+    if (prepared.readBack.empty()) {
+        logActivity(LogLevel::notice, message,
+                    {{"HALVO_UID", who(caller)}, {"HALVO_REQUEST", request}});
+    } else {
+        logActivity(LogLevel::notice, message,
+                    {{"HALVO_UID", who(caller)},
+                     {"HALVO_REQUEST", request},
+                     {"HALVO_DETAIL", prepared.readBack}});
+    }
+    return std::move(*prepared.refusal);
 }
 
 Outcome RequestHandler::insertDeviceRule(const Caller& caller, const json::object& request) {
@@ -239,18 +359,21 @@ Outcome RequestHandler::insertDeviceRule(const Caller& caller, const json::objec
     if (!accepted) {
         return status(accepted.error());
     }
-    json::object& rule = accepted.value()[0].get_object();
+    const json::object& rule = accepted.value()[0].get_object();
     // One more element: the rule and its comma.
     const std::size_t grown =
         listSize(rules_.rulesFor(caller.id)) + json::serialize(rule).size() + 1;
     if (auto tooLarge = checkListFits(grown)) {
         return *tooLarge;
     }
-    rules_.insertFirst(caller.id, std::move(rule));
+    if (!rules_.insertFirst(caller.id, rule)) {
+        return memoryRefusal();
+    }
     return status(kStatusOk);
 }
 
-Outcome RequestHandler::testRules(const Caller& caller, const json::object& request) {
+std::variant<RequestHandler::TestQuestion, Outcome>
+RequestHandler::testQuestion(const json::object& request) const {
     auto id = requestedId(request);
     if (!id) {
         return badRequest("\"id\" must be an integer from 0 to 4294967295");
@@ -272,7 +395,17 @@ Outcome RequestHandler::testRules(const Caller& caller, const json::object& requ
     if (device == nullptr) {
         return status(kStatusNotFound);
     }
-    Verdict verdict = evaluate(rules_.rulesFor(caller.id), *device, peer, defaultAction_);
+    return TestQuestion{*device, std::move(peer)};
+}
+
+Outcome RequestHandler::testRules(const Caller& caller, const json::object& request) {
+    auto question = testQuestion(request);
+    auto* asked = std::get_if<TestQuestion>(&question);
+    if (asked == nullptr) {
+        return std::get<Outcome>(std::move(question));
+    }
+    Verdict verdict =
+        evaluate(rules_.rulesFor(caller.id), asked->device, asked->peer, defaultAction_);
     Outcome outcome = status(kStatusOk);
     outcome.reply["verdict"] = describe(verdict);
     return outcome;

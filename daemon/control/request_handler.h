@@ -17,8 +17,11 @@
 
 #include <boost/json/object.hpp>
 #include <cstdint>
+#include <functional>
 #include <optional>
+#include <string>
 #include <sys/types.h>
+#include <variant>
 #include <vector>
 
 namespace halvo::daemon {
@@ -42,6 +45,9 @@ struct Caller {
 struct Outcome {
     boost::json::object reply;
     std::vector<Event> events;
+    // The reply already serialized (off the event loop), used instead of
+    // `reply` when not empty.
+    std::string serialized = {};
 };
 
 class RequestHandler {
@@ -53,8 +59,24 @@ class RequestHandler {
 
     Outcome handle(const Caller& caller, std::uint32_t command, const boost::json::object& request);
 
+    // The end of a request whose long part ran elsewhere: runs on the loop.
+    using Finish = std::function<Outcome()>;
+    // The long part: touches none of the daemon's state, so it may run on
+    // another thread; it never throws (a Finish that throws std::bad_alloc
+    // reports memory that ran out).
+    using OffLoopWork = std::function<Finish()>;
+    // For a request that would hold the event loop long (a large rule load,
+    // a test or a list over a large set), its work in two parts, taking the
+    // request; nothing for any other request (then handle it).
+    std::optional<OffLoopWork> offLoop(const Caller& caller, std::uint32_t command,
+                                       boost::json::object& request);
+
     // The client has gone: its rule transaction, if any, is rolled back.
     void clientLeft(ClientId client);
+
+    // Whether rule sets of a size worth handing back to the system were freed
+    // since it last said so.
+    bool freedMemory();
 
     // A reload may change what decides when no rule matches.
     void setDefaultAction(Action action) { defaultAction_ = action; }
@@ -70,6 +92,23 @@ class RequestHandler {
     Outcome insertDeviceRule(const Caller& caller, const boost::json::object& request);
     Outcome testRules(const Caller& caller, const boost::json::object& request);
     Outcome endTransaction(const Caller& caller, const boost::json::object& request);
+
+    // A load's checks and its copy into memory of its own, within `room`
+    // bytes: touches no state.
+    struct PreparedLoad {
+        std::optional<Outcome> refusal;
+        RuleSetCopy rules;
+        std::size_t count = 0;
+        std::string readBack; // the rule parser's diagnostic, for the log
+    };
+    static PreparedLoad prepareLoad(const boost::json::object& request, std::size_t room);
+    Outcome finishLoad(const Caller& caller, PreparedLoad prepared);
+    // A test's device and peer, or the reply that refuses it.
+    struct TestQuestion {
+        Device device;
+        Peer peer;
+    };
+    std::variant<TestQuestion, Outcome> testQuestion(const boost::json::object& request) const;
 
     using Handler = Outcome (RequestHandler::*)(const Caller&, const boost::json::object&);
     struct Route {

@@ -203,13 +203,13 @@ TEST_F(RequestHandlerTest, VerdictComesFromTheClientsOwnRules) {
     const auto verdict = [&](ClientId client, const char* request) {
         return ask(client, CommandCode::testRule, request)["verdict"];
     };
-    const char* const kNetHost = R"({"id": 2, "type": "net", "addr": "h"})";
+    const char* const kNetHost = R"({"id": 2, "type": "net", "addr": "10.0.0.9"})";
     EXPECT_EQ(verdict(kBob, R"({"id": 1, "type": "rdesk"})"), "block (rule #1)");
     EXPECT_EQ(verdict(kBob, kNetHost), "share (default)");
 
     ASSERT_EQ(statusOf(kAlice, CommandCode::startRuleTransaction), "ok");
     ASSERT_EQ(statusOf(kAlice, CommandCode::loadRuleList,
-                       R"({"rules": [{"action": "block", "host": ["h"]}]})"),
+                       R"({"rules": [{"action": "block", "host": ["10.0.0.9"]}]})"),
               "ok");
     EXPECT_EQ(verdict(kAlice, kNetHost), "block (rule #1)");
     EXPECT_EQ(verdict(kBob, kNetHost), "share (default)");

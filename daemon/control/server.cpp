@@ -1,6 +1,7 @@
 #include "daemon/control/server.h"
 
 #include "daemon/core/activity_log.h"
+#include "daemon/platform/memory_release.h"
 #include "daemon/platform/socket_owner.h"
 #include "link/packet.h"
 
@@ -16,7 +17,7 @@ using asio::ip::tcp;
 Server::Server(asio::io_context& io, RequestHandler& handler, AccessPolicy access,
                ClientLimits limits)
     : handler_(handler), access_(access), limits_(limits), budget_(limits.memoryBudget),
-      listener_(io, [this](tcp::socket socket) { admit(std::move(socket)); }) {}
+      worker_(io), listener_(io, [this](tcp::socket socket) { admit(std::move(socket)); }) {}
 
 std::optional<std::string> Server::listen(const tcp::endpoint& endpoint) {
     return listener_.listen(endpoint);
@@ -119,11 +120,24 @@ void Server::stop() {
 
 void Server::packetReceived(Session& session, std::uint32_t command, boost::json::object payload) {
     const Caller caller{session.id(), session.uid(), session.mayChange()};
+    if (auto work = handler_.offLoop(caller, command, payload)) {
+        worker_.run(std::move(*work), [this, session = session.shared_from_this(),
+                                       command](const RequestHandler::Finish& finish) {
+            answer(*session, command, finish);
+        });
+        return;
+    }
+    answer(session, command, [&] { return handler_.handle(caller, command, payload); });
+}
+
+void Server::answer(Session& session, std::uint32_t command, const RequestHandler::Finish& finish) {
     Outcome outcome;
     std::string reply;
     try {
-        outcome = handler_.handle(caller, command, payload);
-        reply = link::encodePacket(command, outcome.reply);
+        outcome = finish();
+        reply = outcome.serialized.empty()
+                    ? link::encodePacket(command, outcome.reply)
+                    : link::encodePacket(command, std::string_view(outcome.serialized));
     } catch (const std::bad_alloc&) {
         // Out of memory for this request (an address-space limit, say): the
         // one client goes, the daemon stays.
@@ -143,11 +157,17 @@ void Server::packetReceived(Session& session, std::uint32_t command, boost::json
     for (const Event& event : outcome.events) {
         broadcast(event);
     }
+    if (handler_.freedMemory()) {
+        worker_.post(returnFreeMemory);
+    }
 }
 
 void Server::sessionEnded(Session& session) {
     handler_.clientLeft(session.id());
     sessions_.erase(session.id());
+    if (handler_.freedMemory()) {
+        worker_.post(returnFreeMemory);
+    }
 }
 
 } // namespace halvo::daemon

@@ -1,5 +1,7 @@
 // The daemon's listening socket and its clients.  Everything runs on the one
-// thread that runs the io_context, so the tables need no locks.
+// thread that runs the io_context, so the tables need no locks; long work
+// (large parses, loads, tests) runs on the off-loop worker and touches none of
+// them.
 #pragma once
 
 #include "daemon/control/access_policy.h"
@@ -44,6 +46,7 @@ class Server final : public SessionHost {
     void packetReceived(Session& session, std::uint32_t command,
                         boost::json::object payload) override;
     void sessionEnded(Session& session) override;
+    OffLoopWorker& worker() override { return worker_; }
 
   private:
     void admit(boost::asio::ip::tcp::socket socket);
@@ -56,11 +59,14 @@ class Server final : public SessionHost {
     // Drops the clients with the most unsent output while the shared budget
     // is exceeded.
     void enforceBudget();
+    // Sends the outcome of `finish` as the reply to the session's request.
+    void answer(Session& session, std::uint32_t command, const RequestHandler::Finish& finish);
 
     RequestHandler& handler_;
     AccessPolicy access_;
     ClientLimits limits_;
     MemoryBudget budget_;
+    OffLoopWorker worker_;
     ListeningSocket listener_;
     std::map<std::uint64_t, std::shared_ptr<Session>> sessions_;
     std::uint64_t nextClientId_ = 1;

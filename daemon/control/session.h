@@ -8,11 +8,15 @@
 // unread ends the session; the host hears of it once.
 //
 // Memory stays bounded: the client is not read while its replies are unsent
-// (backpressure), and payload and output bytes are taken from a budget that
-// all sessions share.
+// (backpressure), or before its request is answered; payload and output
+// bytes are taken from a budget that all sessions share, a payload's as its
+// bytes arrive (never as its header announces them); a payload that has not
+// arrived in full within ClientLimits::payloadTimeout ends the session. A
+// large payload is parsed off the event loop.
 #pragma once
 
 #include "daemon/control/client_limits.h"
+#include "daemon/control/off_loop_worker.h"
 #include "link/packet.h"
 
 #include <boost/asio/ip/tcp.hpp>
@@ -30,11 +34,16 @@ namespace halvo::daemon {
 
 class Session;
 
-// Bytes held by all sessions for unread payloads and unsent output.
+// Bytes held by all sessions for payloads being received and unsent output.
 class MemoryBudget {
   public:
     explicit MemoryBudget(std::size_t limit) : limit_(limit) {}
-    bool tryTake(std::size_t bytes);
+    // Payloads take the budget piece by piece, so two could each hold half
+    // and wait for each other for ever: the first payload that has to wait
+    // gets the turn and may go past the limit (by one payload at most) until
+    // it gives the turn back.
+    bool tryTake(std::size_t bytes, std::uint64_t taker);
+    void endTurn(std::uint64_t taker);
     void take(std::size_t bytes) { used_ += bytes; }
     void give(std::size_t bytes) { used_ -= bytes; }
     bool exceeded() const { return used_ > limit_; }
@@ -43,6 +52,7 @@ class MemoryBudget {
   private:
     std::size_t limit_;
     std::size_t used_ = 0;
+    std::optional<std::uint64_t> turn_;
 };
 
 class SessionHost {
@@ -50,6 +60,8 @@ class SessionHost {
     virtual void packetReceived(Session& session, std::uint32_t command,
                                 boost::json::object payload) = 0;
     virtual void sessionEnded(Session& session) = 0;
+    // Where sessions parse large payloads.
+    virtual OffLoopWorker& worker() = 0;
 
   protected:
     ~SessionHost() = default;
@@ -67,7 +79,8 @@ class Session : public std::enable_shared_from_this<Session> {
     // closes: a refusal the client can report.
     void refuse(std::string reason);
     // Queues one encoded packet; a reply is always queued, an event drops a
-    // client that leaves too much unread.
+    // client that leaves too much unread. The reply to the request under way
+    // lets the session read the next one.
     void send(std::string packet, bool isReply = false);
     std::size_t unsentBytes() const { return queuedBytes_; }
     // Ends the session; the host's sessionEnded follows at once.
@@ -83,9 +96,11 @@ class Session : public std::enable_shared_from_this<Session> {
 
   private:
     void readHeader();
-    void readPayload(std::uint32_t command, std::uint32_t size);
-    void waitForBudget(std::uint32_t command, std::uint32_t size);
+    void startPayload(std::uint32_t command, std::uint32_t size);
+    void readPayloadPiece(std::uint32_t command, std::uint32_t size);
     void deliver(std::uint32_t command);
+    void handOver(std::uint32_t command, link::DecodedPayload decoded);
+    void readNextRequest();
     void writeNext();
     void resumeReading();
     void log(const char* reason) const;
@@ -97,6 +112,7 @@ class Session : public std::enable_shared_from_this<Session> {
     const ClientLimits& limits_;
     MemoryBudget& budget_;
     boost::asio::steady_timer budgetRetry_;
+    boost::asio::steady_timer payloadDeadline_;
     std::optional<uid_t> uid_;
     bool mayChange_ = false;
     link::HeaderBytes header_{};
@@ -107,6 +123,9 @@ class Session : public std::enable_shared_from_this<Session> {
     std::chrono::steady_clock::time_point lastHeard_ = std::chrono::steady_clock::now();
     std::optional<std::string> refusal_;
     bool readPaused_ = false;
+    bool receivingPayload_ = false;
+    bool awaitingReply_ = false;
+    bool largeRequest_ = false;
     bool closeWhenSent_ = false;
     bool closed_ = false;
 };

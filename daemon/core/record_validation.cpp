@@ -132,7 +132,7 @@ json::object canonicalRule(json::object rule) {
     return rule;
 }
 
-util::Expected<json::array> validateRuleSet(json::array rules) {
+util::Expected<json::array> validateRuleSet(json::array rules, std::string* readBack) {
     for (std::size_t index = 0; index < rules.size(); ++index) {
         const std::string where = "invalid rule #" + std::to_string(index + 1) + ": ";
         json::object* rule = rules[index].if_object();
@@ -143,7 +143,10 @@ util::Expected<json::array> validateRuleSet(json::array rules) {
             return util::Failure{where + *reason};
         }
         *rule = canonicalRule(std::move(*rule));
-        if (!readsBackUnchanged(*rule)) {
+        if (auto problem = readBackProblem(*rule)) {
+            if (readBack != nullptr) {
+                *readBack = std::move(*problem);
+            }
             return util::Failure{where + "it does not read back unchanged from rule text"};
         }
     }

@@ -25,7 +25,9 @@ boost::json::object canonicalRule(boost::json::object rule);
 
 // The rules in their kept form when every element is a valid record that
 // reads back unchanged from its rule text; otherwise "invalid rule #N:
-// <reason>" for the first that is not.
-util::Expected<boost::json::array> validateRuleSet(boost::json::array rules);
+// <reason>" for the first that is not. When a record does not read back,
+// `readBack` (if given) gets why: the rule parser's diagnostic, for the log.
+util::Expected<boost::json::array> validateRuleSet(boost::json::array rules,
+                                                   std::string* readBack = nullptr);
 
 } // namespace halvo::daemon

@@ -1,5 +1,6 @@
 #include "daemon/core/rule_engine.h"
 
+#include "rules/host_address.h"
 #include "util/json_fields.h"
 
 #include <algorithm>
@@ -26,17 +27,20 @@ bool namesPeer(std::string_view host, const Peer& peer) {
     });
 }
 
+// Compared as addresses; an entry that is no address (a host name) matches
+// only a peer whose certificate holds that name: names are not resolved.
 bool listsAddress(const json::object& rule, const Peer& peer) {
     if (peer.remoteDesktop) {
         return false;
     }
     const json::array* hosts = util::getArray(rule, "host");
-    if (hosts == nullptr) {
+    const std::optional<rules::HostAddress> peerAddress = rules::parseHostAddress(peer.addr);
+    if (hosts == nullptr || !peerAddress) {
         return false;
     }
     for (const json::value& host : *hosts) {
-        if (host.is_string() &&
-            (host.get_string() == peer.addr || namesPeer(host.get_string(), peer))) {
+        if (host.is_string() && (rules::parseHostAddress(host.get_string()) == peerAddress ||
+                                 namesPeer(host.get_string(), peer))) {
             return true;
         }
     }

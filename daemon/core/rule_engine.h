@@ -4,8 +4,9 @@
 // holds; a condition group with its negation key set ("notHost", "notName",
 // "notHWID", "notSerial", "notPort", "notClass") holds when the plain
 // condition does not:
-//   "host"      the connection is a network one from a listed address, or
-//               one whose verified certificate holds a listed name
+//   "host"      the connection is a network one from a listed address
+//               (compared as addresses: see rules/host_address.h), or one
+//               whose verified TLS certificate holds a listed name
 //   "rdesk"     true: a remote-desktop connection; false: a network one
 //   "name"      the device name is ("is") or contains ("contains") the text
 //   "built-in"  the device is (true) or is not (false) built in

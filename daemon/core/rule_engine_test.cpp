@@ -147,5 +147,50 @@ TEST(RuleEngineTest, VerdictNamesTheDecidingRule) {
     }
 }
 
+struct HostCase {
+    const char* host; // as the rule writes it
+    const char* peer; // as the front end gives it
+    bool matches;
+};
+
+// Hosts are compared as addresses.  Under "--default share" a block rule
+// that misses its peer fails open, so every form of an address must match.
+TEST(RuleEngineTest, HostFormsNameTheSameAddress) {
+    const HostCase cases[] = {
+        {"127.0.0.1", "127.0.0.1", true},
+        {"127.000.000.001", "127.0.0.1", true},
+        {"010.0.0.5", "10.0.0.5", true}, // decimal, never octal
+        {"010.0.0.5", "8.0.0.5", false},
+        {"::ffff:127.0.0.1", "127.0.0.1", true},
+        {"::FFFF:7f00:1", "127.0.0.1", true},
+        {"::ffff:127.000.000.001", "127.0.0.1", true},
+        {"127.0.0.1", "::ffff:127.0.0.1", true},
+        {"0:0:0:0:0:0:0:1", "::1", true},
+        {"FD00:0::5", "fd00::5", true},
+        {"fe80::1%eth0", "fe80::1%veth1", true},
+        {"::1", "127.0.0.1", false},
+        {"127.0.0.2", "127.0.0.1", false},
+        // No addresses: host names are not resolved, and shorthand forms
+        // that inet_aton(3) would take are not read.
+        {"localhost", "127.0.0.1", false},
+        {"lab-mac.local", "lab-mac.local", false},
+        {"127.1", "127.0.0.1", false},
+        {"0x7f.0.0.1", "127.0.0.1", false},
+        {"2130706433", "127.0.0.1", false},
+        {"127.0.0.256", "127.0.0.0", false},
+        {"127.0.0.1.1", "127.0.0.1", false},
+        {"0127.0.0.1", "127.0.0.1", false},
+        {"[::1]", "::1", false},
+        {"127.0.0.1:80", "127.0.0.1", false},
+        {"::ffff:127.1", "127.0.0.1", false},
+    };
+    for (const HostCase& row : cases) {
+        const std::string rule = std::string("block host \"") + row.host + "\"";
+        const Verdict verdict =
+            evaluate(rulesFromText(rule), keyboard(), Peer{false, row.peer}, Action::share);
+        EXPECT_EQ(verdict.action == Action::block, row.matches) << row.host << " / " << row.peer;
+    }
+}
+
 } // namespace
 } // namespace halvo::daemon

@@ -24,7 +24,7 @@ TEST(RuleStoreTest, CommitFollowsWhatTheSaveDid) {
         saver.next = {saved, saved == Saved::saved ? "" : "disk: Input/output error"};
         RuleStore store(before, &saver);
         store.begin(1);
-        store.replace(1, after);
+        ASSERT_TRUE(store.replace(1, *copyWithin(after, 1024 * 1024)));
         const RuleStore::CommitResult result = store.commit(1);
         EXPECT_EQ(result.outcome, adopted ? Commit::committed : Commit::notSaved);
         EXPECT_EQ(result.problem, saver.next.problem);

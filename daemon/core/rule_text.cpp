@@ -29,19 +29,25 @@ std::optional<std::string> printRuleText(const json::array& rules) {
     return text;
 }
 
-std::optional<json::array> parseRuleText(std::string_view text) {
-    return rules::rule_parser_run(text);
+util::Expected<json::array> parseRuleText(std::string_view text) {
+    return rules::rule_parser_check(text);
 }
 
-bool readsBackUnchanged(const json::object& rule) {
+std::optional<std::string> readBackProblem(const json::object& rule) {
     json::array single;
     single.push_back(rule);
     auto text = printRuleText(single);
     if (!text) {
-        return false;
+        return "the rule printer refuses it";
     }
     auto parsed = parseRuleText(*text);
-    return parsed && parsed->size() == 1 && (*parsed)[0] == json::value(rule);
+    if (!parsed) {
+        return parsed.error();
+    }
+    if (parsed->size() != 1 || (*parsed)[0] != json::value(rule)) {
+        return "it reads back as another record";
+    }
+    return std::nullopt;
 }
 
 } // namespace halvo::daemon

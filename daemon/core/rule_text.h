@@ -3,6 +3,8 @@
 // only adapts them to strings.
 #pragma once
 
+#include "util/expected.h"
+
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
 #include <optional>
@@ -14,12 +16,13 @@ namespace halvo::daemon {
 // One line per rule, without numbers; nothing if the printer refuses.
 std::optional<std::string> printRuleText(const boost::json::array& rules);
 
-// The records of `text`; nothing (after the parser's message on standard
-// error, "Parsing error at rule #N") when it does not parse.
-std::optional<boost::json::array> parseRuleText(std::string_view text);
+// The records of `text`, or the parser's diagnostic ("Parsing error at rule
+// #N"): the daemon reports it where it belongs, never on standard error.
+util::Expected<boost::json::array> parseRuleText(std::string_view text);
 
-// Whether printing the rule and parsing the line gives the same record; a
-// value with a double quote, for instance, does not.
-bool readsBackUnchanged(const boost::json::object& rule);
+// Nothing when printing the rule and parsing the line gives the same record;
+// otherwise why not (the parser's diagnostic, or "it reads back as another
+// record"). A value with a double quote, for instance, does not read back.
+std::optional<std::string> readBackProblem(const boost::json::object& rule);
 
 } // namespace halvo::daemon

@@ -65,6 +65,9 @@ class ShareTable {
     std::vector<Event> endForDevice(std::uint32_t id);
     // Those that the committed rules no longer share.
     std::vector<Event> endRefused();
+    // The action when no rule matches, from now on (a reload may change
+    // it); endRefused then ends what it no longer shares.
+    void setDefaultAction(Action action) { defaultAction_ = action; }
     // Those that the remote host detached or whose link broke.
     std::vector<Event> endDetached();
     std::vector<Event> endAll();

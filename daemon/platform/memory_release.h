@@ -1,6 +1,6 @@
 // Hands memory that the allocator keeps free back to the system, after a
-// burst of large buffers, where the allocator allows it (glibc); elsewhere
-// nothing happens.
+// burst of large buffers or rule sets, where the allocator allows it (glibc);
+// elsewhere nothing happens. Safe on any thread.
 #pragma once
 
 namespace halvo::daemon {

@@ -8,6 +8,7 @@
 #include "daemon/core/rule_store.h"
 #include "daemon/platform/fixture_backend.h"
 #include "daemon/platform/rules_file.h"
+#include "daemon/platform/socket_owner.h"
 #include "daemon/platform/system_devices.h"
 #include "daemon/service/hotplug.h"
 #include "daemon/service/log_sinks.h"
@@ -150,7 +151,8 @@ int serve(std::span<const char* const> arguments, daemon::Options options) {
     if (options.rulesPath) {
         rulesFile.emplace(*options.rulesPath, adminGroup);
     }
-    daemon::RuleStore rules(std::move(committed).value(), rulesFile ? &*rulesFile : nullptr);
+    daemon::RuleStore rules(std::move(committed).value(), rulesFile ? &*rulesFile : nullptr,
+                            {options.limits.transactionBytes, options.limits.transactionsPerUser});
     // Before everything that holds sockets or timers, so that it outlives them.
     asio::io_context io;
     auto sharing = daemon::Sharing::create(options, table, connections.value(), rules);
@@ -162,6 +164,11 @@ int serve(std::span<const char* const> arguments, daemon::Options options) {
                                    options.defaultAction);
 
     raiseDescriptorLimit();
+    if (auto problem = daemon::socketOwnersUnavailable()) {
+        daemon::logActivity(daemon::LogLevel::warning,
+                            "clients' users cannot be found: " + *problem +
+                                "; every client may look and test, none may change anything");
+    }
     daemon::Server server(io, handler, daemon::AccessPolicy(::geteuid(), adminGroup),
                           options.limits);
     if (auto error = startListening(server, options, passed)) {
@@ -195,7 +202,7 @@ int serve(std::span<const char* const> arguments, daemon::Options options) {
         server.stop();
         io.stop();
     });
-    daemon::Reloader reloader(arguments, options, rules, handler);
+    daemon::Reloader reloader(arguments, options, rules, handler, shares);
     asio::signal_set reloadSignals(io, SIGHUP);
     reloadOnSignal(reloadSignals, reloader);
 

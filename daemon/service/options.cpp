@@ -106,13 +106,15 @@ std::optional<std::string> setLimit(Options& options, std::string_view value) {
     return std::nullopt;
 }
 
-std::optional<std::string> setIdle(Options& options, std::string_view value) {
+// Sets a number of seconds, from 1 to kMaxLimit, into `Field`.
+template <auto Field>
+std::optional<std::string> setSeconds(Options& options, std::string_view value) {
     auto seconds = parseDecimal<std::uint64_t>(value, 1, kMaxLimit);
     if (!seconds) {
         return "wants a number of seconds from 1 to " + std::to_string(kMaxLimit) + ", not " +
                quoted(value);
     }
-    options.limits.idleAfter = std::chrono::seconds(*seconds);
+    options.limits.*Field = std::chrono::seconds(*seconds);
     return std::nullopt;
 }
 
@@ -135,7 +137,7 @@ std::optional<std::string> setRulesInMemory(Options& options, std::string_view v
 }
 
 // The options in the order of the help text; "config" is read first.
-constexpr std::array<KnownOption, 23> kOptions = {{
+constexpr std::array<KnownOption, 26> kOptions = {{
     {"config", "PATH", "config file (default /etc/halvo/halvod.conf)",
      [](Options& o, std::string_view v) -> std::optional<std::string> {
          o.configPath = v;
@@ -205,7 +207,14 @@ constexpr std::array<KnownOption, 23> kOptions = {{
      setLimit<&ClientLimits::maxUnreadBytes, kMiB>},
     {"max-parse-mib", "N", "memory one parsed request may take (default 512)",
      setLimit<&ClientLimits::maxParseBytes, kMiB>},
-    {"idle-seconds", "N", "idle time that lets a client make room (default 600)", setIdle},
+    {"idle-seconds", "N", "idle time that lets a client make room (default 600)",
+     setSeconds<&ClientLimits::idleAfter>},
+    {"payload-timeout-seconds", "N", "time a request's payload may take to arrive (default 30)",
+     setSeconds<&ClientLimits::payloadTimeout>},
+    {"max-transaction-mib", "N", "memory of all open rule transactions (default 256)",
+     setLimit<&ClientLimits::transactionBytes, kMiB>},
+    {"max-transactions-per-user", "N", "open rule transactions of one user (default 8)",
+     setLimit<&ClientLimits::transactionsPerUser, 1>},
     {"version", "", "print the version and exit", nullptr},
 }};
 

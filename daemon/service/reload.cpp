@@ -42,8 +42,9 @@ void refuse(const std::string& why) {
 } // namespace
 
 Reloader::Reloader(std::span<const char* const> arguments, Options& running, RuleStore& rules,
-                   RequestHandler& handler)
-    : arguments_(arguments), running_(running), rules_(rules), handler_(handler) {}
+                   RequestHandler& handler, Sharing& sharing)
+    : arguments_(arguments), running_(running), rules_(rules), handler_(handler),
+      sharing_(sharing) {}
 
 bool Reloader::reload() {
     service_manager::notifyReloading();
@@ -69,6 +70,7 @@ bool Reloader::reload() {
     rules_.replaceCommitted(std::move(rules));
     running_.defaultAction = next.defaultAction;
     handler_.setDefaultAction(next.defaultAction);
+    sharing_.rulesReplaced(next.defaultAction);
     const std::string done = "reloaded: " + std::to_string(count) + " rules";
     logActivity(LogLevel::notice, done, {{"HALVO_CONFIG", next.configPath}});
     service_manager::notifyReady(done);

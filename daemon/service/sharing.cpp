@@ -84,17 +84,27 @@ std::optional<std::string> Sharing::serveTls(boost::asio::io_context& io, const 
     return std::nullopt;
 }
 
+void Sharing::rulesReplaced(Action defaultAction) {
+    shares_.setDefaultAction(defaultAction);
+    publish(shares_.endRefused());
+}
+
 void Sharing::stop() {
-    std::vector<Event> events = shares_.endAll();
-    // Either server tells the clients; both stop.
+    publish(shares_.endAll());
     if (server_) {
-        server_->publish(events);
-        events.clear();
         server_->stop();
     }
     if (tlsServer_) {
-        tlsServer_->publish(events);
         tlsServer_->stop();
+    }
+}
+
+void Sharing::publish(const std::vector<Event>& events) {
+    // Shares exist only while a server does; either tells the clients.
+    if (server_) {
+        server_->publish(events);
+    } else if (tlsServer_) {
+        tlsServer_->publish(events);
     }
 }
 

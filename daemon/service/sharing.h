@@ -39,12 +39,19 @@ class Sharing {
                                         std::optional<int> activated,
                                         usbip::Server::EventSink sink);
 
+    // After a reload: the committed rules and `defaultAction` decide from
+    // now on, and the shares they no longer allow end, telling the sink, as
+    // after a commit.
+    void rulesReplaced(Action defaultAction);
+
     // Ends every share, telling the sink, and stops the servers.
     void stop();
 
   private:
     Sharing(std::unique_ptr<ShareHandOff> handOff, DeviceTable& devices,
             ConnectionTable& connections, const RuleStore& rules, Action defaultAction);
+
+    void publish(const std::vector<Event>& events);
 
     std::unique_ptr<ShareHandOff> handOff_;
     ShareTable shares_;

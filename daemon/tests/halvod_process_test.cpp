@@ -103,7 +103,8 @@ TEST(HalvodProcessTest, StartFailuresSayWhy) {
         {{"--devices", "/dev/zero"}, 1, "halvod: /dev/zero: larger than 256 MiB"},
         {{"--devices", kDevices, "--rules", (scratch / "none" / "rules").string()},
          1,
-         "halvod: " + (scratch / "none").string() + ": the rules file's folder does not exist"},
+         "halvod: " + (scratch / "none").string() + ": the rules file's folder does not exist: "
+         "create it, or give --rules PATH, or --rules-in-memory"},
         {{"--devices", kDevices, "--rules", badRules},
          1,
          "halvod: " + badRules + ":4:13: rule #3: \"host\" after \"rdesk\": a rule names either "

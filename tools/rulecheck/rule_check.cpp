@@ -1,12 +1,16 @@
 #include "tools/rulecheck/rule_check.h"
 
+#include "rules/host_address.h"
+#include "rules/rule_firstpass.h"
 #include "rules/rule_parser.h"
 #include "rules/rule_printer.h"
+#include "rules/rule_tokenizer.h"
 #include "rules/text_position.h"
 #include "util/json_file.h"
 
 #include <algorithm>
 #include <boost/json/object.hpp>
+#include <map>
 #include <string>
 #include <variant>
 #include <vector>
@@ -56,6 +60,69 @@ void report(std::string_view name, std::string_view text, const rules::RuleTextD
     write(err, line);
     write(err, "\n");
     write(err, caretLine(line, found.column));
+}
+
+// Each rule's host entries that are no address, by rule index.
+std::map<std::size_t, std::vector<std::string>> hostNames(const boost::json::array& records) {
+    std::map<std::size_t, std::vector<std::string>> found;
+    for (std::size_t index = 0; index < records.size(); ++index) {
+        const boost::json::object* record = records[index].if_object();
+        const boost::json::value* hosts = record ? record->if_contains("host") : nullptr;
+        if (hosts == nullptr || !hosts->is_array()) {
+            continue;
+        }
+        for (const boost::json::value& host : hosts->get_array()) {
+            if (host.is_string() && !rules::parseHostAddress(host.get_string())) {
+                found[index].emplace_back(host.get_string());
+            }
+        }
+    }
+    return found;
+}
+
+// Where the value of the rule's "host" clause begins in its logical line.
+std::size_t hostValueOffset(std::string_view line) {
+    rules::TokenList words;
+    if (rules::rule_parser_line(line, words)) {
+        for (std::size_t index = 0; index + 1 < words.size(); ++index) {
+            if (words[index] == "host") {
+                return words.lineOffset(index + 1);
+            }
+        }
+    }
+    return 0;
+}
+
+// A warning for every host entry that is no address: the daemon resolves
+// no names, so no network peer ever matches it (and "!host" matches them
+// all).  Each points at its rule's host list.
+std::vector<rules::RuleTextDiagnostic> unmatchableHosts(std::string_view text,
+                                                        const boost::json::array& records) {
+    const auto names = hostNames(records);
+    if (names.empty()) {
+        return {};
+    }
+    std::vector<rules::LinePoint> points;
+    std::size_t lineIndex = 0;
+    rules::rule_parser_firstpass(text, [&](std::string_view line) {
+        if (names.contains(lineIndex)) {
+            points.push_back({lineIndex, hostValueOffset(line)});
+        }
+        ++lineIndex;
+        return true;
+    });
+    const std::vector<std::size_t> offsets = rules::textOffsetsOf(text, points);
+    const std::vector<rules::TextPosition> positions = rules::textPositionsOf(text, offsets);
+    std::vector<rules::RuleTextDiagnostic> warnings;
+    for (std::size_t point = 0; point < points.size(); ++point) {
+        const std::size_t rule = points[point].lineIndex;
+        for (const std::string& name : names.at(rule)) {
+            warnings.push_back(
+                {rule + 1, offsets[point], positions[point].line, positions[point].column,
+                 "host \"" + name + "\" matches no network peer: host names are not resolved"});
+        }
+    }
+    return warnings;
 }
 
 constexpr const char* kProgram = "halvo-rulecheck";
@@ -128,6 +195,13 @@ int checkOneFile(std::string_view operand, Warnings warnings, std::FILE* stdinSt
 int checkRuleText(std::string_view name, std::string_view text, Warnings warnings, std::FILE* out,
                   std::FILE* err) {
     rules::RuleTextReport checked = rules::parseRuleTextDetailed(text);
+    if (checked.records) {
+        for (rules::RuleTextDiagnostic& warning : unmatchableHosts(text, *checked.records)) {
+            checked.notices.push_back(std::move(warning));
+        }
+        std::stable_sort(checked.notices.begin(), checked.notices.end(),
+                         [](const auto& a, const auto& b) { return a.offset < b.offset; });
+    }
     for (const rules::RuleTextDiagnostic& notice : checked.notices) {
         report(name, text, notice, "warning: ", err);
     }

@@ -20,7 +20,8 @@ enum class Warnings { allowed, fail };
 
 // Checks `text`, read from `name`: prints the canonical rules on `out` and
 // returns `valid`, or prints the first error on `err` and returns `invalid`.
-// Clauses that the parser ignores at the end of a rule are shown on `err`
+// Clauses that the parser ignores at the end of a rule, and host entries
+// that are no address (no network peer matches them), are shown on `err`
 // as warnings; with Warnings::fail a text that has any is `invalid` and
 // nothing goes to `out`.
 int checkRuleText(std::string_view name, std::string_view text, Warnings warnings, std::FILE* out,

@@ -1,5 +1,5 @@
-// Systems without a way to find a TCP socket's owner: every client is a
-// stranger, who may look but not change (access fails closed).
+// Systems without a way to find a TCP socket's owner: every client is an
+// unknown user, who may look but not change (access fails closed).
 #include "daemon/platform/socket_owner.h"
 
 namespace halvo::daemon {
@@ -7,6 +7,10 @@ namespace halvo::daemon {
 std::optional<uid_t> localSocketOwner(const boost::asio::ip::tcp::endpoint&,
                                       const boost::asio::ip::tcp::endpoint&) {
     return std::nullopt;
+}
+
+std::optional<std::string> socketOwnersUnavailable() {
+    return "this system offers no socket diagnostics";
 }
 
 } // namespace halvo::daemon

@@ -1,6 +1,8 @@
 #include "daemon/platform/memory_release.h"
 
+#if __has_include(<malloc.h>)
 #include <malloc.h>
+#endif
 
 namespace halvo::daemon {
 
