@@ -37,7 +37,8 @@ _halvod()
         return
         ;;
     --listen | --share-listen | --rescan-ms | --max-clients | --max-clients-per-user | \
-        --memory-budget-mib | --max-unread-mib | --max-parse-mib | --idle-seconds)
+        --memory-budget-mib | --max-unread-mib | --max-parse-mib | --idle-seconds | \
+        --share-max-per-host | --share-max-hosts | --share-timeout-ms | --share-dead-peer-seconds)
         return
         ;;
     esac
@@ -45,7 +46,8 @@ _halvod()
     mapfile -t COMPREPLY < <(compgen -W "--config --listen --allow-remote --sysfs --devices
         --connections --rules --rules-in-memory --default --rescan-ms --admin-group
         --max-clients --max-clients-per-user --memory-budget-mib --max-unread-mib
-        --max-parse-mib --idle-seconds --share-listen --help --version" -- "$cur")
+        --max-parse-mib --idle-seconds --share-listen --share-max-per-host --share-max-hosts
+        --share-timeout-ms --share-dead-peer-seconds --help --version" -- "$cur")
 } &&
     complete -F _halvod halvod
 

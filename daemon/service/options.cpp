@@ -124,6 +124,19 @@ std::optional<std::string> setText(Options& options, std::string_view value) {
     return std::nullopt;
 }
 
+// Sets a whole number (of the unit that `wanted` names) from `min` to `max`.
+template <typename Field>
+std::optional<std::string> setBounded(Field& into, std::string_view value, std::uint64_t min,
+                                      std::uint64_t max, const char* wanted) {
+    auto number = parseDecimal<std::uint64_t>(value, min, max);
+    if (!number) {
+        return "wants " + std::string(wanted) + " from " + std::to_string(min) + " to " +
+               std::to_string(max) + ", not " + quoted(value);
+    }
+    into = Field(*number);
+    return std::nullopt;
+}
+
 // A switch that keeps the rules in memory: the bool is only a stage.
 std::optional<std::string> setRulesInMemory(Options& options, std::string_view value) {
     bool inMemory = false;
@@ -137,7 +150,7 @@ std::optional<std::string> setRulesInMemory(Options& options, std::string_view v
 }
 
 // The options in the order of the help text; "config" is read first.
-constexpr std::array<KnownOption, 26> kOptions = {{
+constexpr std::array<KnownOption, 30> kOptions = {{
     {"config", "PATH", "config file (default /etc/halvo/halvod.conf)",
      [](Options& o, std::string_view v) -> std::optional<std::string> {
          o.configPath = v;
@@ -169,6 +182,22 @@ constexpr std::array<KnownOption, 26> kOptions = {{
     {"tls-key", "FILE", "its private key (PEM)", setText<&Options::tlsKey>},
     {"tls-client-ca", "FILE", "CA certificates that hosts' certificates must chain to",
      setText<&Options::tlsClientCa>},
+    {"share-max-per-host", "N", "USB/IP connections of one host at once (default 8)",
+     [](Options& o, std::string_view v) {
+         return setBounded(o.sharing.maxPerHost, v, 1, kMaxLimit, "a whole number");
+     }},
+    {"share-max-hosts", "N", "USB/IP hosts served at once (default 64)",
+     [](Options& o, std::string_view v) {
+         return setBounded(o.sharing.maxHosts, v, 1, kMaxLimit, "a whole number");
+     }},
+    {"share-timeout-ms", "N", "time for a USB/IP request and reply (default 10000)",
+     [](Options& o, std::string_view v) {
+         return setBounded(o.sharing.requestTimeout, v, 1, 3600000, "a number of milliseconds");
+     }},
+    {"share-dead-peer-seconds", "N", "silence that ends a USB/IP share (default 30)",
+     [](Options& o, std::string_view v) {
+         return setBounded(o.sharing.deadPeerAfter, v, 6, 3600, "a number of seconds");
+     }},
     {"sysfs", "DIR", "sysfs devices (default /sys/bus/usb/devices)",
      [](Options& o, std::string_view v) -> std::optional<std::string> {
          o.sysfsRoot = v;

@@ -5,6 +5,7 @@
 
 #include "daemon/control/client_limits.h"
 #include "daemon/core/rule_engine.h"
+#include "daemon/usbip/server_settings.h"
 #include "util/expected.h"
 
 #include <boost/asio/ip/tcp.hpp>
@@ -37,6 +38,7 @@ struct Options {
     std::string tlsCert;
     std::string tlsKey;
     std::string tlsClientCa;
+    usbip::ServerSettings sharing;
     std::string sysfsRoot = kDefaultSysfsRoot;
     // Devices from this fixture instead of sysfs.
     std::optional<std::string> deviceFixture;

@@ -61,6 +61,7 @@ TEST(OptionsTest, TheSampleConfigFileHoldsValidSettings) {
     auto parsed = parse({}, scratch.write("halvod.conf", text));
     ASSERT_TRUE(std::holds_alternative<Options>(parsed)) << std::get<std::string>(parsed);
     EXPECT_EQ(std::get<Options>(parsed).limits, ClientLimits());
+    EXPECT_EQ(std::get<Options>(parsed).sharing, usbip::ServerSettings());
     EXPECT_EQ(std::get<Options>(parsed).shareListen, *parseEndpoint("0.0.0.0:3240"));
 }
 
@@ -76,6 +77,8 @@ TEST(OptionsTest, EveryProblemIsNamed) {
          "refusing to listen on 0.0.0.0: the protocol has no authentication (add "
          "--allow-remote to do it anyway)"},
         {{"--default", "Share"}, "--default wants share or block, not \"Share\""},
+        {{"--share-dead-peer-seconds", "5"},
+         "--share-dead-peer-seconds wants a number of seconds from 6 to 3600, not \"5\""},
         {{"--rescan-ms", "0"},
          "--rescan-ms wants a number of milliseconds from 1 to 3600000, not \"0\""},
         {{"--max-clients", "0"},

@@ -17,6 +17,7 @@ std::string restartOnlyChanges(const Options& running, const Options& next) {
         {running.listen != next.listen, "--listen"},
         {running.allowRemote != next.allowRemote, "--allow-remote"},
         {running.shareListen != next.shareListen, "--share-listen"},
+        {running.sharing != next.sharing, "the USB/IP limits"},
         {running.sysfsRoot != next.sysfsRoot, "--sysfs"},
         {running.deviceFixture != next.deviceFixture, "--devices"},
         {running.connectionFixture != next.connectionFixture, "--connections"},

@@ -43,7 +43,7 @@ std::optional<std::string> Sharing::serve(boost::asio::io_context& io, const Opt
     if (!options.shareListen && !activated) {
         return std::nullopt;
     }
-    server_ = std::make_unique<usbip::Server>(io, shares_, std::move(sink));
+    server_ = std::make_unique<usbip::Server>(io, shares_, std::move(sink), options.sharing);
     if (activated) {
         if (auto error = server_->adopt(*activated)) {
             return "cannot take the passed USB/IP socket: " + *error;

@@ -9,9 +9,11 @@
 #include <filesystem>
 #include <future>
 #include <gtest/gtest.h>
+#include <memory>
 #include <regex>
 #include <signal.h>
 #include <thread>
+#include <vector>
 
 namespace halvo::daemon {
 namespace {
@@ -242,6 +244,108 @@ TEST_F(UsbipSharing, SysfsDevicesGoToUsbipHostAndComeBack) {
     daemon->signal(SIGTERM);
     EXPECT_EQ(daemon->wait(), 0);
     EXPECT_TRUE(file("devices/1-2/usbip_sockfd").starts_with("-1"));
+}
+
+// Each host is a loopback address of its own (127.0.0.2, 127.0.0.3, ...),
+// with halvod's default limits unless a test says otherwise.
+class UsbipHostLimits : public ::testing::Test {
+  protected:
+    static void SetUpTestSuite() {
+        static const bool isolated = testkit::isolateDaemonPort();
+        (void)isolated;
+    }
+    void SetUp() override {
+#if !defined(__linux__)
+        GTEST_SKIP() << "needs the whole of 127.0.0.0/8 on the loopback interface, as Linux has";
+#endif
+    }
+
+    static inline const std::string kListRequest{"\x01\x11\x80\x05\0\0\0\0", 8};
+
+    // Whether `host` gets a device list (the reply's header: OP_REP_DEVLIST, status 0).
+    static bool listed(TestClient& host) {
+        return host.sendRaw(kListRequest) &&
+               host.receiveBytes(8) == std::string("\x01\x11\0\x05\0\0\0\0", 8);
+    }
+
+    TempDir scratch;
+};
+
+TEST_F(UsbipHostLimits, OneHostsConnectionsKeepNoOtherHostOutAndRefusalsAreCounted) {
+    auto daemon = DaemonProcess::start({"--devices", kDemo + "/devices.json", "--default", "share",
+                                        "--share-listen", "127.0.0.1:3240"});
+    ASSERT_TRUE(daemon);
+    // 8 silent connections are one host's share; its next ones are turned
+    // away, and another host is served meanwhile.
+    std::vector<std::unique_ptr<TestClient>> silent;
+    for (int place = 0; place < 8; ++place) {
+        silent.push_back(std::make_unique<TestClient>(kSharePort, "127.0.0.2"));
+    }
+    for (int refused = 0; refused < 4; ++refused) {
+        TestClient more(kSharePort, "127.0.0.2");
+        ASSERT_TRUE(more.closedByPeer());
+    }
+    TestClient other(kSharePort, "127.0.0.3");
+    EXPECT_TRUE(listed(other));
+    EXPECT_TRUE(other.closedByPeer()) << "its place is free again";
+
+    // 64 hosts: with 63 more holding a place, a new host is turned away, one
+    // already there is not.
+    for (int host = 1; host <= 63; ++host) {
+        const std::string address = "127.0.1." + std::to_string(host);
+        silent.push_back(std::make_unique<TestClient>(kSharePort, address.c_str()));
+    }
+    for (const char* stranger : {"127.0.0.4", "127.0.0.5", "127.0.0.6", "127.0.0.7"}) {
+        TestClient turnedAway(kSharePort, stranger);
+        ASSERT_TRUE(turnedAway.closedByPeer()) << stranger;
+    }
+    TestClient present(kSharePort, "127.0.1.1");
+    EXPECT_TRUE(listed(present));
+
+    // 8 refusals: 5 lines, then a count (written at the latest on stopping).
+    daemon->signal(SIGTERM);
+    EXPECT_EQ(daemon->wait(), 0);
+    const std::string log = daemon->errorOutput();
+    const std::regex refusal("USB/IP connection refused: ([^\n]*) HALVO_PEER=(127[.0-9]+):");
+    std::vector<std::string> refusals;
+    for (auto line = std::sregex_iterator(log.begin(), log.end(), refusal);
+         line != std::sregex_iterator(); ++line) {
+        refusals.push_back((*line)[1].str() + " " + (*line)[2].str());
+    }
+    EXPECT_EQ(refusals, (std::vector<std::string>{
+                            "too many connections of this host (8) 127.0.0.2",
+                            "too many connections of this host (8) 127.0.0.2",
+                            "too many connections of this host (8) 127.0.0.2",
+                            "too many connections of this host (8) 127.0.0.2",
+                            "too many hosts (64) 127.0.0.4",
+                        }))
+        << log;
+    EXPECT_NE(log.find("halvod: 3 more USB/IP connections refused, not logged one by one\n"),
+              std::string::npos)
+        << log;
+}
+
+TEST_F(UsbipHostLimits, AHostThatDoesNotTakeItsReplyLosesItsPlace) {
+    // 20,000 devices: a device list of 6 MiB, more than socket buffers hold.
+    std::string devices = R"({"devices": [)";
+    for (int device = 1; device <= 20000; ++device) {
+        devices += (device == 1 ? "" : ",") +
+                   std::string(R"({"vid": 1, "pid": 2, "rev": 3, "name": "d", "port": "1-)") +
+                   std::to_string(device) + "\"}";
+    }
+    writeFile(scratch / "devices.json", devices + "]}");
+    auto daemon = DaemonProcess::start({"--devices", (scratch / "devices.json").string(),
+                                        "--default", "share", "--share-listen", "127.0.0.1:3240",
+                                        "--share-max-per-host", "1", "--share-timeout-ms", "1000"});
+    ASSERT_TRUE(daemon);
+    TestClient stalled(kSharePort, "127.0.0.2");
+    ASSERT_TRUE(stalled.sendRaw(kListRequest));
+    ASSERT_TRUE(eventually([&] {
+        return daemon->errorOutput().find("USB/IP host dropped: reply not taken in time") !=
+               std::string::npos;
+    })) << daemon->errorOutput();
+    TestClient again(kSharePort, "127.0.0.2");
+    EXPECT_TRUE(listed(again));
 }
 
 } // namespace

@@ -1,16 +1,47 @@
 #include "daemon/usbip/server.h"
 
+#include "daemon/core/activity_log.h"
 #include "daemon/usbip/session.h"
 #include "daemon/usbip/tls_session.h"
+
+#include <algorithm>
 
 namespace halvo::daemon::usbip {
 
 namespace asio = boost::asio;
 
+namespace {
+
+// A flood of refusals costs at most this many lines a period, and a count.
+constexpr std::size_t kRefusalLines = 5;
+constexpr std::chrono::seconds kRefusalPeriod{10};
+
+// IPv4 hosts on a dual-stack socket show as ::ffff:a.b.c.d; rules name them
+// by their IPv4 address.
+asio::ip::address plainAddress(const asio::ip::address& address) {
+    if (address.is_v6() && address.to_v6().is_v4_mapped()) {
+        return asio::ip::make_address_v4(asio::ip::v4_mapped, address.to_v6());
+    }
+    return address;
+}
+
+// What a host's places are counted by: its address, or for a routed IPv6
+// address its /64 network, any of whose addresses the host may take.
+std::string hostKey(const asio::ip::address& address) {
+    if (!address.is_v6() || address.is_loopback() || address.to_v6().is_link_local()) {
+        return address.to_string();
+    }
+    asio::ip::address_v6::bytes_type bytes = address.to_v6().to_bytes();
+    std::fill(bytes.begin() + 8, bytes.end(), 0);
+    return asio::ip::address_v6(bytes).to_string() + "/64";
+}
+
+} // namespace
+
 Server::Server(asio::io_context& io, ShareTable& shares, EventSink sink, ServerSettings settings)
     : shares_(shares), sink_(std::move(sink)), settings_(settings),
-      listener_(io, [this](asio::ip::tcp::socket socket) { admit(std::move(socket)); }), poll_(io) {
-}
+      listener_(io, [this](asio::ip::tcp::socket socket) { admit(std::move(socket)); }), poll_(io),
+      refusals_(kRefusalLines, kRefusalPeriod), refusalCount_(io) {}
 
 Server::~Server() {
     stop();
@@ -38,10 +69,12 @@ asio::ip::tcp::endpoint Server::localEndpoint() const {
 void Server::stop() {
     listener_.close();
     poll_.cancel();
+    refusalCount_.cancel();
+    logHeldBackRefusals();
     // finish() leaves the map, so walk a copy.
     auto sessions = sessions_;
-    for (auto& [id, session] : sessions) {
-        session->finish();
+    for (auto& [id, place] : sessions) {
+        place.session->finish();
     }
 }
 
@@ -52,29 +85,78 @@ void Server::publish(const std::vector<Event>& events) {
 }
 
 void Server::sessionEnded(std::uint64_t id) {
-    sessions_.erase(id);
+    auto found = sessions_.find(id);
+    if (found == sessions_.end()) {
+        return;
+    }
+    auto places = placesOfHost_.find(found->second.host);
+    if (--places->second == 0) {
+        placesOfHost_.erase(places);
+    }
+    sessions_.erase(found);
 }
 
 void Server::admit(asio::ip::tcp::socket socket) {
-    if (sessions_.size() >= settings_.maxPeers) {
-        return; // turned away: `socket` closes here
+    boost::system::error_code error;
+    const asio::ip::tcp::endpoint peer = socket.remote_endpoint(error);
+    if (error) {
+        return; // the host has gone already
+    }
+    const asio::ip::address address = plainAddress(peer.address());
+    const RemoteHost remote{address.to_string(), peer.port()};
+    const std::string host = hostKey(address);
+    if (auto reason = refusal(host)) {
+        logRefusal(Session::peerText(remote), *reason);
+        return; // `socket` closes here
     }
     const std::uint64_t id = nextId_++;
     std::shared_ptr<Exchange> session;
     if (tls_) {
-        boost::system::error_code error;
-        const asio::ip::tcp::endpoint peer = socket.remote_endpoint(error);
-        asio::ip::address address = peer.address();
-        if (address.is_v6() && address.to_v6().is_v4_mapped()) {
-            address = asio::ip::make_address_v4(asio::ip::v4_mapped, address.to_v6());
-        }
-        session = std::make_shared<TlsSession>(*this, id, std::move(socket),
-                                               RemoteHost{address.to_string(), peer.port()}, *tls_);
+        session = std::make_shared<TlsSession>(*this, id, std::move(socket), remote, *tls_);
     } else {
-        session = std::make_shared<Session>(*this, id, std::move(socket));
+        session = std::make_shared<Session>(*this, id, std::move(socket), remote);
     }
-    sessions_.emplace(id, session);
+    sessions_.emplace(id, Place{session, host});
+    ++placesOfHost_[host];
     session->start();
+}
+
+std::optional<std::string> Server::refusal(const std::string& host) const {
+    auto places = placesOfHost_.find(host);
+    if (places != placesOfHost_.end() && places->second >= settings_.maxPerHost) {
+        return "too many connections of this host (" + std::to_string(settings_.maxPerHost) + ")";
+    }
+    if (places == placesOfHost_.end() && placesOfHost_.size() >= settings_.maxHosts) {
+        return "too many hosts (" + std::to_string(settings_.maxHosts) + ")";
+    }
+    return std::nullopt;
+}
+
+void Server::logRefusal(const std::string& peer, const std::string& reason) {
+    if (refusals_.admit(LogRateLimiter::Clock::now())) {
+        logActivity(LogLevel::warning, "USB/IP connection refused: " + reason,
+                    {{"HALVO_PEER", peer}});
+        return;
+    }
+    if (refusalCountDue_) {
+        return;
+    }
+    refusalCountDue_ = true;
+    refusalCount_.expires_at(refusals_.periodEnd());
+    refusalCount_.async_wait([this](const boost::system::error_code& error) {
+        if (!error) {
+            logHeldBackRefusals();
+        }
+    });
+}
+
+void Server::logHeldBackRefusals() {
+    refusalCountDue_ = false;
+    if (const std::uint64_t count = refusals_.takeHeldBack(); count > 0) {
+        logActivity(LogLevel::warning,
+                    std::to_string(count) +
+                        " more USB/IP connections refused, not logged one by one");
+    }
 }
 
 void Server::pollShares() {

@@ -4,13 +4,17 @@
 // loop; the share table decides what each host sees and may import.
 //
 // A host that sends a malformed request (another version, an unknown
-// operation, a bus id without its NUL), closes mid-request or stays silent
-// too long loses its own connection only.
+// operation, a bus id without its NUL), closes mid-request or does not finish
+// its exchange in time loses its own connection only.  No host takes more
+// than its share of places (see ServerSettings); the connections turned away
+// are logged, a flood of them as a few lines and a count.
 #pragma once
 
 #include "daemon/core/event.h"
+#include "daemon/core/log_rate_limiter.h"
 #include "daemon/core/share_table.h"
 #include "daemon/platform/listening_socket.h"
+#include "daemon/usbip/server_settings.h"
 #include "tls/context.h"
 
 #include <boost/asio/io_context.hpp>
@@ -28,15 +32,6 @@ namespace halvo::daemon::usbip {
 
 class Exchange;
 
-struct ServerSettings {
-    // How long a host may take to send its request.
-    std::chrono::milliseconds requestTimeout{10000};
-    // Hosts served at once; more are turned away until one is done.
-    std::size_t maxPeers = 64;
-    // How often shared devices are checked for hosts that detached.
-    std::chrono::milliseconds detachPoll{1000};
-};
-
 class Server {
   public:
     using EventSink = std::function<void(const Event&)>;
@@ -52,7 +47,7 @@ class Server {
     boost::asio::ip::tcp::endpoint localEndpoint() const;
 
     // Stops accepting and drops the hosts still sending requests; shares
-    // stay (the share table ends them).
+    // stay (the share table ends them).  Logs the refusals not yet counted.
     void stop();
 
     // Makes this the TLS port; before listening.
@@ -68,17 +63,32 @@ class Server {
     // Starts watching shares once listening; passes on why listening failed.
     std::optional<std::string> started(std::optional<std::string> problem);
     void admit(boost::asio::ip::tcp::socket socket);
+    // Why a new connection of `host` (its key) is turned away, if it is.
+    std::optional<std::string> refusal(const std::string& host) const;
+    void logRefusal(const std::string& peer, const std::string& reason);
+    void logHeldBackRefusals();
     void pollShares();
+
+    struct Place {
+        std::shared_ptr<Exchange> session;
+        std::string host;
+    };
 
     ShareTable& shares_;
     EventSink sink_;
     ServerSettings settings_;
     ListeningSocket listener_;
     boost::asio::steady_timer poll_;
-    std::map<std::uint64_t, std::shared_ptr<Exchange>> sessions_;
+    std::map<std::uint64_t, Place> sessions_;
+    // Each host's (by key) connections in `sessions_`.
+    std::map<std::string, std::size_t> placesOfHost_;
     // Set on the TLS port: every host's exchange runs inside TLS.
     std::optional<tls::Context> tls_;
     std::uint64_t nextId_ = 1;
+    LogRateLimiter refusals_;
+    // Set while the count of refusals held back is due at the period's end.
+    boost::asio::steady_timer refusalCount_;
+    bool refusalCountDue_ = false;
 };
 
 } // namespace halvo::daemon::usbip

@@ -1,6 +1,7 @@
 #include "daemon/usbip/session.h"
 
 #include "daemon/core/activity_log.h"
+#include "daemon/platform/socket_options.h"
 #include "daemon/usbip/server.h"
 
 #include <boost/asio/read.hpp>
@@ -10,39 +11,34 @@ namespace halvo::daemon::usbip {
 
 namespace asio = boost::asio;
 
-namespace {
-
-// IPv4 hosts on a dual-stack socket show as ::ffff:a.b.c.d; rules name them
-// by their IPv4 address.
-std::string addressText(const asio::ip::address& address) {
-    if (address.is_v6() && address.to_v6().is_v4_mapped()) {
-        return asio::ip::make_address_v4(asio::ip::v4_mapped, address.to_v6()).to_string();
-    }
-    return address.to_string();
-}
-
-} // namespace
-
-Session::Session(Server& server, std::uint64_t id, asio::ip::tcp::socket socket)
-    : server_(server), id_(id), socket_(std::move(socket)), deadline_(socket_.get_executor()) {
-    boost::system::error_code error;
-    auto peer = socket_.remote_endpoint(error);
-    if (!error) {
-        addr_ = addressText(peer.address());
-        port_ = peer.port();
-    }
-}
+Session::Session(Server& server, std::uint64_t id, asio::ip::tcp::socket socket, RemoteHost host)
+    : server_(server), id_(id), socket_(std::move(socket)), deadline_(socket_.get_executor()),
+      host_(std::move(host)) {}
 
 void Session::start() {
+    // The whole exchange, reply included: a host that does not read a long
+    // device list would otherwise keep its place for good.
     deadline_.expires_after(server_.settings().requestTimeout);
     deadline_.async_wait([self = shared_from_this()](const boost::system::error_code& error) {
-        if (!error) {
-            logActivity(LogLevel::warning, "USB/IP host dropped: no request in time",
-                        {{"HALVO_PEER", self->peerText()}});
-            self->finish();
+        if (!error && !self->finished_) {
+            self->dropLate();
         }
     });
     readMore();
+}
+
+void Session::dropLate() {
+    const bool answered = parser_.request().has_value();
+    logActivity(LogLevel::warning,
+                answered ? "USB/IP host dropped: reply not taken in time"
+                         : "USB/IP host dropped: no request in time",
+                {{"HALVO_PEER", peerText(host_)}});
+    if (!handedOff_) {
+        // A reset, so that the kernel does not keep the unsent reply either.
+        boost::system::error_code ignored;
+        socket_.set_option(asio::socket_base::linger(true, 0), ignored);
+    }
+    finish();
 }
 
 void Session::readMore() {
@@ -59,7 +55,7 @@ void Session::readMore() {
             self->parser_.feed(std::span(self->scratch_.data(), size));
             if (!self->parser_.error().empty()) {
                 logActivity(LogLevel::warning, "USB/IP request refused: " + self->parser_.error(),
-                            {{"HALVO_PEER", self->peerText()}});
+                            {{"HALVO_PEER", peerText(self->host_)}});
                 self->finish();
             } else if (self->parser_.request()) {
                 self->answer(*self->parser_.request());
@@ -70,17 +66,24 @@ void Session::readMore() {
 }
 
 void Session::answer(const Request& request) {
-    deadline_.cancel();
     if (request.code == OpCode::requestImport) {
         answerImport(request.busId);
         return;
     }
-    reply(encodeDeviceList(server_.shares().visibleTo(addr_)));
+    reply(encodeDeviceList(server_.shares().visibleTo(host_.addr)));
 }
 
 void Session::answerImport(const std::string& busId) {
-    ImportResult result =
-        server_.shares().import(busId, RemoteHost{addr_, port_}, socket_.native_handle());
+    // The kernel must notice a host that dies while it holds the device.
+    const LinkWatch watch = linkWatchFor(server_.settings().deadPeerAfter);
+    if (auto problem = prepareSharedSocket(socket_.native_handle(), watch)) {
+        logActivity(LogLevel::error, "USB/IP import refused: " + *problem,
+                    {{"HALVO_PEER", peerText(host_)}, {"HALVO_DEVICE", busId}});
+        reply(encodeImportReply(Status::deviceError, nullptr));
+        return;
+    }
+    ImportResult result = server_.shares().import(busId, host_, socket_.native_handle());
+    handedOff_ = result.status == ImportStatus::ok;
     server_.publish(result.events);
     reply(encodeImportReply(wireStatus(result.status), result.device ? &*result.device : nullptr));
 }
@@ -104,8 +107,9 @@ void Session::finish() {
     server_.sessionEnded(id_);
 }
 
-std::string Session::peerText() const {
-    return addr_ + ":" + std::to_string(port_);
+std::string Session::peerText(const RemoteHost& host) {
+    const bool v6 = host.addr.find(':') != std::string::npos;
+    return (v6 ? "[" + host.addr + "]" : host.addr) + ":" + std::to_string(host.port);
 }
 
 } // namespace halvo::daemon::usbip

@@ -1,6 +1,8 @@
-// One remote host's connection until its request is answered.
+// One remote host's connection until its request is answered and the reply
+// taken, within the server's request timeout.
 #pragma once
 
+#include "daemon/core/share_table.h"
 #include "daemon/usbip/exchange.h"
 #include "daemon/usbip/protocol.h"
 
@@ -16,19 +18,22 @@ class Server;
 
 class Session : public Exchange, public std::enable_shared_from_this<Session> {
   public:
-    Session(Server& server, std::uint64_t id, boost::asio::ip::tcp::socket socket);
+    Session(Server& server, std::uint64_t id, boost::asio::ip::tcp::socket socket, RemoteHost host);
 
     void start() override;
     // Closes the connection (the kernel keeps its own reference to an
     // imported one) and leaves the server.
     void finish() override;
 
+    // "addr:port", "[v6addr]:port": the host as log lines name it.
+    static std::string peerText(const RemoteHost& host);
+
   private:
     void readMore();
     void answer(const Request& request);
     void answerImport(const std::string& busId);
     void reply(std::vector<std::uint8_t> bytes);
-    std::string peerText() const;
+    void dropLate();
 
     Server& server_;
     std::uint64_t id_;
@@ -37,8 +42,9 @@ class Session : public Exchange, public std::enable_shared_from_this<Session> {
     RequestParser parser_;
     std::array<std::uint8_t, 64> scratch_{};
     std::vector<std::uint8_t> out_;
-    std::string addr_;
-    std::uint16_t port_ = 0;
+    RemoteHost host_;
+    // The kernel carries the connection: it is no longer ours to reset.
+    bool handedOff_ = false;
     bool finished_ = false;
 };
 

@@ -1,7 +1,9 @@
 #include "daemon/usbip/tls_session.h"
 
 #include "daemon/core/activity_log.h"
+#include "daemon/platform/socket_options.h"
 #include "daemon/usbip/server.h"
+#include "daemon/usbip/session.h"
 
 #include <algorithm>
 
@@ -74,9 +76,7 @@ template <typename Attempt, typename Next> void TlsSession::drive(Attempt attemp
 
 void TlsSession::shaken() {
     host_.names = tls_->peerNames();
-    logActivity(LogLevel::info, "USB/IP host proved its certificate",
-                {{"HALVO_PEER",
-                  host_.shownAs() + " (" + host_.addr + ":" + std::to_string(host_.port) + ")"}});
+    logActivity(LogLevel::info, "USB/IP host proved its certificate", {{"HALVO_PEER", peerText()}});
     readMore();
 }
 
@@ -131,6 +131,13 @@ void TlsSession::answerImport(const std::string& busId) {
     }
     // A device the host may not import is refused as absent by the share
     // table, whatever the kernel could have done.
+    // The kernel must notice a host that dies while it holds the device.
+    const LinkWatch watch = linkWatchFor(server_.settings().deadPeerAfter);
+    if (auto problem = prepareSharedSocket(socket_.native_handle(), watch)) {
+        warn("USB/IP import refused: " + *problem);
+        reply(encodeImportReply(Status::deviceError, nullptr));
+        return;
+    }
     ImportResult result = server_.shares().import(busId, host_, socket_.native_handle());
     server_.publish(result.events);
     // The kernel has the socket and the keys: the reply is its first record.
@@ -167,10 +174,13 @@ void TlsSession::finish() {
     server_.sessionEnded(id_);
 }
 
+std::string TlsSession::peerText() const {
+    const std::string at = Session::peerText(host_);
+    return host_.names.empty() ? at : host_.shownAs() + " (" + at + ")";
+}
+
 void TlsSession::warn(const std::string& message) const {
-    const std::string at = host_.addr + ":" + std::to_string(host_.port);
-    logActivity(LogLevel::warning, message,
-                {{"HALVO_PEER", host_.names.empty() ? at : host_.shownAs() + " (" + at + ")"}});
+    logActivity(LogLevel::warning, message, {{"HALVO_PEER", peerText()}});
 }
 
 } // namespace halvo::daemon::usbip

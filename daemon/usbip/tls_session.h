@@ -41,6 +41,8 @@ class TlsSession : public Exchange, public std::enable_shared_from_this<TlsSessi
     void answer(const Request& request);
     void answerImport(const std::string& busId);
     void reply(std::vector<std::uint8_t> bytes);
+    // "name (addr:port)" once the certificate is known, else "addr:port".
+    std::string peerText() const;
     void warn(const std::string& message) const;
 
     Server& server_;

@@ -45,7 +45,8 @@ bool eventually(const std::function<bool()>& check, std::chrono::milliseconds ti
     return true;
 }
 
-TestClient::TestClient(std::uint16_t port) : fd_(connectToLoopback(port)) {}
+TestClient::TestClient(std::uint16_t port, const char* source)
+    : fd_(connectToLoopback(port, source)) {}
 
 TestClient::~TestClient() {
     close();

@@ -51,7 +51,8 @@ struct Packet {
 // time limits.
 class TestClient {
   public:
-    explicit TestClient(std::uint16_t port);
+    // From the loopback address `source` when one is given.
+    explicit TestClient(std::uint16_t port, const char* source = nullptr);
     ~TestClient();
     TestClient(const TestClient&) = delete;
     TestClient& operator=(const TestClient&) = delete;

@@ -104,6 +104,14 @@ sockaddr_in loopback(std::uint16_t port) {
     return address;
 }
 
+// Binds `fd` to the IPv4 address `source`, if one is given.
+bool bindTo(int fd, const char* source) {
+    sockaddr_in from = loopback(0);
+    return source == nullptr ||
+           (::inet_pton(AF_INET, source, &from.sin_addr) == 1 &&
+            ::bind(fd, reinterpret_cast<const sockaddr*>(&from), sizeof from) == 0);
+}
+
 } // namespace
 
 int listenOnLoopback(std::uint16_t port) {
@@ -126,10 +134,11 @@ std::uint16_t localPort(int listener) {
     return ntohs(address.sin_port);
 }
 
-int connectToLoopback(std::uint16_t port) {
+int connectToLoopback(std::uint16_t port, const char* source) {
     const int fd = openSocket(AF_INET, SOCK_STREAM);
     const sockaddr_in address = loopback(port);
-    if (fd < 0 || ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    if (fd < 0 || !bindTo(fd, source) ||
+        ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
         ::close(fd);
         return -1;
     }

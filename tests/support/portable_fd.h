@@ -25,7 +25,9 @@ bool receiveExactly(int fd, char* into, std::size_t size, const std::function<bo
 int listenOnLoopback(std::uint16_t port);
 // The port a listening socket has.
 std::uint16_t localPort(int listener);
-// A TCP connection to 127.0.0.1:`port` without Nagle's delay, or -1.
-int connectToLoopback(std::uint16_t port);
+// A TCP connection to 127.0.0.1:`port` without Nagle's delay, or -1; from
+// the loopback address `source` when one is given (127.0.0.2 stands for
+// another host).
+int connectToLoopback(std::uint16_t port, const char* source = nullptr);
 
 } // namespace halvo::testkit
