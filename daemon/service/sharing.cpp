@@ -69,7 +69,7 @@ std::optional<std::string> Sharing::serveTls(boost::asio::io_context& io, const 
     if (!context) {
         return "cannot serve USB/IP over TLS: " + context.error();
     }
-    tlsServer_ = std::make_unique<usbip::Server>(io, shares_, std::move(sink));
+    tlsServer_ = std::make_unique<usbip::Server>(io, shares_, std::move(sink), options.sharing);
     tlsServer_->useTls(std::move(context).value());
     if (activated) {
         if (auto error = tlsServer_->adopt(*activated)) {
