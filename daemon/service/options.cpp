@@ -118,6 +118,17 @@ std::optional<std::string> setSeconds(Options& options, std::string_view value) 
     return std::nullopt;
 }
 
+// An address that is off unless given.
+template <std::optional<asio::ip::tcp::endpoint> Options::*Field>
+std::optional<std::string> setOptionalEndpoint(Options& options, std::string_view value) {
+    asio::ip::tcp::endpoint endpoint;
+    auto problem = setEndpoint(endpoint, value);
+    if (!problem) {
+        options.*Field = endpoint;
+    }
+    return problem;
+}
+
 template <std::string Options::*Field>
 std::optional<std::string> setText(Options& options, std::string_view value) {
     options.*Field = std::string(value);
@@ -161,23 +172,9 @@ constexpr std::array<KnownOption, 30> kOptions = {{
     {"allow-remote", "", "allow an address other than loopback",
      [](Options& o, std::string_view v) { return setSwitch(o.allowRemote, v); }},
     {"share-listen", "ADDR:PORT", "share devices over USB/IP there (default: off; no encryption)",
-     [](Options& o, std::string_view v) -> std::optional<std::string> {
-         asio::ip::tcp::endpoint endpoint;
-         auto problem = setEndpoint(endpoint, v);
-         if (!problem) {
-             o.shareListen = endpoint;
-         }
-         return problem;
-     }},
+     setOptionalEndpoint<&Options::shareListen>},
     {"share-tls-listen", "ADDR:PORT", "share devices over USB/IP in TLS there (default: off)",
-     [](Options& o, std::string_view v) -> std::optional<std::string> {
-         asio::ip::tcp::endpoint endpoint;
-         auto problem = setEndpoint(endpoint, v);
-         if (!problem) {
-             o.shareTlsListen = endpoint;
-         }
-         return problem;
-     }},
+     setOptionalEndpoint<&Options::shareTlsListen>},
     {"tls-cert", "FILE", "the TLS port's certificate chain (PEM)", setText<&Options::tlsCert>},
     {"tls-key", "FILE", "its private key (PEM)", setText<&Options::tlsKey>},
     {"tls-client-ca", "FILE", "CA certificates that hosts' certificates must chain to",
