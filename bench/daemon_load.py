@@ -15,10 +15,21 @@ open transaction, then 40 beginning over a 5 MiB committed set), stalled (two
 headers announcing 100 + 28 MiB, never followed by their payloads, while root
 asks), parse16 and parse512 (one 99 MiB numeric array under --max-parse-mib
 16 and 512), bystander (another client's device-list latency while one
-client repeats 33 MiB loads, beside the same figure idle in the same run).
+client repeats 33 MiB loads, beside the same figure idle in the same run);
+as root, with another user (nobody) as the crowd:
+descriptor-flood (20000 silent connections), starved (2000 connections
+after the daemon's limit of open files was lowered to a few more than it
+holds) and renewing (5000 connections, the oldest closed and a new one
+opened without pause). Those count root's tries served during the load,
+next to the same tries before it, and the log lines the load cost.
 """
+import collections
+# Loaded before the crowd gives up root's rights: a lazy import may not be
+# readable by the crowd's user.
+import encodings.idna  # noqa: F401
 import json
 import os
+import resource
 import re
 import socket
 import struct
@@ -303,11 +314,120 @@ def bystander(daemon):
             f"p99 {percentile(idle, 0.99):.1f} ms")
 
 
+
+
+ROOT_TRIES = 23
+CROWD_USER = 65534  # nobody: neither root nor in the admin group
+PER_PROCESS = 10000  # connections one crowd process holds
+
+
+def crowd_process(port, count, renew, ready):
+    """Runs as CROWD_USER: holds `count` connections, renewing them if asked."""
+    os.setgroups([])
+    os.setgid(CROWD_USER)
+    os.setuid(CROWD_USER)
+    held = collections.deque()
+
+    def connect():
+        try:
+            held.append(socket.create_connection(("127.0.0.1", port), timeout=1))
+        except OSError:
+            pass
+
+    for _ in range(count):
+        connect()
+    os.write(ready, b"+")
+    while renew:
+        if held:
+            held.popleft().close()
+        connect()
+    time.sleep(3600)
+
+
+class Crowd:
+    """Another user's connections, from as many processes as they need."""
+
+    def __init__(self, port, count, renew=False):
+        self.pids = []
+        for start in range(0, count, PER_PROCESS):
+            ready_read, ready_write = os.pipe()
+            pid = os.fork()
+            if pid == 0:
+                try:
+                    crowd_process(port, min(PER_PROCESS, count - start), renew, ready_write)
+                finally:
+                    os._exit(0)
+            os.close(ready_write)
+            os.read(ready_read, 1)
+            os.close(ready_read)
+            self.pids.append(pid)
+
+    def stop(self):
+        for pid in self.pids:
+            os.kill(pid, 9)
+            os.waitpid(pid, 0)
+
+
+def root_served(daemon):
+    """Of ROOT_TRIES device lists asked by root, how many were answered."""
+    served = 0
+    for _ in range(ROOT_TRIES):
+        try:
+            with socket.create_connection(("127.0.0.1", daemon.port), timeout=1) as sock:
+                sock.settimeout(1)
+                sock.sendall(packet(0))
+                reply = read_packet(sock)
+                served += reply is not None and "devices" in reply[1]
+        except OSError:
+            pass
+        time.sleep(0.05)
+    return served
+
+
+def under_crowd(daemon, count, renew=False, before_load=None):
+    if os.geteuid() != 0:
+        return "needs root"
+    quiet = root_served(daemon)
+    if before_load:
+        before_load(daemon)
+    lines_before = len(daemon.log)
+    crowd = Crowd(daemon.port, count, renew)
+    try:
+        loaded = root_served(daemon)
+    finally:
+        crowd.stop()
+    return (f"root served {loaded} of {ROOT_TRIES} (quiet {quiet} of {ROOT_TRIES}); "
+            f"{len(daemon.log) - lines_before} log lines")
+
+
+def descriptor_flood(daemon):
+    """Another user opens 20000 connections and keeps them silent."""
+    return under_crowd(daemon, 20000)
+
+
+def starved(daemon):
+    """The daemon's limit of open files drops to 40 more than it holds, then
+    another user opens 2000 connections."""
+    def lower_limit(daemon):
+        held = len(os.listdir(f"/proc/{daemon.process.pid}/fd"))
+        resource.prlimit(daemon.process.pid, resource.RLIMIT_NOFILE, (held + 40, held + 40))
+    return under_crowd(daemon, 2000, before_load=lower_limit)
+
+
+def renewing(daemon):
+    """Another user keeps 5000 connections, renewing the oldest without pause."""
+    return under_crowd(daemon, 5000, renew=True)
+
+
+# Options a scenario runs the daemon with; one user's 1000 clients need a
+# share of the table that large.
+EXTRA_OPTIONS = {"clients": ["--max-clients-per-user", "1000"],
+                 "parse16": ["--max-parse-mib", "16"], "parse512": ["--max-parse-mib", "512"]}
+
 SCENARIOS = {"clients": clients, "pipeliners": pipeliners, "sleepers": sleepers,
              "senders": senders, "transactions": transactions, "stalled": stalled,
-             "parse16": parse, "parse512": parse, "bystander": bystander}
-# Options a scenario runs the daemon with.
-EXTRA = {"parse16": ["--max-parse-mib", "16"], "parse512": ["--max-parse-mib", "512"]}
+             "parse16": parse, "parse512": parse, "bystander": bystander,
+             "descriptor-flood": descriptor_flood, "starved": starved, "renewing": renewing}
 
 
 def main():
@@ -317,7 +437,7 @@ def main():
     print("|---|---|---|---|---|---|")
     for name in names:
         with tempfile.TemporaryDirectory() as scratch:
-            daemon = Daemon(halvod, scratch, EXTRA.get(name, ()))
+            daemon = Daemon(halvod, scratch, EXTRA_OPTIONS.get(name, ()))
             try:
                 time.sleep(0.2)
                 idle = daemon.rss_mib()

@@ -37,18 +37,22 @@ _halvod()
         return
         ;;
     --listen | --share-listen | --share-tls-listen | --rescan-ms | --max-clients | --max-clients-per-user | \
-        --memory-budget-mib | --max-unread-mib | --max-parse-mib | --idle-seconds | \
-        --share-max-per-host | --share-max-hosts | --share-timeout-ms | --share-dead-peer-seconds)
+        --reserved-clients | --memory-budget-mib | --max-unread-mib | --max-parse-mib | \
+        --first-request-seconds | --idle-seconds | --payload-timeout-seconds | \
+        --max-transaction-mib | --max-transactions-per-user | --share-max-per-host | \
+        --share-max-hosts | --share-timeout-ms | --share-dead-peer-seconds)
         return
         ;;
     esac
 
     mapfile -t COMPREPLY < <(compgen -W "--config --listen --allow-remote --sysfs --devices
         --connections --rules --rules-in-memory --default --rescan-ms --admin-group
-        --max-clients --max-clients-per-user --memory-budget-mib --max-unread-mib
-        --max-parse-mib --idle-seconds --share-listen --share-max-per-host --share-max-hosts
-        --share-timeout-ms --share-dead-peer-seconds --share-tls-listen --tls-cert --tls-key
-        --tls-client-ca --help --version" -- "$cur")
+        --max-clients --max-clients-per-user --reserved-clients --memory-budget-mib
+        --max-unread-mib --max-parse-mib --first-request-seconds --idle-seconds
+        --payload-timeout-seconds --max-transaction-mib --max-transactions-per-user
+        --share-listen --share-max-per-host --share-max-hosts --share-timeout-ms
+        --share-dead-peer-seconds --share-tls-listen --tls-cert --tls-key --tls-client-ca
+        --help --version" -- "$cur")
 } &&
     complete -F _halvod halvod
 

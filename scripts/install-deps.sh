@@ -21,6 +21,8 @@ packages=(
   adduser                                           # halvod package's postinst, in the dpkg -i check
   util-linux iproute2                               # private network namespaces in tests
   valgrind                                          # memcheck runs on request
+  qemu-system-x86 busybox-static kmod               # the VM suite (tests/vm): Debian's kernel
+                                                    # under qemu, its initramfs, module order
 )
 
 missing=()

@@ -1,5 +1,6 @@
 // The bounds that keep one client, or a crowd of them, from taking the
-// daemon's memory or its client table. Each has an option (halvod(8)).
+// daemon's memory, its client table or its descriptors. Each has an option
+// (halvod(8)).
 #pragma once
 
 #include <chrono>
@@ -11,7 +12,11 @@ inline constexpr std::size_t kMiB = 1024u * 1024u;
 
 struct ClientLimits {
     std::size_t maxClients = 4096;
-    std::size_t maxClientsPerUser = 1024;
+    // Well below maxClients: it takes many users to fill the table.
+    std::size_t maxClientsPerUser = 64;
+    // Places in the table that only administrators (who may change what is
+    // shared) take, so that no crowd keeps them out; at most half the table.
+    std::size_t reservedClients = 64;
     // A client is not read while this much of its output is unsent: it gets
     // its replies before it may ask again.
     std::size_t readPauseBytes = 1 * kMiB;
@@ -23,7 +28,11 @@ struct ClientLimits {
     std::size_t memoryBudget = 128 * kMiB;
     // Memory one request's JSON may take once parsed.
     std::size_t maxParseBytes = 512 * kMiB;
-    // When the table is full, a client idle this long makes room for a new one.
+    // When the table, or a user's share of it, is full: a client that made
+    // no request this long after connecting makes room at once (an event
+    // monitor asks nothing, so silence alone does not end a client) ...
+    std::chrono::seconds firstRequestAfter{5};
+    // ... and so does a client idle this long.
     std::chrono::seconds idleAfter{600};
     // A payload must arrive in full within this time of its header.
     std::chrono::seconds payloadTimeout{30};
@@ -34,5 +43,13 @@ struct ClientLimits {
 
     bool operator==(const ClientLimits&) const = default;
 };
+
+// Descriptors kept for all but the control clients: the USB/IP hosts, the
+// listening sockets and their spares, files, look-ups, the journal.
+inline constexpr std::size_t kDescriptorsKept = 256;
+
+// `limits` with no more clients than `descriptors` open files can serve
+// besides what the daemon keeps for itself.
+ClientLimits fitToDescriptors(ClientLimits limits, std::size_t descriptors);
 
 } // namespace halvo::daemon

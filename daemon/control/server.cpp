@@ -14,10 +14,25 @@ namespace halvo::daemon {
 namespace asio = boost::asio;
 using asio::ip::tcp;
 
+namespace {
+
+std::string uidText(std::optional<uid_t> uid) {
+    return uid ? std::to_string(*uid) : std::string("none");
+}
+
+std::string peerText(const tcp::endpoint& peer) {
+    return peer.address().to_string() + ":" + std::to_string(peer.port());
+}
+
+} // namespace
+
 Server::Server(asio::io_context& io, RequestHandler& handler, AccessPolicy access,
                ClientLimits limits)
     : handler_(handler), access_(access), limits_(limits), budget_(limits.memoryBudget),
-      worker_(io), listener_(io, [this](tcp::socket socket) { admit(std::move(socket)); }) {}
+      worker_(io), turnedAway_(io, "clients refused or dropped to make room"),
+      listener_(
+          io, [this](tcp::socket socket) { admit(std::move(socket), false); },
+          [this](tcp::socket socket) { admit(std::move(socket), true); }) {}
 
 std::optional<std::string> Server::listen(const tcp::endpoint& endpoint) {
     return listener_.listen(endpoint);
@@ -31,66 +46,89 @@ tcp::endpoint Server::localEndpoint() const {
     return listener_.localEndpoint();
 }
 
-void Server::admit(tcp::socket socket) {
+void Server::admit(tcp::socket socket, bool scarce) {
     boost::system::error_code ignored;
-    const std::optional<uid_t> uid =
-        localSocketOwner(socket.local_endpoint(ignored), socket.remote_endpoint(ignored));
-    std::optional<std::string> refusal = refusalFor(uid);
     const tcp::endpoint peer = socket.remote_endpoint(ignored);
-    std::uint64_t id = nextClientId_++;
+    const std::optional<uid_t> uid = localSocketOwner(socket.local_endpoint(ignored), peer);
+    const bool administrator = access_.mayChange(uid);
+    if (auto refusal = refusalFor(uid, administrator, scarce)) {
+        // Closed unanswered: the client reports a broken link, not an empty success.
+        turnedAway_.log(LogLevel::warning, "client refused: " + *refusal,
+                        {{"HALVO_UID", uidText(uid)}, {"HALVO_PEER", peerText(peer)}});
+        return;
+    }
+    const std::uint64_t id = nextClientId_++;
     auto session = std::make_shared<Session>(std::move(socket), id, *this, limits_, budget_);
     session->setUid(uid);
-    session->setMayChange(access_.mayChange(uid));
-    sessions_.emplace(id, session);
-    if (refusal) {
-        logActivity(
-            LogLevel::warning, "client refused: " + *refusal,
-            {{"HALVO_UID", uid ? std::to_string(*uid) : std::string("none")},
-             {"HALVO_PEER", peer.address().to_string() + ":" + std::to_string(peer.port())}});
-        session->refuse(std::move(*refusal));
-    } else {
-        session->start();
-    }
+    session->setMayChange(administrator);
+    clients_.emplace(id, Client{session});
+    ++clientsOfUser_[uid];
+    session->start();
 }
 
-std::optional<std::string> Server::refusalFor(std::optional<uid_t> uid) {
-    std::optional<std::string> refusal;
-    auto among = [](const auto&) { return true; };
-    auto sameUser = [uid](const auto& entry) { return entry.second->uid() == uid; };
-    if (static_cast<std::size_t>(std::count_if(sessions_.begin(), sessions_.end(), sameUser)) >=
-        limits_.maxClientsPerUser) {
-        refusal = "busy: too many clients of this user (" +
-                  std::to_string(limits_.maxClientsPerUser) + ")";
-        return makeRoom(sameUser) ? std::nullopt : refusal;
+std::optional<std::string> Server::refusalFor(std::optional<uid_t> uid, bool administrator,
+                                              bool scarce) {
+    auto ordinary = [](const Client& client) { return !client.session->mayChange(); };
+    if (scarce) {
+        // The connection already holds the last descriptor: an administrator
+        // keeps it, at another user's expense.
+        if (!administrator) {
+            return "out of descriptors";
+        }
+        makeRoom(ordinary, true);
+        return std::nullopt;
     }
-    if (sessions_.size() >= limits_.maxClients) {
-        refusal = "busy: too many clients (" + std::to_string(limits_.maxClients) + ")";
-        return makeRoom(among) ? std::nullopt : refusal;
+    auto sameUser = [uid](const Client& client) { return client.session->uid() == uid; };
+    const auto ofUser = clientsOfUser_.find(uid);
+    if (ofUser != clientsOfUser_.end() && ofUser->second >= limits_.maxClientsPerUser &&
+        !makeRoom(sameUser, false)) {
+        return "busy: too many clients of this user (" + std::to_string(limits_.maxClientsPerUser) +
+               ")";
+    }
+    const std::size_t reserve = std::min(limits_.reservedClients, limits_.maxClients / 2);
+    const std::size_t places = administrator ? limits_.maxClients : limits_.maxClients - reserve;
+    if (clients_.size() >= places && !makeRoom(ordinary, administrator)) {
+        return "busy: too many clients (" + std::to_string(limits_.maxClients) + ")";
     }
     return std::nullopt;
 }
 
-template <typename Filter> bool Server::makeRoom(Filter candidates) {
-    // The client heard from least recently goes, if it has been idle long enough.
-    std::shared_ptr<Session> idlest;
-    for (const auto& entry : sessions_) {
-        if (candidates(entry) && (!idlest || entry.second->lastHeard() < idlest->lastHeard())) {
-            idlest = entry.second;
+bool Server::mayMakeRoom(const Client& client, std::chrono::steady_clock::time_point now) const {
+    return (!client.asked && now - client.connected >= limits_.firstRequestAfter) ||
+           now - client.session->lastHeard() >= limits_.idleAfter;
+}
+
+template <typename Filter> bool Server::makeRoom(Filter candidates, bool evenIfBusy) {
+    const auto now = std::chrono::steady_clock::now();
+    const Client* chosen = nullptr;
+    for (const auto& [id, client] : clients_) {
+        if (candidates(client) && (evenIfBusy || mayMakeRoom(client, now)) &&
+            (!chosen || client.session->lastHeard() < chosen->session->lastHeard())) {
+            chosen = &client;
         }
     }
-    if (!idlest || std::chrono::steady_clock::now() - idlest->lastHeard() < limits_.idleAfter) {
+    if (!chosen) {
         return false;
     }
-    idlest->close("idle while the client table is full");
+    const std::shared_ptr<Session> dropped = chosen->session;
+    const char* why = !mayMakeRoom(*chosen, now)
+                          ? "client dropped to make room for an administrator"
+                      : chosen->asked ? "client dropped to make room: idle"
+                                      : "client dropped to make room: silent since it connected";
+    turnedAway_.log(LogLevel::warning, why,
+                    {{"HALVO_CLIENT", std::to_string(dropped->id())},
+                     {"HALVO_UID", uidText(dropped->uid())},
+                     {"HALVO_PEER", peerText(dropped->peer())}});
+    dropped->close();
     return true;
 }
 
 void Server::broadcast(const Event& event) {
     const std::string packet = link::encodePacket(link::code(event.code), event.payload);
     // A session may end while it is sent to, so walk a copy.
-    auto sessions = sessions_;
-    for (auto& [id, session] : sessions) {
-        session->send(packet);
+    auto clients = clients_;
+    for (auto& [id, client] : clients) {
+        client.session->send(packet);
     }
     enforceBudget();
 }
@@ -99,26 +137,29 @@ void Server::enforceBudget() {
     // The clients that read least pay for the budget, not the active ones.
     while (budget_.exceeded()) {
         auto hog =
-            std::max_element(sessions_.begin(), sessions_.end(), [](const auto& a, const auto& b) {
-                return a.second->unsentBytes() < b.second->unsentBytes();
+            std::max_element(clients_.begin(), clients_.end(), [](const auto& a, const auto& b) {
+                return a.second.session->unsentBytes() < b.second.session->unsentBytes();
             });
-        if (hog == sessions_.end() || hog->second->unsentBytes() == 0) {
+        if (hog == clients_.end() || hog->second.session->unsentBytes() == 0) {
             return;
         }
-        std::shared_ptr<Session> dropped = hog->second;
+        std::shared_ptr<Session> dropped = hog->second.session;
         dropped->close("too much unread output");
     }
 }
 
 void Server::stop() {
     listener_.close();
-    auto sessions = sessions_;
-    for (auto& [id, session] : sessions) {
-        session->close();
+    auto clients = clients_;
+    for (auto& [id, client] : clients) {
+        client.session->close();
     }
 }
 
 void Server::packetReceived(Session& session, std::uint32_t command, boost::json::object payload) {
+    if (auto client = clients_.find(session.id()); client != clients_.end()) {
+        client->second.asked = true;
+    }
     const Caller caller{session.id(), session.uid(), session.mayChange()};
     if (auto work = handler_.offLoop(caller, command, payload)) {
         worker_.run(std::move(*work), [this, session = session.shared_from_this(),
@@ -164,7 +205,9 @@ void Server::answer(Session& session, std::uint32_t command, const RequestHandle
 
 void Server::sessionEnded(Session& session) {
     handler_.clientLeft(session.id());
-    sessions_.erase(session.id());
+    if (clients_.erase(session.id()) != 0 && --clientsOfUser_[session.uid()] == 0) {
+        clientsOfUser_.erase(session.uid());
+    }
     if (handler_.freedMemory()) {
         worker_.post(returnFreeMemory);
     }

@@ -62,11 +62,6 @@ void Session::start() {
     readHeader();
 }
 
-void Session::refuse(std::string reason) {
-    refusal_ = std::move(reason);
-    readHeader();
-}
-
 void Session::readHeader() {
     asio::async_read(
         socket_, asio::buffer(header_),
@@ -80,13 +75,6 @@ void Session::readHeader() {
             }
             self->lastHeard_ = std::chrono::steady_clock::now();
             link::PacketHeader header = link::decodeHeader(self->header_.data());
-            if (self->refusal_) {
-                json::object reply;
-                reply["status"] = *self->refusal_;
-                self->closeWhenSent_ = true;
-                self->send(link::encodePacket(header.command, reply), true);
-                return;
-            }
             if (header.size == 0) {
                 self->payload_.clear();
                 self->deliver(header.command);
@@ -245,9 +233,6 @@ void Session::writeNext() {
             self->outbox_.pop_front();
             if (!self->outbox_.empty()) {
                 self->writeNext();
-            } else if (self->closeWhenSent_) {
-                self->close();
-                return;
             }
             self->resumeReading();
         });

@@ -75,9 +75,6 @@ class Session : public std::enable_shared_from_this<Session> {
 
     // Serves requests.
     void start();
-    // Answers the client's first request with `reason` as its status, then
-    // closes: a refusal the client can report.
-    void refuse(std::string reason);
     // Queues one encoded packet; a reply is always queued, an event drops a
     // client that leaves too much unread. The reply to the request under way
     // lets the session read the next one.
@@ -121,12 +118,10 @@ class Session : public std::enable_shared_from_this<Session> {
     std::deque<std::string> outbox_;
     std::size_t queuedBytes_ = 0;
     std::chrono::steady_clock::time_point lastHeard_ = std::chrono::steady_clock::now();
-    std::optional<std::string> refusal_;
     bool readPaused_ = false;
     bool receivingPayload_ = false;
     bool awaitingReply_ = false;
     bool largeRequest_ = false;
-    bool closeWhenSent_ = false;
     bool closed_ = false;
 };
 

@@ -22,6 +22,7 @@
 #include <csignal>
 #include <cstdio>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -72,13 +73,29 @@ util::Expected<boost::json::array> loadCommittedRules(const daemon::Options& opt
     return daemon::loadRulesFile(*options.rulesPath);
 }
 
-// Every client holds a descriptor: allow as many as the system lets us.
-void raiseDescriptorLimit() {
+// Every client holds a descriptor: allow as many as the system lets us, and
+// serve no more clients than that many descriptors can.
+daemon::ClientLimits fitLimitsToDescriptors(const daemon::ClientLimits& wanted) {
     rlimit limit{};
-    if (::getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < limit.rlim_max) {
-        limit.rlim_cur = limit.rlim_max;
-        ::setrlimit(RLIMIT_NOFILE, &limit);
+    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) {
+        return wanted;
     }
+    if (limit.rlim_cur < limit.rlim_max) {
+        limit.rlim_cur = limit.rlim_max;
+        if (::setrlimit(RLIMIT_NOFILE, &limit) != 0) {
+            ::getrlimit(RLIMIT_NOFILE, &limit);
+        }
+    }
+    const std::size_t descriptors = static_cast<std::size_t>(
+        std::min<rlim_t>(limit.rlim_cur, std::numeric_limits<std::size_t>::max()));
+    daemon::ClientLimits fitted = daemon::fitToDescriptors(wanted, descriptors);
+    if (fitted.maxClients < wanted.maxClients) {
+        const std::string clients = std::to_string(fitted.maxClients);
+        daemon::logActivity(daemon::LogLevel::warning, "serving at most " + clients +
+                                                           " clients: the limit of open files is " +
+                                                           std::to_string(descriptors));
+    }
+    return fitted;
 }
 
 // Takes the socket that socket activation passed, or binds the address.
@@ -163,14 +180,13 @@ int serve(std::span<const char* const> arguments, daemon::Options options) {
     daemon::RequestHandler handler(devices, table, connections.value(), rules, shares.shares(),
                                    options.defaultAction);
 
-    raiseDescriptorLimit();
     if (auto problem = daemon::socketOwnersUnavailable()) {
         daemon::logActivity(daemon::LogLevel::warning,
                             "clients' users cannot be found: " + *problem +
                                 "; every client may look and test, none may change anything");
     }
     daemon::Server server(io, handler, daemon::AccessPolicy(::geteuid(), adminGroup),
-                          options.limits);
+                          fitLimitsToDescriptors(options.limits));
     if (auto error = startListening(server, options, passed)) {
         return fail(*error);
     }

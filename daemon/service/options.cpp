@@ -161,7 +161,7 @@ std::optional<std::string> setRulesInMemory(Options& options, std::string_view v
 }
 
 // The options in the order of the help text; "config" is read first.
-constexpr std::array<KnownOption, 30> kOptions = {{
+constexpr auto kOptions = std::to_array<KnownOption>({
     {"config", "PATH", "config file (default /etc/halvo/halvod.conf)",
      [](Options& o, std::string_view v) -> std::optional<std::string> {
          o.configPath = v;
@@ -225,14 +225,18 @@ constexpr std::array<KnownOption, 30> kOptions = {{
      }},
     {"max-clients", "N", "clients served at once (default 4096)",
      setLimit<&ClientLimits::maxClients, 1>},
-    {"max-clients-per-user", "N", "clients of one user at once (default 1024)",
+    {"max-clients-per-user", "N", "clients of one user at once (default 64)",
      setLimit<&ClientLimits::maxClientsPerUser, 1>},
+    {"reserved-clients", "N", "places only administrators take (default 64)",
+     setLimit<&ClientLimits::reservedClients, 1>},
     {"memory-budget-mib", "N", "unsent and unread bytes of all clients (default 128)",
      setLimit<&ClientLimits::memoryBudget, kMiB>},
     {"max-unread-mib", "N", "unread output that drops a client (default 128)",
      setLimit<&ClientLimits::maxUnreadBytes, kMiB>},
     {"max-parse-mib", "N", "memory one parsed request may take (default 512)",
      setLimit<&ClientLimits::maxParseBytes, kMiB>},
+    {"first-request-seconds", "N", "silence that lets a new client make room (default 5)",
+     setSeconds<&ClientLimits::firstRequestAfter>},
     {"idle-seconds", "N", "idle time that lets a client make room (default 600)",
      setSeconds<&ClientLimits::idleAfter>},
     {"payload-timeout-seconds", "N", "time a request's payload may take to arrive (default 30)",
@@ -242,7 +246,7 @@ constexpr std::array<KnownOption, 30> kOptions = {{
     {"max-transactions-per-user", "N", "open rule transactions of one user (default 8)",
      setLimit<&ClientLimits::transactionsPerUser, 1>},
     {"version", "", "print the version and exit", nullptr},
-}};
+});
 
 bool isSwitch(const KnownOption& option) {
     return *option.valueName == '\0';

@@ -1,6 +1,6 @@
 // halvod's USB/IP server as remote hosts meet it: Debian's `usbip` client,
-// a scripted importer, halvoctl watching and ending shares, and the kernel's
-// side on a sysfs fixture tree.  Each test process takes the fixed ports for
+// a scripted importer, halvoctl watching and ending shares (the kernel's side
+// is the VM suite's, tests/vm).  Each test process takes the fixed ports for
 // itself first (a private network namespace, or else a lock).
 #include "tests/support/daemon_harness.h"
 #include "tests/support/private_network.h"
@@ -18,7 +18,6 @@
 namespace halvo::daemon {
 namespace {
 
-namespace fs = std::filesystem;
 using testkit::DaemonProcess;
 using testkit::eventually;
 using testkit::readFile;
@@ -207,43 +206,6 @@ TEST_F(UsbipSharing, AMalformedRequestDropsOnlyItsHost) {
     ASSERT_TRUE(reply);
     EXPECT_EQ(reply->substr(0, 12), std::string("\x01\x11\0\x05\0\0\0\0\0\0\0\x01", 12));
     EXPECT_EQ(reply->substr(12 + 256, 4), std::string("1-1\0", 4));
-}
-
-// The kernel's attribute files are plain files here, written in place
-// (no truncation), so each holds the last value written.
-TEST_F(UsbipSharing, SysfsDevicesGoToUsbipHostAndComeBack) {
-    const fs::path bus = scratch.path() / "bus";
-    for (const char* file :
-         {"drivers/usb/unbind", "drivers/usbip-host/match_busid", "drivers/usbip-host/bind",
-          "drivers/usbip-host/unbind", "drivers_probe"}) {
-        fs::create_directories((bus / file).parent_path());
-        writeFile(bus / file, "");
-    }
-    testkit::addSysfsEntry(bus / "devices" / "1-2", "idVendor=0781;idProduct=5567;usbip_status=2");
-    writeFile(bus / "devices" / "1-2" / "usbip_sockfd", "");
-    fs::create_directory_symlink("../../drivers/usb", bus / "devices" / "1-2" / "driver");
-    testkit::addSysfsEntry(bus / "devices" / "1-3", "idVendor=0951;idProduct=1666");
-    fs::create_directory_symlink("../../drivers/usbip-host", bus / "devices" / "1-3" / "driver");
-    auto file = [&](const char* name) { return readFile(bus / name); };
-
-    daemon = DaemonProcess::start({"--sysfs", (bus / "devices").string(), "--default", "share",
-                                   "--share-listen", "127.0.0.1:3240"});
-    ASSERT_TRUE(daemon);
-    EXPECT_EQ(file("drivers_probe"), "1-3") << "the leftover is given back at start";
-
-    TestClient host(kSharePort);
-    ASSERT_EQ(import(host, "1-2"), 0u);
-    EXPECT_TRUE(std::regex_match(file("devices/1-2/usbip_sockfd"), std::regex("[0-9]+\n")));
-
-    writeFile(bus / "devices" / "1-2" / "usbip_status", "1\n"); // the host detaches
-    EXPECT_TRUE(eventually([&] { return file("drivers_probe") == "1-2"; }));
-
-    writeFile(bus / "devices" / "1-2" / "usbip_status", "2\n");
-    TestClient again(kSharePort);
-    ASSERT_EQ(import(again, "1-2"), 0u);
-    daemon->signal(SIGTERM);
-    EXPECT_EQ(daemon->wait(), 0);
-    EXPECT_TRUE(file("devices/1-2/usbip_sockfd").starts_with("-1"));
 }
 
 // Each host is a loopback address of its own (127.0.0.2, 127.0.0.3, ...),

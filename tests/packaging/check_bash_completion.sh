@@ -103,7 +103,7 @@ run_table()
     expect "halvoctl conn drop " ""
     rm "$work/bin/no-daemon"
 
-    expect "halvod --" "--admin-group --allow-remote --config --connections --default --devices --help --idle-seconds --listen --max-clients --max-clients-per-user --max-parse-mib --max-unread-mib --memory-budget-mib --rescan-ms --rules --rules-in-memory --share-dead-peer-seconds --share-listen --share-max-hosts --share-max-per-host --share-timeout-ms --share-tls-listen --sysfs --tls-cert --tls-client-ca --tls-key --version"
+    expect "halvod --" "--admin-group --allow-remote --config --connections --default --devices --first-request-seconds --help --idle-seconds --listen --max-clients --max-clients-per-user --max-parse-mib --max-transaction-mib --max-transactions-per-user --max-unread-mib --memory-budget-mib --payload-timeout-seconds --rescan-ms --reserved-clients --rules --rules-in-memory --share-dead-peer-seconds --share-listen --share-max-hosts --share-max-per-host --share-timeout-ms --share-tls-listen --sysfs --tls-cert --tls-client-ca --tls-key --version"
     expect "halvod --default " "block share"
     expect "halvod --config ru" "rules.txt"
     expect "halvod --sysfs $work/" "$work/bin $work/files"

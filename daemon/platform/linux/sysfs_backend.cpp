@@ -4,7 +4,11 @@
 
 #include <algorithm>
 #include <charconv>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
 #include <system_error>
+#include <thread>
 
 namespace halvo::daemon {
 
@@ -13,6 +17,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::string_view kFallbackName = "USB device";
+constexpr std::string_view kImportController = "vhci_hcd";
 
 template <typename Number>
 std::optional<Number> readHexAttribute(const fs::path& folder, const char* name) {
@@ -170,21 +175,28 @@ std::optional<Device> readDevice(const fs::path& folder) {
     return device;
 }
 
-} // namespace
+// Whether the device in `folder` hangs below a vhci_hcd controller (its
+// real path runs through /sys/devices/platform/vhci_hcd.N/).
+bool importedOverUsbip(const fs::path& folder) {
+    std::error_code error;
+    const fs::path real = fs::canonical(folder, error);
+    return !error && std::any_of(real.begin(), real.end(), [](const fs::path& part) {
+        return part.string().starts_with(kImportController);
+    });
+}
 
-SysfsBackend::SysfsBackend(fs::path root) : root_(std::move(root)) {}
-
-ScanResult SysfsBackend::scan() {
+ScanResult scanFolder(const fs::path& root) {
     ScanResult result;
     std::error_code error;
-    fs::directory_iterator entries(root_, error);
+    fs::directory_iterator entries(root, error);
     if (error) {
-        result.error = root_.string() + ": " + error.message();
+        result.error = root.string() + ": " + error.message();
         return result;
     }
     for (const auto& entry : entries) {
         const std::string name = entry.path().filename().string();
-        if (name.find(':') != std::string::npos || !fs::is_directory(entry.path(), error)) {
+        if (name.find(':') != std::string::npos || !fs::is_directory(entry.path(), error) ||
+            importedOverUsbip(entry.path())) {
             continue;
         }
         if (auto device = readDevice(entry.path())) {
@@ -194,6 +206,42 @@ ScanResult SysfsBackend::scan() {
     std::sort(result.devices.begin(), result.devices.end(),
               [](const Device& left, const Device& right) { return left.port < right.port; });
     return result;
+}
+
+} // namespace
+
+// Shared with the scan's thread, which may outlive the backend.
+struct SysfsBackend::Worker {
+    std::mutex mutex;
+    std::condition_variable finished;
+    bool running = false;
+    ScanResult result;
+};
+
+SysfsBackend::SysfsBackend(fs::path root, std::chrono::milliseconds scanBound)
+    : root_(std::move(root)), scanBound_(scanBound), worker_(std::make_shared<Worker>()) {}
+
+ScanResult SysfsBackend::scan() {
+    std::unique_lock lock(worker_->mutex);
+    const auto idle = [this] { return !worker_->running; };
+    const std::string overran = "reading " + root_.string() + " blocks for more than " +
+                                std::to_string(scanBound_.count()) +
+                                " ms (a device's attribute does not answer)";
+    if (!worker_->finished.wait_for(lock, scanBound_, idle)) {
+        return {{}, overran};
+    }
+    worker_->running = true;
+    std::thread([worker = worker_, root = root_] {
+        ScanResult result = scanFolder(root);
+        std::lock_guard guard(worker->mutex);
+        worker->result = std::move(result);
+        worker->running = false;
+        worker->finished.notify_all();
+    }).detach();
+    if (!worker_->finished.wait_for(lock, scanBound_, idle)) {
+        return {{}, overran};
+    }
+    return std::move(worker_->result);
 }
 
 std::optional<std::string> SysfsBackend::unplug(const Device& device) {

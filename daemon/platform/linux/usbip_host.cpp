@@ -2,7 +2,9 @@
 
 #include "daemon/platform/linux/sysfs_attribute.h"
 
+#include <chrono>
 #include <system_error>
+#include <thread>
 
 namespace halvo::daemon {
 
@@ -12,6 +14,8 @@ namespace {
 
 constexpr std::string_view kDriverName = "usbip-host";
 constexpr std::string_view kStatusInUse = "2";
+constexpr auto kSettleStep = std::chrono::milliseconds(10);
+constexpr int kSettleSteps = 300;
 
 // The name of the driver bound to the device in `folder`, if any.
 std::optional<std::string> boundDriver(const fs::path& folder) {
@@ -43,12 +47,16 @@ std::optional<std::string> UsbipHost::handOver(const Device& device, int socketF
         return problem;
     }
     std::optional<std::string> problem;
+    // usbip-host may hold the device already: it takes a device plugged in
+    // on a port whose slot outlived the device that was shared there.
     auto current = boundDriver(folder);
-    if (current && *current != kDriverName) {
-        problem = write_(folder / "driver" / "unbind", device.port);
-    }
-    if (!problem) {
-        problem = write_(driver_ / "bind", device.port);
+    if (current != kDriverName) {
+        if (current) {
+            problem = write_(folder / "driver" / "unbind", device.port);
+        }
+        if (!problem) {
+            problem = write_(driver_ / "bind", device.port);
+        }
     }
     if (!problem) {
         problem = write_(folder / "usbip_sockfd", std::to_string(socketFd) + "\n");
@@ -67,16 +75,31 @@ std::optional<std::string> UsbipHost::end(const Device& device) {
     std::optional<std::string> problem;
     if (inUse(device)) {
         problem = write_(devices_ / device.port / "usbip_sockfd", "-1");
+        // The kernel closes the connection and resets the device on its
+        // own worker; an unbind before that worker is done frees the device
+        // under it (an oops in usbip_core's event_handler). It is done when
+        // the status leaves "in use", normally within milliseconds.
+        for (int wait = 0; !problem && wait < kSettleSteps && inUse(device); ++wait) {
+            std::this_thread::sleep_for(kSettleStep);
+        }
     }
     auto givenBack = giveBack(device.port);
     return problem ? problem : givenBack;
 }
 
 std::optional<std::string> UsbipHost::giveBack(const std::string& port) {
+    std::error_code error;
+    const bool present = fs::exists(devices_ / port, error);
     auto unbound = write_(driver_ / "unbind", port);
     auto unmatched = write_(driver_ / "match_busid", "del " + port);
-    auto probed = write_(bus_ / "drivers_probe", port);
-    return unbound ? unbound : unmatched ? unmatched : probed;
+    if (!present) {
+        return std::nullopt;
+    }
+    auto rebound = write_(driver_ / "rebind", port);
+    if (rebound) {
+        rebound = write_(bus_ / "drivers_probe", port);
+    }
+    return unbound ? unbound : unmatched ? unmatched : rebound;
 }
 
 ShareHandOff::Recovery UsbipHost::recoverLeftovers() {

@@ -6,9 +6,14 @@
 //     the socket's descriptor number and "\n" to devices/BUSID/usbip_sockfd
 //     (the kernel takes its own reference to the socket);
 //   in use: devices/BUSID/usbip_status reads 2 (1 available, 3 error);
-//   end: "-1" to usbip_sockfd while in use; then the device goes back:
+//   end: "-1" to usbip_sockfd while in use, then a wait (at most 3 s) until
+//     usbip_status leaves 2; then the device goes back:
 //     BUSID to drivers/usbip-host/unbind, "del BUSID" to match_busid, BUSID
-//     to the bus's drivers_probe, which binds its own driver again.
+//     to drivers/usbip-host/rebind, which binds its own driver again and
+//     frees the busid's slot in usbip-host's table (16 slots; "del" alone
+//     keeps the slot of a device that was bound). The bus's drivers_probe
+//     only stands in when rebind fails; a device that went away is not
+//     rebound (the kernel would reach for a device that no longer exists).
 // A device whose `driver` link names usbip-host at start-up is a leftover.
 #pragma once
 
@@ -37,7 +42,7 @@ class UsbipHost final : public ShareHandOff {
 
   private:
     // Each step of giving `port` back, even after one failed; the first
-    // failure.
+    // failure. Nothing to give back, and no failure, when the device is gone.
     std::optional<std::string> giveBack(const std::string& port);
 
     std::filesystem::path devices_;

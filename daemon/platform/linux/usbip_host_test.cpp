@@ -22,17 +22,22 @@ struct Bus {
         fs::create_directory_symlink("../../drivers/usbip-host",
                                      root / "devices" / "1-3" / "driver");
     }
-    // Records each write as "PATH VALUE" (relative to the bus folder).
+    // Records each write as "PATH VALUE" (relative to the bus folder); a
+    // write to `refused` fails; "-1" to usbip_sockfd ends the connection.
     UsbipHost host() {
         return UsbipHost(root / "devices", [this](const fs::path& file, std::string_view value) {
-            writes.push_back(file.lexically_relative(root.path()).string() + " " +
-                             std::string(value));
-            return std::optional<std::string>();
+            const std::string relative = file.lexically_relative(root.path()).string();
+            writes.push_back(relative + " " + std::string(value));
+            if (file.filename() == "usbip_sockfd" && value == "-1") { // the connection ends
+                testkit::writeFile(file.parent_path() / "usbip_status", "1\n");
+            }
+            return relative == refused ? std::optional<std::string>("refused") : std::nullopt;
         });
     }
 
     testkit::TempDir root;
     std::vector<std::string> writes;
+    std::string refused;
 };
 
 Device stick() {
@@ -44,7 +49,7 @@ Device stick() {
 TEST(UsbipHostTest, WritesTheKernelsStepsInOrder) {
     const std::vector<std::string> kGiveBack = {"drivers/usbip-host/unbind 1-2",
                                                 "drivers/usbip-host/match_busid del 1-2",
-                                                "drivers_probe 1-2"};
+                                                "drivers/usbip-host/rebind 1-2"};
     struct Case {
         const char* what;
         std::function<std::optional<std::string>(Bus&, UsbipHost&)> act;
@@ -55,6 +60,13 @@ TEST(UsbipHostTest, WritesTheKernelsStepsInOrder) {
          [](Bus&, UsbipHost& host) { return host.handOver(stick(), 9); },
          {"drivers/usbip-host/match_busid add 1-2", "devices/1-2/driver/unbind 1-2",
           "drivers/usbip-host/bind 1-2", "devices/1-2/usbip_sockfd 9\n"}},
+        {"hand over a device usbip-host holds already",
+         [](Bus&, UsbipHost& host) {
+             Device held = stick();
+             held.port = "1-3";
+             return host.handOver(held, 9);
+         },
+         {"drivers/usbip-host/match_busid add 1-3", "devices/1-3/usbip_sockfd 9\n"}},
         {"end while in use",
          [](Bus& bus, UsbipHost& host) {
              testkit::writeFile(bus.root / "devices" / "1-2" / "usbip_status", "2\n");
@@ -70,7 +82,19 @@ TEST(UsbipHostTest, WritesTheKernelsStepsInOrder) {
              return std::optional<std::string>();
          },
          {"drivers/usbip-host/unbind 1-3", "drivers/usbip-host/match_busid del 1-3",
-          "drivers_probe 1-3"}},
+          "drivers/usbip-host/rebind 1-3"}},
+        {"the bus probes when rebind is refused",
+         [](Bus& bus, UsbipHost& host) {
+             bus.refused = "drivers/usbip-host/rebind";
+             return host.end(stick());
+         },
+         {kGiveBack[0], kGiveBack[1], kGiveBack[2], "drivers_probe 1-2"}},
+        {"end after the device went away",
+         [](Bus& bus, UsbipHost& host) {
+             fs::remove_all(bus.root / "devices" / "1-2");
+             return host.end(stick());
+         },
+         {kGiveBack[0], kGiveBack[1]}},
     };
     for (const Case& test : cases) {
         Bus bus;
