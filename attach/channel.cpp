@@ -63,14 +63,7 @@ class PlainChannel final : public Channel {
     }
 
   private:
-    bool ready(short events) const {
-        pollfd entry{fd_, events, 0};
-        int result = 0;
-        do {
-            result = ::poll(&entry, 1, static_cast<int>(timeout_.count()));
-        } while (result < 0 && errno == EINTR);
-        return result > 0;
-    }
+    bool ready(short events) const { return waitReady(fd_, events, timeout_); }
 
     int fd_;
     std::chrono::milliseconds timeout_;
@@ -120,9 +113,19 @@ int connectOne(const addrinfo& address, std::chrono::milliseconds timeout, int& 
     return -1;
 }
 
-util::Expected<std::unique_ptr<Channel>> connectPlain(const Endpoint& server,
-                                                      std::chrono::milliseconds timeout,
-                                                      std::chrono::seconds deadAfter) {
+} // namespace
+
+bool waitReady(int fd, short events, std::chrono::milliseconds timeout) {
+    pollfd entry{fd, events, 0};
+    int result = 0;
+    do {
+        result = ::poll(&entry, 1, static_cast<int>(timeout.count()));
+    } while (result < 0 && errno == EINTR);
+    return result > 0;
+}
+
+util::Expected<int> connectTcp(const Endpoint& server, std::chrono::milliseconds timeout,
+                               std::chrono::seconds deadAfter) {
     addrinfo hints{};
     hints.ai_family = AF_UNSPEC;
     hints.ai_socktype = SOCK_STREAM;
@@ -143,15 +146,18 @@ util::Expected<std::unique_ptr<Channel>> connectPlain(const Endpoint& server,
         return util::Failure{"cannot connect to " + server.text() + ": " + std::strerror(error)};
     }
     keepAlive(fd, deadAfter);
-    return std::unique_ptr<Channel>(std::make_unique<PlainChannel>(fd, timeout));
+    return fd;
 }
 
-} // namespace
-
 Connector plainConnector(std::chrono::milliseconds timeout, std::chrono::seconds deadAfter) {
-    return [timeout, deadAfter](const Endpoint& server) {
-        return connectPlain(server, timeout, deadAfter);
-    };
+    return
+        [timeout, deadAfter](const Endpoint& server) -> util::Expected<std::unique_ptr<Channel>> {
+            auto fd = connectTcp(server, timeout, deadAfter);
+            if (!fd) {
+                return util::Failure{fd.error()};
+            }
+            return std::unique_ptr<Channel>(std::make_unique<PlainChannel>(*fd, timeout));
+        };
 }
 
 util::Expected<usbip::ReplyParser>

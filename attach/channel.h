@@ -39,6 +39,13 @@ using Connector = std::function<util::Expected<std::unique_ptr<Channel>>(const E
 Connector plainConnector(std::chrono::milliseconds timeout,
                          std::chrono::seconds deadAfter = std::chrono::seconds(30));
 
+// A connected non-blocking TCP socket to `server` with that keepalive, or
+// why there is none.  Shared by the plain and the TLS channel.
+util::Expected<int> connectTcp(const Endpoint& server, std::chrono::milliseconds timeout,
+                               std::chrono::seconds deadAfter);
+// Whether `fd` became ready for `events` (poll's) within `timeout`.
+bool waitReady(int fd, short events, std::chrono::milliseconds timeout);
+
 inline constexpr std::chrono::seconds kReplyDeadline{30};
 
 // Sends `request` and reads the reply of kind `expected`, or says what went

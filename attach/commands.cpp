@@ -4,6 +4,7 @@
 #include "attach/importer.h"
 #include "attach/persist.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdio>
 #include <ctime>
@@ -17,6 +18,15 @@ struct Invocation {
     std::vector<std::string> operands;
     bool persist = false;
     bool all = false;
+    bool tls = false;
+    tls::Credentials files;
+};
+
+// The options that take a value, and where it goes.
+constexpr std::pair<const char*, std::string tls::Credentials::*> kFileOptions[] = {
+    {"--cert", &tls::Credentials::certificateFile},
+    {"--key", &tls::Credentials::keyFile},
+    {"--ca", &tls::Credentials::caFile},
 };
 
 using Runner = int (*)(const Invocation& invocation, Context& context);
@@ -39,6 +49,19 @@ util::Expected<Endpoint> serverOperand(const Invocation& invocation) {
     return parseEndpoint(invocation.operands.at(0));
 }
 
+// With --tls, the context's connector gives way to one over TLS.
+std::optional<std::string> chooseChannel(const Invocation& invocation, Context& context) {
+    if (!invocation.tls) {
+        return std::nullopt;
+    }
+    auto connector = context.tlsConnect(invocation.files);
+    if (!connector) {
+        return connector.error();
+    }
+    context.connect = std::move(connector).value();
+    return std::nullopt;
+}
+
 std::string hex(unsigned value, int digits) {
     char text[16];
     std::snprintf(text, sizeof text, "%0*x", digits, value);
@@ -49,6 +72,9 @@ int runList(const Invocation& invocation, Context& context) {
     auto server = serverOperand(invocation);
     if (!server) {
         return fail(context, kUsage, server.error());
+    }
+    if (auto problem = chooseChannel(invocation, context)) {
+        return fail(context, kLocal, *problem);
     }
     auto listed = listDevices(*server, context.connect);
     if (!listed.value) {
@@ -93,6 +119,9 @@ int runAttach(const Invocation& invocation, Context& context) {
         return fail(context, kUsage, server.error());
     }
     const std::string& busId = split.operands.at(1);
+    if (auto problem = chooseChannel(invocation, context)) {
+        return fail(context, kLocal, *problem);
+    }
     if (invocation.persist) {
         return runPersistent(*server, busId, context.connect, context.vhci, context.records,
                              context.err);
@@ -164,8 +193,9 @@ int runStatus(const Invocation&, Context& context) {
 }
 
 constexpr CommandRow kCommands[] = {
-    {"list", "HOST[:PORT]", 1, 1, "", runList},
-    {"attach", "[--persist] HOST[:PORT] BUSID | HOST[:PORT]:BUSID", 1, 2, "--persist ", runAttach},
+    {"list", "[TLS] HOST[:PORT]", 1, 1, "--tls --cert --key --ca ", runList},
+    {"attach", "[--persist] [TLS] HOST[:PORT] BUSID | HOST[:PORT]:BUSID", 1, 2,
+     "--persist --tls --cert --key --ca ", runAttach},
     {"detach", "PORT|--all", 0, 1, "--all ", runDetach},
     {"status", "", 0, 0, "", runStatus},
 };
@@ -178,7 +208,8 @@ std::string usageText() {
         text += std::string(text.empty() ? "Usage: " : "       ") + "halvo-attach " + row.word +
                 (*row.synopsis != '\0' ? " " : "") + row.synopsis + "\n";
     }
-    return text + "       halvo-attach --help | --version\n";
+    return text + "       halvo-attach --help | --version\n"
+                  "TLS: --tls --cert FILE --key FILE --ca FILE\n";
 }
 
 int runCommandLine(const std::vector<std::string>& arguments, Context& context) {
@@ -200,18 +231,37 @@ int runCommandLine(const std::vector<std::string>& arguments, Context& context) 
             continue;
         }
         Invocation invocation;
-        for (const std::string& argument : std::span(arguments).subspan(1)) {
+        for (std::size_t index = 1; index < arguments.size(); ++index) {
+            const std::string& argument = arguments[index];
             const bool isOption = argument.size() > 1 && argument[0] == '-';
             if (isOption && std::string(row.options).find(argument + " ") == std::string::npos) {
                 return fail(context, kUsage, word + ": unknown option " + argument);
             }
-            if (argument == "--persist") {
+            const auto* file =
+                std::find_if(std::begin(kFileOptions), std::end(kFileOptions),
+                             [&](const auto& option) { return argument == option.first; });
+            if (file != std::end(kFileOptions)) {
+                if (++index == arguments.size()) {
+                    return fail(context, kUsage, argument + " needs a file");
+                }
+                invocation.files.*(file->second) = arguments[index];
+            } else if (argument == "--tls") {
+                invocation.tls = true;
+            } else if (argument == "--persist") {
                 invocation.persist = true;
             } else if (argument == "--all") {
                 invocation.all = true;
             } else {
                 invocation.operands.push_back(argument);
             }
+        }
+        const tls::Credentials& files = invocation.files;
+        const bool anyFile =
+            !files.certificateFile.empty() || !files.keyFile.empty() || !files.caFile.empty();
+        const bool allFiles =
+            !files.certificateFile.empty() && !files.keyFile.empty() && !files.caFile.empty();
+        if (invocation.tls ? !allFiles : anyFile) {
+            return fail(context, kUsage, "--tls goes with --cert, --key and --ca, all three");
         }
         if (invocation.operands.size() < row.minOperands ||
             invocation.operands.size() > row.maxOperands) {

@@ -6,7 +6,9 @@
 #include "attach/channel.h"
 #include "attach/records.h"
 #include "attach/vhci.h"
+#include "tls/context.h"
 
+#include <functional>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -21,6 +23,8 @@ struct Context {
     Connector connect;
     std::ostream& out;
     std::ostream& err;
+    // The connector for --tls with its files; why not when they are unusable.
+    std::function<util::Expected<Connector>(const tls::Credentials&)> tlsConnect;
 };
 
 // Reads the arguments (without the program name) and runs the command;

@@ -49,7 +49,7 @@ class ImporterTest : public ::testing::Test {
     int run(const std::vector<std::string>& arguments) {
         out.str("");
         err.str("");
-        Context context{vhci, records, plainConnector(std::chrono::seconds(5)), out, err};
+        Context context{vhci, records, plainConnector(std::chrono::seconds(5)), out, err, {}};
         return runCommandLine(arguments, context);
     }
 

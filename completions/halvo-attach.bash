@@ -1,6 +1,7 @@
 # bash completion for halvo-attach                         -*- shell-script -*-
 #
-# The commands and their options; ports to detach from the vhci-hcd status.
+# The commands and their options (files after --cert, --key, --ca); ports to
+# detach from the vhci-hcd status.
 # Servers and bus ids are the user's to type.
 
 _halvo_attach()
@@ -11,9 +12,19 @@ _halvo_attach()
         mapfile -t COMPREPLY < <(compgen -W "list attach detach status --help --version" -- "$cur")
         return
     fi
+    case ${COMP_WORDS[COMP_CWORD - 1]} in
+    --cert | --key | --ca)
+        mapfile -t COMPREPLY < <(compgen -f -- "$cur")
+        return
+        ;;
+    esac
     case ${COMP_WORDS[1]} in
+    list)
+        [[ $cur == -* ]] && mapfile -t COMPREPLY < <(compgen -W "--tls --cert --key --ca" -- "$cur")
+        ;;
     attach)
-        [[ $cur == -* ]] && mapfile -t COMPREPLY < <(compgen -W "--persist" -- "$cur")
+        [[ $cur == -* ]] &&
+            mapfile -t COMPREPLY < <(compgen -W "--persist --tls --cert --key --ca" -- "$cur")
         ;;
     detach)
         if ((COMP_CWORD == 2)); then

@@ -20,7 +20,7 @@ _halvod()
     COMPREPLY=()
 
     case $prev in
-    --config | --devices | --connections | --rules)
+    --config | --devices | --connections | --rules | --tls-cert | --tls-key | --tls-client-ca)
         _halvod_paths
         return
         ;;
@@ -36,7 +36,7 @@ _halvod()
         mapfile -t COMPREPLY < <(compgen -g -- "$cur")
         return
         ;;
-    --listen | --share-listen | --rescan-ms | --max-clients | --max-clients-per-user | \
+    --listen | --share-listen | --share-tls-listen | --rescan-ms | --max-clients | --max-clients-per-user | \
         --reserved-clients | --memory-budget-mib | --max-unread-mib | --max-parse-mib | \
         --first-request-seconds | --idle-seconds | --payload-timeout-seconds | \
         --max-transaction-mib | --max-transactions-per-user | --share-max-per-host | \
@@ -51,7 +51,8 @@ _halvod()
         --max-unread-mib --max-parse-mib --first-request-seconds --idle-seconds
         --payload-timeout-seconds --max-transaction-mib --max-transactions-per-user
         --share-listen --share-max-per-host --share-max-hosts --share-timeout-ms
-        --share-dead-peer-seconds --help --version" -- "$cur")
+        --share-dead-peer-seconds --share-tls-listen --tls-cert --tls-key --tls-client-ca
+        --help --version" -- "$cur")
 } &&
     complete -F _halvod halvod
 

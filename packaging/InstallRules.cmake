@@ -1,7 +1,7 @@
 # Install rules for what ships beside halvoctl, in two components that
 # become the two Debian packages: `halvoctl` (the utility, halvo-rulecheck,
 # halvo-attach and its systemd unit, their manual pages and completion) and `halvod` (the daemon, its manual
-# page, completion, systemd units and config file).  Included at the end of
+# page, completion, systemd units, config file and modules to load at boot).  Included at the end of
 # the top-level CMakeLists.txt, after every program target is defined.
 # (halvoctl itself, its pages and the completions install from cli/, doc/ and
 # completions/.)
@@ -84,6 +84,9 @@ if(TARGET halvod)
   halvo_usr_config_dir(usr_config_dir)
   halvo_install_system_files(halvod ${HALVO_INSTALL_CONFDIR} ${usr_config_dir}
                              ${CMAKE_CURRENT_LIST_DIR}/halvod.conf)
+  # The kernel's TLS layer, for the USB/IP TLS port.
+  halvo_install_system_files(halvod lib/modules-load.d /lib/modules-load.d
+                             ${CMAKE_CURRENT_LIST_DIR}/modules-load.d/halvod.conf)
 endif()
 
 # Each Debian package carries the copyright file, its changelog (compressed

@@ -8,6 +8,7 @@ packages=(
   clang-format                                      # the style check
   libboost1.81-dev libboost-json1.81-dev            # Boost.Asio, Boost.JSON
   libboost-program-options1.81-dev                  # halvod's options and config file
+  libssl-dev openssl                                # TLS port and halvo-attach --tls (OpenSSL 3: kernel TLS); test certificates
   libsystemd-dev systemd                            # notify, socket activation, journal; unit checks
   libc++-14-dev libc++abi-14-dev                    # the second build, with clang and libc++
   usbip                                             # the standard USB/IP client, for interop tests

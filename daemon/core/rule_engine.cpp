@@ -3,7 +3,9 @@
 #include "rules/host_address.h"
 #include "util/json_fields.h"
 
+#include <algorithm>
 #include <array>
+#include <cctype>
 
 namespace halvo::daemon {
 
@@ -14,8 +16,19 @@ using util::getU32;
 
 namespace {
 
+// A peer that proved its names with a certificate is also known by them;
+// they compare as host names do, case aside.
+bool namesPeer(std::string_view host, const Peer& peer) {
+    return std::any_of(peer.names.begin(), peer.names.end(), [host](const std::string& name) {
+        return std::equal(name.begin(), name.end(), host.begin(), host.end(), [](char a, char b) {
+            return std::tolower(static_cast<unsigned char>(a)) ==
+                   std::tolower(static_cast<unsigned char>(b));
+        });
+    });
+}
+
 // Compared as addresses; an entry that is no address (a host name) matches
-// no peer, since names are not resolved.
+// only a peer whose certificate holds that name: names are not resolved.
 bool listsAddress(const json::object& rule, const Peer& peer) {
     if (peer.remoteDesktop) {
         return false;
@@ -26,7 +39,8 @@ bool listsAddress(const json::object& rule, const Peer& peer) {
         return false;
     }
     for (const json::value& host : *hosts) {
-        if (host.is_string() && rules::parseHostAddress(host.get_string()) == peerAddress) {
+        if (host.is_string() && (rules::parseHostAddress(host.get_string()) == peerAddress ||
+                                 namesPeer(host.get_string(), peer))) {
             return true;
         }
     }

@@ -5,7 +5,8 @@
 // "notHWID", "notSerial", "notPort", "notClass") holds when the plain
 // condition does not:
 //   "host"      the connection is a network one from a listed address
-//               (compared as addresses: see rules/host_address.h)
+//               (compared as addresses: see rules/host_address.h), or one
+//               whose verified TLS certificate holds a listed name
 //   "rdesk"     true: a remote-desktop connection; false: a network one
 //   "name"      the device name is ("is") or contains ("contains") the text
 //   "built-in"  the device is (true) or is not (false) built in
@@ -25,6 +26,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace halvo::daemon {
 
@@ -38,6 +40,8 @@ struct Peer {
     bool remoteDesktop = false;
     // The network peer's address; unused for remote desktop.
     std::string addr;
+    // The names of the peer's verified TLS certificate; none in clear.
+    std::vector<std::string> names = {};
 };
 
 struct Verdict {

@@ -27,6 +27,7 @@ Device keyboard() {
 const Peer kLabHost{false, "10.0.0.5"};
 const Peer kOtherHost{false, "10.0.0.6"};
 const Peer kRemoteDesktop{true, ""};
+const Peer kCertified{false, "10.0.0.7", {"lab-mac.local", "lab.lan"}};
 
 json::array rulesFromText(std::string_view text) {
     auto rules = parseRuleText(text);
@@ -51,6 +52,11 @@ const MatchCase kMatchCases[] = {
     {"share !host \"10.0.0.6\"", kLabHost, true},
     {"share !host \"10.0.0.5\"", kLabHost, false},
     {"share host \"10.0.0.5\"", kRemoteDesktop, false},
+    {"share host \"lab.lan\"", kCertified, true},
+    {"share host \"LAB-MAC.local\"", kCertified, true},
+    {"share host \"10.0.0.7\"", kCertified, true},
+    {"share host \"lab\"", kCertified, false},
+    {"share host \"lab-mac.local\"", kLabHost, false},
     {"share !host \"10.0.0.5\"", kRemoteDesktop, true},
 
     {"share rdesk", kRemoteDesktop, true},

@@ -12,29 +12,30 @@ namespace {
 constexpr std::string_view kSharedState = "shared";
 constexpr std::string_view kHostLeft = "disconnected";
 
-std::string describePeer(const RemoteHost& host) {
-    return endpointText(host.addr, host.port);
-}
-
 } // namespace
+
+std::string RemoteHost::logText() const {
+    const std::string at = endpointText(addr, port);
+    return names.empty() ? at : shownAs() + " (" + at + ")";
+}
 
 ShareTable::ShareTable(DeviceTable& devices, ConnectionTable& connections, const RuleStore& rules,
                        Action defaultAction, ShareHandOff& handOff)
     : devices_(devices), connections_(connections), rules_(rules), defaultAction_(defaultAction),
       handOff_(handOff) {}
 
-bool ShareTable::mayImport(const Device& device, std::string_view addr) const {
+bool ShareTable::mayImport(const Device& device, const RemoteHost& host) const {
     if (device.deviceClass == kHubClass || device.bus.deviceClass == kHubClass) {
         return false;
     }
-    Peer peer{false, std::string(addr)};
+    Peer peer{false, host.addr, host.names};
     return evaluate(rules_.committed(), device, peer, defaultAction_).action == Action::share;
 }
 
-std::vector<Device> ShareTable::visibleTo(std::string_view addr) const {
+std::vector<Device> ShareTable::visibleTo(const RemoteHost& host) const {
     std::vector<Device> visible;
     for (const Device& device : devices_.devices()) {
-        if (mayImport(device, addr)) {
+        if (mayImport(device, host)) {
             visible.push_back(device);
         }
     }
@@ -46,10 +47,9 @@ ImportResult ShareTable::import(std::string_view port, const RemoteHost& host, i
     const auto& all = devices_.devices();
     auto found = std::find_if(all.begin(), all.end(),
                               [port](const Device& device) { return device.port == port; });
-    if (found == all.end() || !mayImport(*found, host.addr)) {
-        logActivity(
-            LogLevel::warning, "import refused: no such device for this host",
-            {{log_field::kPeer, describePeer(host)}, {log_field::kDevice, std::string(port)}});
+    if (found == all.end() || !mayImport(*found, host)) {
+        logActivity(LogLevel::warning, "import refused: no such device for this host",
+                    {{log_field::kPeer, host.logText()}, {log_field::kDevice, std::string(port)}});
         return result;
     }
     if (found->state == kSharedState) {
@@ -58,18 +58,18 @@ ImportResult ShareTable::import(std::string_view port, const RemoteHost& host, i
     }
     if (auto problem = handOff_.handOver(*found, socketFd)) {
         logActivity(LogLevel::error, "share failed: " + *problem,
-                    {{log_field::kPeer, describePeer(host)}, {log_field::kDevice, found->port}});
+                    {{log_field::kPeer, host.logText()}, {log_field::kDevice, found->port}});
         result.status = ImportStatus::error;
         return result;
     }
     const Device device = *found;
     shares_.push_back(Share{device, host});
-    result.events.push_back(connections_.addNetwork(host.addr, host.port));
-    if (auto event = devices_.recordShare(device.id, host.addr)) {
+    result.events.push_back(connections_.addNetwork(host.shownAs(), host.port));
+    if (auto event = devices_.recordShare(device.id, host.shownAs())) {
         result.events.push_back(std::move(*event));
     }
     logActivity(LogLevel::notice, "share started",
-                {{log_field::kPeer, describePeer(host)}, {log_field::kDevice, device.port}});
+                {{log_field::kPeer, host.logText()}, {log_field::kDevice, device.port}});
     result.status = ImportStatus::ok;
     result.device = *devices_.find(device.id);
     return result;
@@ -92,10 +92,11 @@ std::vector<Event> ShareTable::endWhere(Selector ending, std::string_view reason
             logActivity(LogLevel::error, "giving the device back failed: " + *problem,
                         {{log_field::kDevice, share.device.port}});
         }
-        logActivity(LogLevel::notice, "share ended: " + std::string(reason),
-                    {{log_field::kPeer, describePeer(share.host)},
-                     {log_field::kDevice, share.device.port}});
-        if (auto event = connections_.removeNetwork(share.host.addr, share.host.port, hostState)) {
+        logActivity(
+            LogLevel::notice, "share ended: " + std::string(reason),
+            {{log_field::kPeer, share.host.logText()}, {log_field::kDevice, share.device.port}});
+        if (auto event =
+                connections_.removeNetwork(share.host.shownAs(), share.host.port, hostState)) {
             events.push_back(std::move(*event));
         }
         if (auto event = devices_.recordShare(share.device.id, std::nullopt)) {
@@ -109,7 +110,7 @@ std::vector<Event> ShareTable::endForHost(std::string_view addr,
                                           std::optional<std::uint16_t> port) {
     return endWhere(
         [&](const Share& share) {
-            return share.host.addr == addr && (!port || share.host.port == *port);
+            return share.host.shownAs() == addr && (!port || share.host.port == *port);
         },
         "connection dropped", "dropped");
 }
@@ -123,7 +124,7 @@ std::vector<Event> ShareTable::endRefused() {
     return endWhere(
         [this](const Share& share) {
             const Device* device = devices_.find(share.device.id);
-            return device == nullptr || !mayImport(*device, share.host.addr);
+            return device == nullptr || !mayImport(*device, share.host);
         },
         "the rules no longer share it", kHostLeft);
 }

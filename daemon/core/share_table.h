@@ -21,10 +21,19 @@
 
 namespace halvo::daemon {
 
-// The host at the other end of an import: its address and port.
+// The host at the other end of an import: its address and port, and over
+// TLS the names its verified certificate gives it.
 struct RemoteHost {
     std::string addr;
     std::uint16_t port = 0;
+    std::vector<std::string> names = {};
+
+    // How tables, events and log lines name it: its first certificate name,
+    // else its address.
+    const std::string& shownAs() const { return names.empty() ? addr : names.front(); }
+    // How the log's HALVO_PEER names it: "ADDRESS:PORT", or with a certificate
+    // "NAME (ADDRESS:PORT)".
+    std::string logText() const;
 };
 
 enum class ImportStatus { ok, busy, noDevice, error };
@@ -41,8 +50,11 @@ class ShareTable {
     ShareTable(DeviceTable& devices, ConnectionTable& connections, const RuleStore& rules,
                Action defaultAction, ShareHandOff& handOff);
 
-    // The devices `addr` may import, in device-table order.
-    std::vector<Device> visibleTo(std::string_view addr) const;
+    // The devices `host` may import, in device-table order.
+    std::vector<Device> visibleTo(const RemoteHost& host) const;
+    std::vector<Device> visibleTo(std::string_view addr) const {
+        return visibleTo(RemoteHost{std::string(addr)});
+    }
 
     // Hands the device at `port` over to `host` on its socket `socketFd`
     // when the committed rules share it with the host.  A device the host
@@ -50,8 +62,8 @@ class ShareTable {
     ImportResult import(std::string_view port, const RemoteHost& host, int socketFd);
 
     // The shares end; each returns the events.
-    // Those of `addr` (only the one on `port` when given): its host events
-    // say "dropped".
+    // Those of the host shown as `addr` (only the one on `port` when given):
+    // its host events say "dropped".
     std::vector<Event> endForHost(std::string_view addr, std::optional<std::uint16_t> port);
     std::vector<Event> endForDevice(std::uint32_t id);
     // Those that the committed rules no longer share.
@@ -73,7 +85,7 @@ class ShareTable {
         RemoteHost host;
     };
 
-    bool mayImport(const Device& device, std::string_view addr) const;
+    bool mayImport(const Device& device, const RemoteHost& host) const;
     // Ends the shares that `ending` selects, logging `reason`; the host
     // events carry `hostState`.
     template <typename Selector>

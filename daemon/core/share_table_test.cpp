@@ -36,7 +36,8 @@ std::vector<std::string> describe(const std::vector<Event>& events) {
 // A keyboard (1-1, id 1), a memory stick (1-2, id 2) and a hub (1-3), with
 // everything shared with 10.0.0.5 only.
 struct Sharing {
-    Sharing() : rules(rulesOf("share host \"10.0.0.5\"\n")) {
+    explicit Sharing(std::string_view ruleText = "share host \"10.0.0.5\"\n")
+        : rules(rulesOf(ruleText)) {
         devices.update({device("1-1", "Keyboard", 3), device("1-2", "Stick", 8),
                         device("1-3", "Hub", kHubClass)});
     }
@@ -93,6 +94,22 @@ TEST(ShareTableTest, HostsSeeAndImportOnlyWhatTheRulesShareWithThem) {
                   R"(5 {"type":"net","addr":"10.0.0.5","port":1000,"state":"disconnected"})",
                   R"(4 {"id":1,"name":"Keyboard","state":"available"})"}));
     EXPECT_EQ(sharing.handOff.calls.back(), "end 1-1");
+}
+
+// A host that proved a certificate is shown, and dropped, by its name.
+TEST(ShareTableTest, ACertifiedHostIsKnownByItsCertificateName) {
+    Sharing sharing("share host \"lab-mac.local\"\n");
+    const RemoteHost certified{"10.0.0.9", 1000, {"lab-mac.local"}};
+    EXPECT_EQ(sharing.shares.visibleTo(certified).size(), 2u);
+    EXPECT_TRUE(sharing.shares.visibleTo("10.0.0.9").empty());
+    ImportResult imported = sharing.shares.import("1-1", certified, 7);
+    ASSERT_EQ(imported.status, ImportStatus::ok);
+    EXPECT_EQ(describe(imported.events),
+              (std::vector<std::string>{
+                  R"(5 {"type":"net","addr":"lab-mac.local","port":1000,"state":"connected"})",
+                  R"(4 {"id":1,"name":"Keyboard","state":"shared","addr":"lab-mac.local"})"}));
+    EXPECT_TRUE(sharing.shares.endForHost("10.0.0.9", std::nullopt).empty());
+    EXPECT_EQ(sharing.shares.endForHost("lab-mac.local", std::nullopt).size(), 2u);
 }
 
 } // namespace

@@ -200,6 +200,11 @@ int serve(std::span<const char* const> arguments, daemon::Options options) {
         })) {
         return fail(*error);
     }
+    if (auto error =
+            shares.serveTls(io, options, passed.usbipTls,
+                            [&server](const daemon::Event& event) { server.broadcast(event); })) {
+        return fail(*error);
+    }
     daemon::DeviceWatcher watcher(
         io, devices, table, busEvents.get(), options.rescanPeriod,
         [&server](const daemon::Event& event) { server.broadcast(event); });

@@ -118,6 +118,23 @@ std::optional<std::string> setSeconds(Options& options, std::string_view value) 
     return std::nullopt;
 }
 
+// An address that is off unless given.
+template <std::optional<asio::ip::tcp::endpoint> Options::*Field>
+std::optional<std::string> setOptionalEndpoint(Options& options, std::string_view value) {
+    asio::ip::tcp::endpoint endpoint;
+    auto problem = setEndpoint(endpoint, value);
+    if (!problem) {
+        options.*Field = endpoint;
+    }
+    return problem;
+}
+
+template <std::string Options::*Field>
+std::optional<std::string> setText(Options& options, std::string_view value) {
+    options.*Field = std::string(value);
+    return std::nullopt;
+}
+
 // Sets a whole number (of the unit that `wanted` names) from `min` to `max`.
 template <typename Field>
 std::optional<std::string> setBounded(Field& into, std::string_view value, std::uint64_t min,
@@ -155,14 +172,13 @@ constexpr auto kOptions = std::to_array<KnownOption>({
     {"allow-remote", "", "allow an address other than loopback",
      [](Options& o, std::string_view v) { return setSwitch(o.allowRemote, v); }},
     {"share-listen", "ADDR:PORT", "share devices over USB/IP there (default: off; no encryption)",
-     [](Options& o, std::string_view v) -> std::optional<std::string> {
-         asio::ip::tcp::endpoint endpoint;
-         auto problem = setEndpoint(endpoint, v);
-         if (!problem) {
-             o.shareListen = endpoint;
-         }
-         return problem;
-     }},
+     setOptionalEndpoint<&Options::shareListen>},
+    {"share-tls-listen", "ADDR:PORT", "share devices over USB/IP in TLS there (default: off)",
+     setOptionalEndpoint<&Options::shareTlsListen>},
+    {"tls-cert", "FILE", "the TLS port's certificate chain (PEM)", setText<&Options::tlsCert>},
+    {"tls-key", "FILE", "its private key (PEM)", setText<&Options::tlsKey>},
+    {"tls-client-ca", "FILE", "CA certificates that hosts' certificates must chain to",
+     setText<&Options::tlsClientCa>},
     {"share-max-per-host", "N", "USB/IP connections of one host at once (default 8)",
      [](Options& o, std::string_view v) {
          return setBounded(o.sharing.maxPerHost, v, 1, kMaxLimit, "a whole number");
@@ -335,6 +351,10 @@ util::Expected<po::variables_map> readConfig(const std::string& path, bool named
 std::optional<std::string> checkCombination(const Options& options, bool sysfsGiven) {
     if (sysfsGiven && options.deviceFixture) {
         return "--sysfs and --devices exclude each other";
+    }
+    if (options.shareTlsListen &&
+        (options.tlsCert.empty() || options.tlsKey.empty() || options.tlsClientCa.empty())) {
+        return "--share-tls-listen needs --tls-cert, --tls-key and --tls-client-ca";
     }
     if (!options.allowRemote && !options.listen.address().is_loopback()) {
         return "refusing to listen on " + options.listen.address().to_string() +

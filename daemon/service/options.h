@@ -32,6 +32,12 @@ struct Options {
     // Where remote hosts import devices over USB/IP; none: no sharing.  Any
     // address: serving remote hosts is its purpose.
     std::optional<boost::asio::ip::tcp::endpoint> shareListen;
+    // The same over TLS: only hosts whose certificate chains to
+    // tlsClientCa, which this end proves itself to with tlsCert and tlsKey.
+    std::optional<boost::asio::ip::tcp::endpoint> shareTlsListen;
+    std::string tlsCert;
+    std::string tlsKey;
+    std::string tlsClientCa;
     usbip::ServerSettings sharing;
     std::string sysfsRoot = kDefaultSysfsRoot;
     // Devices from this fixture instead of sysfs.

@@ -86,6 +86,8 @@ TEST(OptionsTest, EveryProblemIsNamed) {
         {{"--idle-seconds", "1s"},
          "--idle-seconds wants a number of seconds from 1 to 1073741824, not \"1s\""},
         {{"--sysfs", "/sys", "--devices", "d.json"}, "--sysfs and --devices exclude each other"},
+        {{"--share-tls-listen", "0.0.0.0:3241", "--tls-cert", "c.pem", "--tls-key", "k.pem"},
+         "--share-tls-listen needs --tls-cert, --tls-key and --tls-client-ca"},
         {{"--rules", "r", "--rules-in-memory"}, "--rules and --rules-in-memory exclude each other"},
         {{"--verbose"}, "unknown option \"--verbose\""},
         {{"--rules"}, "--rules needs a value"},

@@ -23,10 +23,11 @@ void notifyStopping();
 
 // Listening TCP sockets passed by socket activation, by their
 // FileDescriptorName: "control" (or no name) for the halvo protocol,
-// "usbip" for the USB/IP server.
+// "usbip" for the USB/IP server, "usbip-tls" for its TLS port.
 struct ActivatedSockets {
     std::optional<int> control;
     std::optional<int> usbip;
+    std::optional<int> usbipTls;
 };
 
 // The sockets passed to this process (none without socket activation), or

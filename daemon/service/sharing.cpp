@@ -56,6 +56,35 @@ std::optional<std::string> Sharing::serve(boost::asio::io_context& io, const Opt
     return std::nullopt;
 }
 
+std::optional<std::string> Sharing::serveTls(boost::asio::io_context& io, const Options& options,
+                                             std::optional<int> activated,
+                                             usbip::Server::EventSink sink) {
+    if (!options.shareTlsListen && !activated) {
+        return std::nullopt;
+    }
+    if (options.tlsCert.empty() || options.tlsKey.empty() || options.tlsClientCa.empty()) {
+        return std::string("the USB/IP TLS port needs --tls-cert, --tls-key and --tls-client-ca");
+    }
+    auto context = tls::Context::create(tls::Role::server,
+                                        {options.tlsCert, options.tlsKey, options.tlsClientCa});
+    if (!context) {
+        return "cannot serve USB/IP over TLS: " + context.error();
+    }
+    tlsServer_ = std::make_unique<usbip::Server>(io, shares_, std::move(sink), options.sharing);
+    tlsServer_->useTls(std::move(context).value());
+    if (activated) {
+        if (auto error = tlsServer_->adopt(*activated)) {
+            return "cannot take the passed USB/IP TLS socket: " + *error;
+        }
+    } else if (auto error = tlsServer_->listen(*options.shareTlsListen)) {
+        return "cannot listen for USB/IP over TLS on " + endpointText(*options.shareTlsListen) +
+               ": " + *error;
+    }
+    logActivity(LogLevel::info,
+                "sharing over USB/IP in TLS on " + endpointText(tlsServer_->localEndpoint()));
+    return std::nullopt;
+}
+
 void Sharing::rulesReplaced(Action defaultAction) {
     shares_.setDefaultAction(defaultAction);
     publish(shares_.endRefused());
@@ -66,12 +95,17 @@ void Sharing::stop() {
     if (server_) {
         server_->stop();
     }
+    if (tlsServer_) {
+        tlsServer_->stop();
+    }
 }
 
 void Sharing::publish(const std::vector<Event>& events) {
-    // Shares exist only while the server does.
+    // Shares exist only while a server does; either tells the clients.
     if (server_) {
         server_->publish(events);
+    } else if (tlsServer_) {
+        tlsServer_->publish(events);
     }
 }
 

@@ -1,6 +1,7 @@
 // halvod's sharing, wired: the hand-off that suits the device source (the
 // kernel's usbip-host for sysfs devices, a simulation for fixture devices),
-// the share table, and with --share-listen the USB/IP server.
+// the share table, and with --share-listen the USB/IP server (with
+// --share-tls-listen its TLS port too).
 #pragma once
 
 #include "daemon/core/share_table.h"
@@ -31,12 +32,19 @@ class Sharing {
     std::optional<std::string> serve(boost::asio::io_context& io, const Options& options,
                                      std::optional<int> activated, usbip::Server::EventSink sink);
 
+    // The same for the TLS port (--share-tls-listen, or the socket named
+    // "usbip-tls"), with the certificate, key and client CA the options
+    // name; the reason when one cannot be used.
+    std::optional<std::string> serveTls(boost::asio::io_context& io, const Options& options,
+                                        std::optional<int> activated,
+                                        usbip::Server::EventSink sink);
+
     // After a reload: the committed rules and `defaultAction` decide from
     // now on, and the shares they no longer allow end, telling the sink, as
     // after a commit.
     void rulesReplaced(Action defaultAction);
 
-    // Ends every share, telling the sink, and stops the server.
+    // Ends every share, telling the sink, and stops the servers.
     void stop();
 
   private:
@@ -48,6 +56,7 @@ class Sharing {
     std::unique_ptr<ShareHandOff> handOff_;
     ShareTable shares_;
     std::unique_ptr<usbip::Server> server_;
+    std::unique_ptr<usbip::Server> tlsServer_;
 };
 
 } // namespace halvo::daemon

@@ -41,4 +41,18 @@ std::vector<std::uint8_t> encodeImportReply(Status status, const Device* device)
     return halvo::usbip::encodeImportReply(toDeviceRecord(*device));
 }
 
+Status wireStatus(ImportStatus status) {
+    switch (status) {
+    case ImportStatus::ok:
+        return Status::ok;
+    case ImportStatus::busy:
+        return Status::deviceBusy;
+    case ImportStatus::noDevice:
+        return Status::noDevice;
+    case ImportStatus::error:
+        break;
+    }
+    return Status::deviceError;
+}
+
 } // namespace halvo::daemon::usbip

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "daemon/core/device.h"
+#include "daemon/core/share_table.h"
 #include "usbip/request_parser.h"
 #include "usbip/wire.h"
 
@@ -20,5 +21,7 @@ halvo::usbip::DeviceRecord toDeviceRecord(const Device& device);
 
 std::vector<std::uint8_t> encodeDeviceList(const std::vector<Device>& devices);
 std::vector<std::uint8_t> encodeImportReply(Status status, const Device* device);
+// The import reply's status for the share table's answer.
+Status wireStatus(ImportStatus status);
 
 } // namespace halvo::daemon::usbip

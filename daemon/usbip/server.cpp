@@ -3,6 +3,7 @@
 #include "daemon/core/activity_log.h"
 #include "daemon/core/peer_text.h"
 #include "daemon/usbip/session.h"
+#include "daemon/usbip/tls_session.h"
 
 #include <algorithm>
 
@@ -99,7 +100,12 @@ void Server::admit(asio::ip::tcp::socket socket) {
         return; // `socket` closes here
     }
     const std::uint64_t id = nextId_++;
-    auto session = std::make_shared<Session>(*this, id, std::move(socket), remote);
+    std::shared_ptr<Exchange> session;
+    if (tls_) {
+        session = std::make_shared<TlsSession>(*this, id, std::move(socket), remote, *tls_);
+    } else {
+        session = std::make_shared<Session>(*this, id, std::move(socket), remote);
+    }
     sessions_.emplace(id, Place{session, host});
     ++placesOfHost_[host];
     session->start();

@@ -15,6 +15,7 @@
 #include "daemon/core/share_table.h"
 #include "daemon/platform/listening_socket.h"
 #include "daemon/usbip/server_settings.h"
+#include "tls/context.h"
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
@@ -29,7 +30,7 @@
 
 namespace halvo::daemon::usbip {
 
-class Session;
+class Exchange;
 
 class Server {
   public:
@@ -49,6 +50,9 @@ class Server {
     // stay (the share table ends them).  Logs the refusals not yet counted.
     void stop();
 
+    // Makes this the TLS port; before listening.
+    void useTls(tls::Context context) { tls_ = std::move(context); }
+
     // Called by sessions.
     void publish(const std::vector<Event>& events);
     void sessionEnded(std::uint64_t id);
@@ -65,7 +69,7 @@ class Server {
     void pollShares();
 
     struct Place {
-        std::shared_ptr<Session> session;
+        std::shared_ptr<Exchange> session;
         std::string host;
     };
 
@@ -77,6 +81,8 @@ class Server {
     std::map<std::uint64_t, Place> sessions_;
     // Each host's (by key) connections in `sessions_`.
     std::map<std::string, std::size_t> placesOfHost_;
+    // Set on the TLS port: every host's exchange runs inside TLS.
+    std::optional<tls::Context> tls_;
     std::uint64_t nextId_ = 1;
     LogThrottle refusals_;
 };

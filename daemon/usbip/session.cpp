@@ -12,24 +12,6 @@ namespace halvo::daemon::usbip {
 
 namespace asio = boost::asio;
 
-namespace {
-
-Status wireStatus(ImportStatus status) {
-    switch (status) {
-    case ImportStatus::ok:
-        return Status::ok;
-    case ImportStatus::busy:
-        return Status::deviceBusy;
-    case ImportStatus::noDevice:
-        return Status::noDevice;
-    case ImportStatus::error:
-        break;
-    }
-    return Status::deviceError;
-}
-
-} // namespace
-
 Session::Session(Server& server, std::uint64_t id, asio::ip::tcp::socket socket, RemoteHost host)
     : server_(server), id_(id), socket_(std::move(socket)), deadline_(socket_.get_executor()),
       host_(std::move(host)) {}

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "daemon/core/share_table.h"
+#include "daemon/usbip/exchange.h"
 #include "daemon/usbip/protocol.h"
 
 #include <boost/asio/ip/tcp.hpp>
@@ -15,14 +16,14 @@ namespace halvo::daemon::usbip {
 
 class Server;
 
-class Session : public std::enable_shared_from_this<Session> {
+class Session : public Exchange, public std::enable_shared_from_this<Session> {
   public:
     Session(Server& server, std::uint64_t id, boost::asio::ip::tcp::socket socket, RemoteHost host);
 
-    void start();
+    void start() override;
     // Closes the connection (the kernel keeps its own reference to an
     // imported one) and leaves the server.
-    void finish();
+    void finish() override;
 
   private:
     void readMore();

@@ -103,7 +103,7 @@ run_table()
     expect "halvoctl conn drop " ""
     rm "$work/bin/no-daemon"
 
-    expect "halvod --" "--admin-group --allow-remote --config --connections --default --devices --first-request-seconds --help --idle-seconds --listen --max-clients --max-clients-per-user --max-parse-mib --max-transaction-mib --max-transactions-per-user --max-unread-mib --memory-budget-mib --payload-timeout-seconds --rescan-ms --reserved-clients --rules --rules-in-memory --share-dead-peer-seconds --share-listen --share-max-hosts --share-max-per-host --share-timeout-ms --sysfs --version"
+    expect "halvod --" "--admin-group --allow-remote --config --connections --default --devices --first-request-seconds --help --idle-seconds --listen --max-clients --max-clients-per-user --max-parse-mib --max-transaction-mib --max-transactions-per-user --max-unread-mib --memory-budget-mib --payload-timeout-seconds --rescan-ms --reserved-clients --rules --rules-in-memory --share-dead-peer-seconds --share-listen --share-max-hosts --share-max-per-host --share-timeout-ms --share-tls-listen --sysfs --tls-cert --tls-client-ca --tls-key --version"
     expect "halvod --default " "block share"
     expect "halvod --config ru" "rules.txt"
     expect "halvod --sysfs $work/" "$work/bin $work/files"
@@ -116,8 +116,9 @@ run_table()
     expect "halvo-rulecheck -- --" ""
 
     expect "halvo-attach " "--help --version attach detach list status"
-    expect "halvo-attach attach --" "--persist"
+    expect "halvo-attach attach --" "--ca --cert --key --persist --tls"
     expect "halvo-attach list " ""
+    expect "halvo-attach list --tls --cert ru" "rules.txt"
 }
 
 mode=plain

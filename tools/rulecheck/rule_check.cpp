@@ -119,7 +119,9 @@ std::vector<rules::RuleTextDiagnostic> unmatchableHosts(std::string_view text,
         for (const std::string& name : names.at(rule)) {
             warnings.push_back(
                 {rule + 1, offsets[point], positions[point].line, positions[point].column,
-                 "host \"" + name + "\" matches no network peer: host names are not resolved"});
+                 "host \"" + name +
+                     "\" is no address: host names are not resolved; it matches only a TLS peer "
+                     "whose certificate holds it"});
         }
     }
     return warnings;

@@ -90,14 +90,17 @@ TEST(RuleCheckTest, ValidRulesComeBackCanonicalWithWarnings) {
         "value and is ignored\nshare host\n      ^\n"
         "r.rules:3:7: warning: rule #3: missing value: \"name\" at the end of the rule has no "
         "value and is ignored\nshare name is\n      ^\n"));
-    // Host names are not resolved: such an entry matches no network peer.
+    // Host names are not resolved: such an entry matches only a TLS peer's
+    // certificate name.
     EXPECT_TRUE(finished(
         check("share host \"10.0.0.5, lab-mac\"\nblock !host localhost\nblock host ::1\n"), 0,
         "share host \"10.0.0.5,lab-mac\"\nblock !host \"localhost\"\nblock host \"::1\"\n",
-        "r.rules:1:12: warning: rule #1: host \"lab-mac\" matches no network peer: host names are "
-        "not resolved\nshare host \"10.0.0.5, lab-mac\"\n           ^\n"
-        "r.rules:2:13: warning: rule #2: host \"localhost\" matches no network peer: host names "
-        "are not resolved\nblock !host localhost\n            ^\n"));
+        "r.rules:1:12: warning: rule #1: host \"lab-mac\" is no address: host names are not "
+        "resolved; it matches only a TLS peer whose certificate holds it\n"
+        "share host \"10.0.0.5, lab-mac\"\n           ^\n"
+        "r.rules:2:13: warning: rule #2: host \"localhost\" is no address: host names are not "
+        "resolved; it matches only a TLS peer whose certificate holds it\n"
+        "block !host localhost\n            ^\n"));
     EXPECT_EQ(check("block !\n").err, "r.rules:1:7: warning: rule #1: \"!\" at the end of the rule "
                                       "negates nothing and is ignored\nblock !\n      ^\n");
 }

@@ -90,9 +90,11 @@ std::optional<std::string> place(int fd, const std::string& name, ActivatedSocke
         slot = &sockets.control;
     } else if (name == "usbip") {
         slot = &sockets.usbip;
+    } else if (name == "usbip-tls") {
+        slot = &sockets.usbipTls;
     } else {
         return "socket activation: a socket named \"" + name +
-               "\", where the daemon takes \"control\" and \"usbip\"";
+               "\", where the daemon takes \"control\", \"usbip\" and \"usbip-tls\"";
     }
     if (*slot) {
         return "socket activation: two sockets named \"" + name + "\"";

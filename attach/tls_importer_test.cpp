@@ -1,0 +1,109 @@
+// halvo-attach --tls against the real halvod's TLS port, in a private
+// network namespace, with certificates made for the test: the certificate's
+// name decides what the host sees and may import, a certificate from
+// another CA never gets past the handshake, and an import the kernel
+// cannot carry encrypted is refused rather than shared in clear.
+#include "attach/commands.h"
+#include "attach/exit_status.h"
+#include "attach/importer.h"
+#include "attach/tls_channel.h"
+#include "tests/support/daemon_harness.h"
+#include "tests/support/fake_vhci.h"
+#include "tests/support/private_network.h"
+#include "tests/support/test_pki.h"
+
+#include <filesystem>
+#include <gtest/gtest.h>
+
+namespace halvo::attach {
+namespace {
+
+const std::string kDemo = HALVOD_DEMO_DIR;
+const Endpoint kServer{"127.0.0.1", 3241};
+
+class TlsImporterTest : public ::testing::Test {
+  protected:
+    static void SetUpTestSuite() {
+        static const bool isolated = testkit::isolateDaemonPort();
+        (void)isolated;
+        pki = new testkit::TestPki;
+        server = pki->issue("halvod", "DNS:server.lan,IP:127.0.0.1");
+        lab = pki->issue("lab-mac.local", "DNS:lab-mac.local");
+        blocked = pki->issue("blocked.lan", "");
+        stranger = pki->issue("lab-mac.local", "DNS:lab-mac.local", false);
+    }
+    static void TearDownTestSuite() { delete pki; }
+
+    void SetUp() override {
+        // The serial adapter (1-3.4) goes to the holder of lab-mac.local's
+        // certificate only; nobody else is given anything.
+        const std::string rules =
+            scratch.write("tls.rules", "share host \"lab-mac.local\" serial \"A50285BI\"\n");
+        daemon = testkit::DaemonProcess::start(
+            {"--listen", "127.0.0.1:32999", "--devices", kDemo + "/devices.json", "--rules", rules,
+             "--share-tls-listen", "127.0.0.1:3241", "--tls-cert", server.certificate, "--tls-key",
+             server.key, "--tls-client-ca", pki->caFile()});
+        ASSERT_TRUE(daemon) << "halvod did not start";
+    }
+
+    static std::vector<std::string> tlsOptions(const testkit::IssuedCertificate& mine) {
+        return {"--tls", "--cert", mine.certificate, "--key", mine.key, "--ca", pki->caFile()};
+    }
+
+    static inline testkit::TestPki* pki = nullptr;
+    static inline testkit::IssuedCertificate server, lab, blocked, stranger;
+    testkit::TempDir scratch;
+    std::unique_ptr<testkit::DaemonProcess> daemon;
+};
+
+TEST_F(TlsImporterTest, TheCertificateNameDecidesWhatAHostSees) {
+    struct Case {
+        const testkit::IssuedCertificate* mine;
+        int status;
+        std::string says;
+    } cases[] = {
+        {&lab, kOk, "1-3.4        0403:6001"},
+        {&blocked, kOk, "127.0.0.1:3241 shares no device with this host"},
+        {&stranger, kNetwork, "TLS handshake"},
+    };
+    for (const Case& c : cases) {
+        std::vector<std::string> arguments{"list"};
+        for (const std::string& option : tlsOptions(*c.mine)) {
+            arguments.push_back(option);
+        }
+        arguments.push_back("127.0.0.1:3241");
+        const testkit::RunResult listed = testkit::runProgram(HALVO_ATTACH_PATH, arguments);
+        EXPECT_EQ(listed.status, c.status) << listed.err;
+        EXPECT_NE((listed.out + listed.err).find(c.says), std::string::npos)
+            << listed.out << listed.err;
+    }
+    EXPECT_NE(daemon->errorOutput().find("TLS handshake failed"), std::string::npos)
+        << daemon->errorOutput();
+}
+
+TEST_F(TlsImporterTest, AnImportGoesOnlyEncryptedAndOnlyToTheNamedHost) {
+    const bool kernelTls = std::filesystem::exists("/proc/net/tls_stat");
+    testkit::FakeVhci vhci;
+    auto named = tlsConnector({lab.certificate, lab.key, pki->caFile()}, std::chrono::seconds(5));
+    auto other =
+        tlsConnector({blocked.certificate, blocked.key, pki->caFile()}, std::chrono::seconds(5));
+    ASSERT_TRUE(named && other);
+
+    Outcome<Attached> refused = importDevice(kServer, "1-3.4", *other, vhci);
+    EXPECT_EQ(refused.status, kRefused);
+    EXPECT_NE(refused.message.find("(NODEV)"), std::string::npos) << refused.message;
+
+    Outcome<Attached> imported = importDevice(kServer, "1-3.4", *named, vhci);
+    if (kernelTls) {
+        EXPECT_EQ(imported.status, kOk) << imported.message;
+        return;
+    }
+    EXPECT_EQ(imported.status, kRefused);
+    EXPECT_NE(imported.message.find("(DEV_ERR)"), std::string::npos) << imported.message;
+    EXPECT_TRUE(vhci.lines.empty());
+    EXPECT_NE(daemon->errorOutput().find("is the tls module loaded?"), std::string::npos)
+        << daemon->errorOutput();
+}
+
+} // namespace
+} // namespace halvo::attach
