@@ -110,6 +110,10 @@ gadget_unplug() {
   echo "" >"$GADGETS/$1/UDC"
 }
 
+gadget_gone() {
+  ! gadget_port "$1" >/dev/null
+}
+
 # The port of this machine's own (not imported) device with serial NAME.
 gadget_port() {
   local folder serial
@@ -166,6 +170,9 @@ in_use() {
 # Moves gadget NAME to another dummy UDC (another bus, so another port).
 gadget_move() {
   gadget_unplug "$1"
+  # The old port lingers a moment after the unplug; a wait for the new one
+  # must not find it.
+  wait_for 10 gadget_gone "$1" >/dev/null
   echo "$2" >"$VM_TMP/$1.udc"
   gadget_plug "$1"
 }
