@@ -1,12 +1,16 @@
 #include "bench/child_process.h"
 
+#include "tests/support/portable_fd.h"
+
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
+#include <string_view>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -20,36 +24,12 @@ struct Reply {
     ChildRun run;
 };
 
-bool writeAll(int fd, const void* bytes, std::size_t size) {
-    const char* from = static_cast<const char*>(bytes);
-    while (size > 0) {
-        ssize_t count = write(fd, from, size);
-        if (count < 0 && errno == EINTR) {
-            continue;
-        }
-        if (count <= 0) {
-            return false;
-        }
-        from += count;
-        size -= static_cast<std::size_t>(count);
-    }
-    return true;
+bool readAll(int fd, void* bytes, std::size_t size) {
+    return testkit::receiveExactly(fd, static_cast<char*>(bytes), size, [] { return false; });
 }
 
-bool readAll(int fd, void* bytes, std::size_t size) {
-    char* into = static_cast<char*>(bytes);
-    while (size > 0) {
-        ssize_t count = read(fd, into, size);
-        if (count < 0 && errno == EINTR) {
-            continue;
-        }
-        if (count <= 0) {
-            return false;
-        }
-        into += count;
-        size -= static_cast<std::size_t>(count);
-    }
-    return true;
+bool writeAll(int fd, const void* bytes, std::size_t size) {
+    return testkit::sendAll(fd, std::string_view(static_cast<const char*>(bytes), size));
 }
 
 // A request is its byte count, then the output path and the arguments,
@@ -142,10 +122,13 @@ Reply launch(std::string& body) {
 } // namespace
 
 ChildLauncher::ChildLauncher() {
+    // Socket pairs rather than pipes, so that the test support's
+    // descriptor loops carry the requests and replies.
     int toLauncher[2];
     int fromLauncher[2];
-    if (pipe2(toLauncher, O_CLOEXEC) != 0 || pipe2(fromLauncher, O_CLOEXEC) != 0) {
-        std::perror("halvo_bench: pipe");
+    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, toLauncher) != 0 ||
+        ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fromLauncher) != 0) {
+        std::perror("halvo_bench: socketpair");
         std::exit(1);
     }
     launcher_ = fork();

@@ -1,7 +1,6 @@
 #include "daemon/control/request_handler.h"
 #include "daemon/core/rule_text.h"
-#include "daemon/platform/fixture_backend.h"
-#include "daemon/platform/fixture_hand_off.h"
+#include "tests/support/daemon_graph.h"
 
 #include <boost/json/parse.hpp>
 #include <boost/json/serialize.hpp>
@@ -19,24 +18,6 @@ constexpr ClientId kBob = 2;
 // A client that may look but not change (no local user, or not an admin).
 constexpr ClientId kStranger = 3;
 
-std::vector<Device> twoDevices() {
-    auto parsed = parseDeviceFixture(json::parse(R"({"devices": [
-        {"vid": 1133, "pid": 49948, "rev": 272, "port": "1-1", "name": "Receiver", "class": 3},
-        {"vid": 1921, "pid": 21863, "rev": 256, "port": "1-2", "name": "Stick", "serial": "S N",
-         "state": "shared", "addr": "10.0.0.5"}]})")
-                                         .as_object());
-    return parsed.value();
-}
-
-std::vector<Connection> threeConnections() {
-    auto parsed = parseConnectionFixture(json::parse(R"({"connections": [
-        {"type": "net", "addr": "10.0.0.5", "port": 1000},
-        {"type": "net", "addr": "10.0.0.5", "port": 1001},
-        {"type": "rdesk", "app": "Screen Sharing", "pid": 4242}]})")
-                                             .as_object());
-    return parsed.value();
-}
-
 json::object payload(std::string_view text) {
     return json::parse(text).as_object();
 }
@@ -45,15 +26,9 @@ json::array rulesOf(std::string_view text) {
     return *parseRuleText(text);
 }
 
-class RequestHandlerTest : public ::testing::Test {
+class RequestHandlerTest : public ::testing::Test, protected testkit::DaemonGraph {
   protected:
-    RequestHandlerTest()
-        : backend(twoDevices()), connections(threeConnections()),
-          rules(rulesOf("block hwid 046d\n"), nullptr),
-          shares(devices, connections, rules, Action::share, handOff),
-          handler(backend, devices, connections, rules, shares, Action::share) {
-        devices.update(backend.scan().devices);
-    }
+    RequestHandlerTest() : DaemonGraph(rulesOf("block hwid 046d\n"), Action::share) {}
 
     json::object ask(ClientId client, CommandCode command, std::string_view request = "{}") {
         const Caller caller{client, 1000, client != kStranger};
@@ -75,13 +50,6 @@ class RequestHandlerTest : public ::testing::Test {
         return reply["rules"].as_array();
     }
 
-    FixtureBackend backend;
-    DeviceTable devices;
-    ConnectionTable connections;
-    RuleStore rules;
-    FixtureHandOff handOff;
-    ShareTable shares;
-    RequestHandler handler;
     std::vector<Event> lastEvents;
 };
 

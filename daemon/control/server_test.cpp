@@ -1,6 +1,5 @@
 #include "daemon/control/server.h"
-#include "daemon/platform/fixture_backend.h"
-#include "daemon/platform/fixture_hand_off.h"
+#include "tests/support/daemon_graph.h"
 #include "tests/support/daemon_harness.h"
 #include "tests/support/scripted_daemon.h"
 
@@ -20,24 +19,13 @@ using link::CommandCode;
 using testkit::headerBytes;
 using testkit::TestClient;
 
-std::vector<Device> fixtureDevices() {
-    auto parsed = parseDeviceFixture(json::parse(R"({"devices": [
-        {"vid": 1, "pid": 2, "rev": 3, "port": "1-1", "name": "One"},
-        {"vid": 4, "pid": 5, "rev": 6, "port": "1-2", "name": "Two", "built-in": true}]})")
-                                         .as_object());
-    return parsed.value();
-}
-
 // A server on an ephemeral loopback port, run on a thread of its own; the
 // test talks to it through sockets only.
-class ServerTest : public ::testing::Test {
+class ServerTest : public ::testing::Test, protected testkit::DaemonGraph {
   protected:
     ServerTest()
-        : backend(fixtureDevices()), shares(devices, connections, rules, Action::block, handOff),
-          handler(backend, devices, connections, rules, shares, Action::block),
-          server(io, handler, AccessPolicy(::geteuid(), std::nullopt)) {
-        devices.update(backend.scan().devices);
-    }
+        : DaemonGraph({}, Action::block),
+          server(io, handler, AccessPolicy(::geteuid(), std::nullopt)) {}
 
     void SetUp() override {
         ASSERT_EQ(server.listen({asio::ip::address_v4::loopback(), 0}), std::nullopt);
@@ -55,13 +43,6 @@ class ServerTest : public ::testing::Test {
         }
     }
 
-    FixtureBackend backend;
-    DeviceTable devices;
-    ConnectionTable connections;
-    RuleStore rules;
-    FixtureHandOff handOff;
-    ShareTable shares;
-    RequestHandler handler;
     asio::io_context io;
     Server server;
     std::thread runner;

@@ -1,7 +1,8 @@
-// halvod's USB/IP server as remote hosts meet it: Debian's `usbip` client,
-// a scripted importer, halvoctl watching and ending shares (the kernel's side
-// is the VM suite's, tests/vm).  Each test process takes the fixed ports for
-// itself first (a private network namespace, or else a lock).
+// halvod's USB/IP server as remote hosts meet it: a scripted importer,
+// halvoctl watching and ending shares (Debian's `usbip` client and the
+// kernel's side are the VM suite's, tests/vm).  Each test process takes
+// the fixed ports for itself first (a private network namespace, or else a
+// lock).
 #include "tests/support/daemon_harness.h"
 #include "tests/support/private_network.h"
 #include "tests/support/process_runner.h"
@@ -20,7 +21,6 @@ namespace {
 
 using testkit::DaemonProcess;
 using testkit::eventually;
-using testkit::readFile;
 using testkit::runHalvoctl;
 using testkit::TempDir;
 using testkit::TestClient;
@@ -73,22 +73,6 @@ class UsbipSharing : public ::testing::Test {
     TempDir scratch;
     std::unique_ptr<DaemonProcess> daemon;
 };
-
-TEST_F(UsbipSharing, DebiansClientListsWhatTheRulesShareAndNothingElse) {
-    if (testkit::runProgram("/bin/sh", {"-c", "command -v usbip"}).status != 0) {
-        GTEST_SKIP() << "needs Debian's usbip client";
-    }
-    startOnDemo(readFile(kDemo + "/example.rules"));
-    testkit::RunResult run =
-        testkit::runProgram("/bin/sh", {"-c", "usbip --tcp-port 3240 list -r 127.0.0.1"});
-    ASSERT_EQ(run.status, 0) << run.err;
-    // From 127.0.0.1 only the serial adapter (rule 5) is shared.
-    EXPECT_NE(run.out.find("1-3.4: "), std::string::npos) << run.out;
-    EXPECT_NE(run.out.find("(0403:6001)"), std::string::npos) << run.out;
-    for (const char* blocked : {" 1-1: ", " 1-2: ", " 1-3.2: ", " 2-1: "}) {
-        EXPECT_EQ(run.out.find(blocked), std::string::npos) << blocked << " in\n" << run.out;
-    }
-}
 
 TEST_F(UsbipSharing, HalvoctlSeesImportsAndEndsThemByDropAndByCommit) {
     startOnDemo("share port \"1-1\"\nshare port \"1-3.4\"\n");
@@ -185,7 +169,7 @@ TEST_F(UsbipSharing, AReloadThatBlocksEndsTheShare) {
 }
 
 TEST_F(UsbipSharing, AMalformedRequestDropsOnlyItsHost) {
-    startOnDemo("share port \"1-1\"\n");
+    startOnDemo("share host \"127.0.0.1\" port \"1-1\"\n");
     const std::string list("\x01\x11\x80\x05\0\0\0\0", 8);
     TestClient dribbling(kSharePort);
     ASSERT_TRUE(dribbling.sendRaw(list.substr(0, 1)));

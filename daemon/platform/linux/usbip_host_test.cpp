@@ -23,14 +23,11 @@ struct Bus {
                                      root / "devices" / "1-3" / "driver");
     }
     // Records each write as "PATH VALUE" (relative to the bus folder); a
-    // write to `refused` fails; "-1" to usbip_sockfd ends the connection.
+    // write to `refused` fails.
     UsbipHost host() {
         return UsbipHost(root / "devices", [this](const fs::path& file, std::string_view value) {
             const std::string relative = file.lexically_relative(root.path()).string();
             writes.push_back(relative + " " + std::string(value));
-            if (file.filename() == "usbip_sockfd" && value == "-1") { // the connection ends
-                testkit::writeFile(file.parent_path() / "usbip_status", "1\n");
-            }
             return relative == refused ? std::optional<std::string>("refused") : std::nullopt;
         });
     }
@@ -46,20 +43,16 @@ Device stick() {
     return device;
 }
 
+// The common paths (hand over, every way a share ends, the start-up clean-up)
+// are the VM suite's, on the real usbip-host (tests/vm/checks); these are the
+// paths the real kernel does not take there.
 TEST(UsbipHostTest, WritesTheKernelsStepsInOrder) {
-    const std::vector<std::string> kGiveBack = {"drivers/usbip-host/unbind 1-2",
-                                                "drivers/usbip-host/match_busid del 1-2",
-                                                "drivers/usbip-host/rebind 1-2"};
     struct Case {
         const char* what;
         std::function<std::optional<std::string>(Bus&, UsbipHost&)> act;
         std::vector<std::string> writes;
     };
     const Case cases[] = {
-        {"hand over",
-         [](Bus&, UsbipHost& host) { return host.handOver(stick(), 9); },
-         {"drivers/usbip-host/match_busid add 1-2", "devices/1-2/driver/unbind 1-2",
-          "drivers/usbip-host/bind 1-2", "devices/1-2/usbip_sockfd 9\n"}},
         {"hand over a device usbip-host holds already",
          [](Bus&, UsbipHost& host) {
              Device held = stick();
@@ -67,34 +60,13 @@ TEST(UsbipHostTest, WritesTheKernelsStepsInOrder) {
              return host.handOver(held, 9);
          },
          {"drivers/usbip-host/match_busid add 1-3", "devices/1-3/usbip_sockfd 9\n"}},
-        {"end while in use",
-         [](Bus& bus, UsbipHost& host) {
-             testkit::writeFile(bus.root / "devices" / "1-2" / "usbip_status", "2\n");
-             return host.end(stick());
-         },
-         {"devices/1-2/usbip_sockfd -1", kGiveBack[0], kGiveBack[1], kGiveBack[2]}},
-        {"end after the host detached", [](Bus&, UsbipHost& host) { return host.end(stick()); },
-         kGiveBack},
-        {"start-up clean-up",
-         [](Bus&, UsbipHost& host) {
-             ShareHandOff::Recovery recovery = host.recoverLeftovers();
-             EXPECT_EQ(recovery.ports, std::vector<std::string>{"1-3"});
-             return std::optional<std::string>();
-         },
-         {"drivers/usbip-host/unbind 1-3", "drivers/usbip-host/match_busid del 1-3",
-          "drivers/usbip-host/rebind 1-3"}},
         {"the bus probes when rebind is refused",
          [](Bus& bus, UsbipHost& host) {
              bus.refused = "drivers/usbip-host/rebind";
              return host.end(stick());
          },
-         {kGiveBack[0], kGiveBack[1], kGiveBack[2], "drivers_probe 1-2"}},
-        {"end after the device went away",
-         [](Bus& bus, UsbipHost& host) {
-             fs::remove_all(bus.root / "devices" / "1-2");
-             return host.end(stick());
-         },
-         {kGiveBack[0], kGiveBack[1]}},
+         {"drivers/usbip-host/unbind 1-2", "drivers/usbip-host/match_busid del 1-2",
+          "drivers/usbip-host/rebind 1-2", "drivers_probe 1-2"}},
     };
     for (const Case& test : cases) {
         Bus bus;
