@@ -1,17 +1,10 @@
 #include "usbip/reply_parser.h"
 
 #include <algorithm>
-#include <cstdio>
 
 namespace halvo::usbip {
 
 namespace {
-
-std::string hex4(unsigned value) {
-    char text[8];
-    std::snprintf(text, sizeof text, "0x%04x", value);
-    return text;
-}
 
 class Decoder {
   public:

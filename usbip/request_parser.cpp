@@ -1,19 +1,8 @@
 #include "usbip/request_parser.h"
 
 #include <algorithm>
-#include <cstdio>
 
 namespace halvo::usbip {
-
-namespace {
-
-std::string hex4(unsigned value) {
-    char text[8];
-    std::snprintf(text, sizeof text, "0x%04x", value);
-    return text;
-}
-
-} // namespace
 
 std::size_t RequestParser::missing() const {
     if (request_ || !error_.empty()) {

@@ -1,6 +1,7 @@
 #include "usbip/wire.h"
 
 #include <algorithm>
+#include <cstdio>
 
 namespace halvo::usbip {
 
@@ -98,6 +99,12 @@ std::vector<std::uint8_t> encodeImportReply(const DeviceRecord& device) {
     out.header(OpCode::replyImport, Status::ok);
     out.deviceRecord(device);
     return out.take();
+}
+
+std::string hex4(unsigned value) {
+    char text[8];
+    std::snprintf(text, sizeof text, "0x%04x", value);
+    return text;
 }
 
 } // namespace halvo::usbip

@@ -84,4 +84,7 @@ std::vector<std::uint8_t> encodeImportReply(Status status);
 // interfaces).
 std::vector<std::uint8_t> encodeImportReply(const DeviceRecord& device);
 
+// A version or an operation code as the parsers' messages show it: "0x0111".
+std::string hex4(unsigned value);
+
 } // namespace halvo::usbip
