@@ -50,16 +50,16 @@ util::Expected<Endpoint> serverOperand(const Invocation& invocation) {
 }
 
 // With --tls, the context's connector gives way to one over TLS.
-std::optional<std::string> chooseChannel(const Invocation& invocation, Context& context) {
+util::Expected<void> chooseChannel(const Invocation& invocation, Context& context) {
     if (!invocation.tls) {
-        return std::nullopt;
+        return {};
     }
     auto connector = context.tlsConnect(invocation.files);
     if (!connector) {
-        return connector.error();
+        return util::Failure{connector.error()};
     }
     context.connect = std::move(connector).value();
-    return std::nullopt;
+    return {};
 }
 
 std::string hex(unsigned value, int digits) {
@@ -73,8 +73,8 @@ int runList(const Invocation& invocation, Context& context) {
     if (!server) {
         return fail(context, kUsage, server.error());
     }
-    if (auto problem = chooseChannel(invocation, context)) {
-        return fail(context, kLocal, *problem);
+    if (auto channel = chooseChannel(invocation, context); !channel) {
+        return fail(context, kLocal, channel.error());
     }
     auto listed = listDevices(*server, context.connect);
     if (!listed.value) {
@@ -119,8 +119,8 @@ int runAttach(const Invocation& invocation, Context& context) {
         return fail(context, kUsage, server.error());
     }
     const std::string& busId = split.operands.at(1);
-    if (auto problem = chooseChannel(invocation, context)) {
-        return fail(context, kLocal, *problem);
+    if (auto channel = chooseChannel(invocation, context); !channel) {
+        return fail(context, kLocal, channel.error());
     }
     if (invocation.persist) {
         return runPersistent(*server, busId, context.connect, context.vhci, context.records,

@@ -244,10 +244,10 @@ Outcome RequestHandler::unplugDevice(const Caller& caller, const json::object& r
         return status(kStatusNotFound);
     }
     std::vector<Event> events = shares_.endForDevice(*id);
-    if (auto error = backend_.unplug(*device)) {
-        logActivity(LogLevel::error, "unplug failed: " + *error,
+    if (auto unplugged = backend_.unplug(*device); !unplugged) {
+        logActivity(LogLevel::error, "unplug failed: " + unplugged.error(),
                     {{log_field::kDevice, device->port}, {log_field::kUid, who(caller)}});
-        return status("cannot unplug the device: " + *error, std::move(events));
+        return status("cannot unplug the device: " + unplugged.error(), std::move(events));
     }
     logActivity(LogLevel::notice, "device unplugged",
                 {{log_field::kDevice, device->port}, {log_field::kUid, who(caller)}});

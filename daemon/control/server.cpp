@@ -25,11 +25,11 @@ Server::Server(asio::io_context& io, RequestHandler& handler, AccessPolicy acces
           io, [this](tcp::socket socket) { admit(std::move(socket), false); },
           [this](tcp::socket socket) { admit(std::move(socket), true); }) {}
 
-std::optional<std::string> Server::listen(const tcp::endpoint& endpoint) {
+util::Expected<void> Server::listen(const tcp::endpoint& endpoint) {
     return listener_.listen(endpoint);
 }
 
-std::optional<std::string> Server::adopt(int listeningSocket) {
+util::Expected<void> Server::adopt(int listeningSocket) {
     return listener_.adopt(listeningSocket);
 }
 

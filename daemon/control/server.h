@@ -40,10 +40,10 @@ class Server final : public SessionHost {
            ClientLimits limits = {});
 
     // Binds and starts accepting; the reason on failure.
-    std::optional<std::string> listen(const boost::asio::ip::tcp::endpoint& endpoint);
+    util::Expected<void> listen(const boost::asio::ip::tcp::endpoint& endpoint);
     // Starts accepting on a socket that already listens (passed by socket
     // activation), which the server then owns; the reason on failure.
-    std::optional<std::string> adopt(int listeningSocket);
+    util::Expected<void> adopt(int listeningSocket);
     boost::asio::ip::tcp::endpoint localEndpoint() const;
 
     // Pushes the event to every client.

@@ -11,23 +11,22 @@ namespace json = boost::json;
 
 namespace {
 
-std::optional<std::string> readText(const json::object& record, std::string_view key,
-                                    std::string& out) {
+util::Expected<void> readText(const json::object& record, std::string_view key, std::string& out) {
     const json::value* value = record.if_contains(key);
     if (value == nullptr || !value->is_string()) {
-        return "\"" + std::string(key) + "\" must be a string";
+        return util::Failure{"\"" + std::string(key) + "\" must be a string"};
     }
     out = std::string(value->get_string());
-    return std::nullopt;
+    return {};
 }
 
-std::optional<std::string> readConnection(const json::object& record, Connection& connection) {
+util::Expected<void> readConnection(const json::object& record, Connection& connection) {
     const json::value* type = record.if_contains("type");
     if (type != nullptr && *type == "net") {
         connection.kind = Connection::Kind::network;
         auto port = getBoundedInteger(record, "port", kMaxU16);
         if (!port) {
-            return std::string("\"port\" must be an integer from 0 to 65535");
+            return util::Failure{"\"port\" must be an integer from 0 to 65535"};
         }
         connection.port = static_cast<std::uint16_t>(*port);
         return readText(record, "addr", connection.addr);
@@ -36,12 +35,12 @@ std::optional<std::string> readConnection(const json::object& record, Connection
         connection.kind = Connection::Kind::remoteDesktop;
         auto pid = getBoundedInteger(record, "pid", kMaxU32);
         if (!pid) {
-            return std::string("\"pid\" must be an integer from 0 to 4294967295");
+            return util::Failure{"\"pid\" must be an integer from 0 to 4294967295"};
         }
         connection.pid = static_cast<std::uint32_t>(*pid);
         return readText(record, "app", connection.app);
     }
-    return std::string("\"type\" must be \"net\" or \"rdesk\"");
+    return util::Failure{"\"type\" must be \"net\" or \"rdesk\""};
 }
 
 json::object toListRecord(const Connection& connection) {
@@ -91,8 +90,8 @@ util::Expected<std::vector<Connection>> parseConnectionFixture(const json::objec
             return util::Failure{where + "not an object"};
         }
         Connection connection;
-        if (auto error = readConnection(element.get_object(), connection)) {
-            return util::Failure{where + *error};
+        if (auto read = readConnection(element.get_object(), connection); !read) {
+            return util::Failure{where + read.error()};
         }
         connections.push_back(std::move(connection));
     }

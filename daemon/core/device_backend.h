@@ -2,8 +2,8 @@
 #pragma once
 
 #include "daemon/core/device.h"
+#include "util/expected.h"
 
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -24,7 +24,7 @@ class DeviceBackend {
 
     // Detaches the device from whoever uses it and lets the host enumerate
     // it again.  Returns the reason on failure.
-    virtual std::optional<std::string> unplug(const Device& device) = 0;
+    virtual util::Expected<void> unplug(const Device& device) = 0;
 
     // Whether devices can come and go, so that periodic rescans are useful.
     virtual bool seesHotplug() const = 0;

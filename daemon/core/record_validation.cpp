@@ -100,28 +100,29 @@ std::string quoted(std::string_view key) {
 
 } // namespace
 
-std::optional<std::string> validateRule(const json::object& rule) {
+util::Expected<void> validateRule(const json::object& rule) {
     if (!rule.contains("action")) {
-        return std::string("\"action\" is missing");
+        return util::Failure{"\"action\" is missing"};
     }
     for (const auto& member : rule) {
         auto keyRule = std::find_if(kKeyRules.begin(), kKeyRules.end(), [&](const KeyRule& known) {
             return known.key == member.key();
         });
         if (keyRule == kKeyRules.end()) {
-            return "unknown key " + quoted(member.key());
+            return util::Failure{"unknown key " + quoted(member.key())};
         }
         if (!hasKind(member.value(), keyRule->kind)) {
-            return quoted(keyRule->key) + " must be " + std::string(describeKind(keyRule->kind));
+            return util::Failure{quoted(keyRule->key) + " must be " +
+                                 std::string(describeKind(keyRule->kind))};
         }
         if (!keyRule->needs.empty() && !rule.contains(keyRule->needs)) {
-            return quoted(keyRule->key) + " without " + quoted(keyRule->needs);
+            return util::Failure{quoted(keyRule->key) + " without " + quoted(keyRule->needs)};
         }
     }
     if (rule.contains("host") && rule.contains("rdesk")) {
-        return std::string("\"host\" together with \"rdesk\"");
+        return util::Failure{"\"host\" together with \"rdesk\""};
     }
-    return std::nullopt;
+    return {};
 }
 
 json::object canonicalRule(json::object rule) {
@@ -139,13 +140,13 @@ util::Expected<json::array> validateRuleSet(json::array rules, std::string* read
         if (rule == nullptr) {
             return util::Failure{where + "not an object"};
         }
-        if (auto reason = validateRule(*rule)) {
-            return util::Failure{where + *reason};
+        if (auto valid = validateRule(*rule); !valid) {
+            return util::Failure{where + valid.error()};
         }
         *rule = canonicalRule(std::move(*rule));
-        if (auto problem = readBackProblem(*rule)) {
+        if (auto readsBack = checkReadsBack(*rule); !readsBack) {
             if (readBack != nullptr) {
-                *readBack = std::move(*problem);
+                *readBack = readsBack.error();
             }
             return util::Failure{where + "it does not read back unchanged from rule text"};
         }

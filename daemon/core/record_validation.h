@@ -6,18 +6,17 @@
 
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
-#include <optional>
 #include <string>
 
 namespace halvo::daemon {
 
-// Nothing when `rule` keeps the record's invariants: known keys only, each of
+// Done when `rule` keeps the record's invariants: known keys only, each of
 // its type ("action" "share" or "block"; numbers 0 to 65535; negation keys and
 // "quick" only true), "nameMatch" exactly with "name", each negation key only
 // with its group, "pid" only after "vid" and "rev" only after "pid" (the same
 // for "class", "subclass", "protocol"), never "host" with "rdesk".
 // Otherwise the first broken invariant, e.g. "\"pid\" without \"vid\"".
-std::optional<std::string> validateRule(const boost::json::object& rule);
+util::Expected<void> validateRule(const boost::json::object& rule);
 
 // The record as the daemon keeps it: "takeaway": false means the same as no
 // "takeaway", and the rule text has no way to write it, so it is dropped.

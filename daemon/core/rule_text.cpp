@@ -33,21 +33,21 @@ util::Expected<json::array> parseRuleText(std::string_view text) {
     return rules::rule_parser_check(text);
 }
 
-std::optional<std::string> readBackProblem(const json::object& rule) {
+util::Expected<void> checkReadsBack(const json::object& rule) {
     json::array single;
     single.push_back(rule);
     auto text = printRuleText(single);
     if (!text) {
-        return "the rule printer refuses it";
+        return util::Failure{"the rule printer refuses it"};
     }
     auto parsed = parseRuleText(*text);
     if (!parsed) {
-        return parsed.error();
+        return util::Failure{parsed.error()};
     }
     if (parsed->size() != 1 || (*parsed)[0] != json::value(rule)) {
-        return "it reads back as another record";
+        return util::Failure{"it reads back as another record"};
     }
-    return std::nullopt;
+    return {};
 }
 
 } // namespace halvo::daemon

@@ -20,9 +20,9 @@ std::optional<std::string> printRuleText(const boost::json::array& rules);
 // #N"): the daemon reports it where it belongs, never on standard error.
 util::Expected<boost::json::array> parseRuleText(std::string_view text);
 
-// Nothing when printing the rule and parsing the line gives the same record;
+// Done when printing the rule and parsing the line gives the same record;
 // otherwise why not (the parser's diagnostic, or "it reads back as another
 // record"). A value with a double quote, for instance, does not read back.
-std::optional<std::string> readBackProblem(const boost::json::object& rule);
+util::Expected<void> checkReadsBack(const boost::json::object& rule);
 
 } // namespace halvo::daemon

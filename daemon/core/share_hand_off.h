@@ -5,8 +5,8 @@
 #pragma once
 
 #include "daemon/core/device.h"
+#include "util/expected.h"
 
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,7 +20,7 @@ class ShareHandOff {
     // socket `socketFd`, which carries the device's traffic from then on.
     // The caller keeps its own descriptor and closes it.  The reason on
     // failure, with the device given back.
-    virtual std::optional<std::string> handOver(const Device& device, int socketFd) = 0;
+    virtual util::Expected<void> handOver(const Device& device, int socketFd) = 0;
 
     // Whether the remote host still uses the device (false once it detached
     // or the link broke).
@@ -29,7 +29,7 @@ class ShareHandOff {
     // Ends the device's traffic (the socket is closed) and gives the device
     // back to its own driver.  The reason when a step failed; the later
     // steps are still tried.
-    virtual std::optional<std::string> end(const Device& device) = 0;
+    virtual util::Expected<void> end(const Device& device) = 0;
 
     // Gives back the devices that an earlier run left with the sharing
     // driver; the ports given back and the problems met.

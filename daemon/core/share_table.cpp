@@ -56,8 +56,8 @@ ImportResult ShareTable::import(std::string_view port, const RemoteHost& host, i
         result.status = ImportStatus::busy;
         return result;
     }
-    if (auto problem = handOff_.handOver(*found, socketFd)) {
-        logActivity(LogLevel::error, "share failed: " + *problem,
+    if (auto handedOver = handOff_.handOver(*found, socketFd); !handedOver) {
+        logActivity(LogLevel::error, "share failed: " + handedOver.error(),
                     {{log_field::kPeer, host.logText()}, {log_field::kDevice, found->port}});
         result.status = ImportStatus::error;
         return result;
@@ -88,8 +88,8 @@ std::vector<Event> ShareTable::endWhere(Selector ending, std::string_view reason
         return true;
     });
     for (const Share& share : ended) {
-        if (auto problem = handOff_.end(share.device)) {
-            logActivity(LogLevel::error, "giving the device back failed: " + *problem,
+        if (auto givenBack = handOff_.end(share.device); !givenBack) {
+            logActivity(LogLevel::error, "giving the device back failed: " + givenBack.error(),
                         {{log_field::kDevice, share.device.port}});
         }
         logActivity(

@@ -25,10 +25,10 @@ class DeviceReader {
   public:
     explicit DeviceReader(const json::object& record) : record_(record) {}
 
-    std::optional<std::string> read(Device& device) {
+    util::Expected<void> read(Device& device) {
         for (const auto& member : record_) {
             if (std::find(kKnownKeys.begin(), kKnownKeys.end(), member.key()) == kKnownKeys.end()) {
-                return "unknown key \"" + std::string(member.key()) + "\"";
+                return util::Failure{"unknown key \"" + std::string(member.key()) + "\""};
             }
         }
         readNumber("vid", kMaxU16, true, device.vid);
@@ -53,7 +53,10 @@ class DeviceReader {
                 device.builtIn = builtIn->get_bool();
             }
         }
-        return error_;
+        if (error_) {
+            return util::Failure{*error_};
+        }
+        return {};
     }
 
   private:
@@ -132,8 +135,8 @@ util::Expected<std::vector<Device>> parseDeviceFixture(const json::object& docum
             return util::Failure{where + "not an object"};
         }
         Device device;
-        if (auto error = DeviceReader(element.get_object()).read(device)) {
-            return util::Failure{where + *error};
+        if (auto read = DeviceReader(element.get_object()).read(device); !read) {
+            return util::Failure{where + read.error()};
         }
         device.bus = describeOnFixtureBus(device, devices.size());
         devices.push_back(std::move(device));
@@ -159,8 +162,8 @@ ScanResult FixtureBackend::scan() {
     return ScanResult{devices_, {}};
 }
 
-std::optional<std::string> FixtureBackend::unplug(const Device&) {
-    return std::nullopt;
+util::Expected<void> FixtureBackend::unplug(const Device&) {
+    return {};
 }
 
 } // namespace halvo::daemon

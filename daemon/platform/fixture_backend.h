@@ -27,7 +27,7 @@ class FixtureBackend final : public DeviceBackend {
 
     ScanResult scan() override;
     // Nothing physical to do: the device table records the state change.
-    std::optional<std::string> unplug(const Device& device) override;
+    util::Expected<void> unplug(const Device& device) override;
     bool seesHotplug() const override { return false; }
 
   private:

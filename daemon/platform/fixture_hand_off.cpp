@@ -14,14 +14,14 @@ FixtureHandOff::~FixtureHandOff() {
     }
 }
 
-std::optional<std::string> FixtureHandOff::handOver(const Device& device, int socketFd) {
+util::Expected<void> FixtureHandOff::handOver(const Device& device, int socketFd) {
     int copy = ::fcntl(socketFd, F_DUPFD_CLOEXEC, 0);
     if (copy < 0) {
-        return std::string("cannot keep the connection: ") + std::strerror(errno);
+        return util::Failure{std::string("cannot keep the connection: ") + std::strerror(errno)};
     }
-    end(device);
+    static_cast<void>(end(device));
     held_[device.port] = copy;
-    return std::nullopt;
+    return {};
 }
 
 bool FixtureHandOff::inUse(const Device& device) {
@@ -42,13 +42,13 @@ bool FixtureHandOff::inUse(const Device& device) {
     return true;
 }
 
-std::optional<std::string> FixtureHandOff::end(const Device& device) {
+util::Expected<void> FixtureHandOff::end(const Device& device) {
     auto found = held_.find(device.port);
     if (found != held_.end()) {
         ::close(found->second);
         held_.erase(found);
     }
-    return std::nullopt;
+    return {};
 }
 
 } // namespace halvo::daemon

@@ -18,9 +18,9 @@ class FixtureHandOff final : public ShareHandOff {
     FixtureHandOff(const FixtureHandOff&) = delete;
     FixtureHandOff& operator=(const FixtureHandOff&) = delete;
 
-    std::optional<std::string> handOver(const Device& device, int socketFd) override;
+    util::Expected<void> handOver(const Device& device, int socketFd) override;
     bool inUse(const Device& device) override;
-    std::optional<std::string> end(const Device& device) override;
+    util::Expected<void> end(const Device& device) override;
     Recovery recoverLeftovers() override { return {}; }
 
   private:

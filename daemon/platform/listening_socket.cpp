@@ -34,7 +34,7 @@ ListeningSocket::~ListeningSocket() {
     releaseSpares();
 }
 
-std::optional<std::string> ListeningSocket::listen(const tcp::endpoint& endpoint) {
+util::Expected<void> ListeningSocket::listen(const tcp::endpoint& endpoint) {
     boost::system::error_code error;
     acceptor_.open(endpoint.protocol(), error);
     if (!error) {
@@ -48,25 +48,25 @@ std::optional<std::string> ListeningSocket::listen(const tcp::endpoint& endpoint
     }
     if (error) {
         close();
-        return error.message();
+        return util::Failure{error.message()};
     }
     start();
-    return std::nullopt;
+    return {};
 }
 
-std::optional<std::string> ListeningSocket::adopt(int listeningSocket) {
+util::Expected<void> ListeningSocket::adopt(int listeningSocket) {
     sockaddr_storage address{};
     socklen_t size = sizeof address;
     if (::getsockname(listeningSocket, reinterpret_cast<sockaddr*>(&address), &size) != 0) {
-        return std::string(std::strerror(errno));
+        return util::Failure{std::strerror(errno)};
     }
     boost::system::error_code error;
     acceptor_.assign(address.ss_family == AF_INET6 ? tcp::v6() : tcp::v4(), listeningSocket, error);
     if (error) {
-        return error.message();
+        return util::Failure{error.message()};
     }
     start();
-    return std::nullopt;
+    return {};
 }
 
 tcp::endpoint ListeningSocket::localEndpoint() const {

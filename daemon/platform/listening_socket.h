@@ -3,6 +3,7 @@
 #pragma once
 
 #include "daemon/core/log_throttle.h"
+#include "util/expected.h"
 
 #include <array>
 #include <boost/asio/io_context.hpp>
@@ -34,10 +35,10 @@ class ListeningSocket {
 
     // Opens, binds, listens and starts accepting; the reason on failure, with
     // the socket left closed.
-    std::optional<std::string> listen(const boost::asio::ip::tcp::endpoint& endpoint);
+    util::Expected<void> listen(const boost::asio::ip::tcp::endpoint& endpoint);
     // Starts accepting on `listeningSocket`, which already listens and is
     // owned from now on; the reason on failure.
-    std::optional<std::string> adopt(int listeningSocket);
+    util::Expected<void> adopt(int listeningSocket);
     boost::asio::ip::tcp::endpoint localEndpoint() const;
 
     // Stops accepting; the handlers are not called again.

@@ -162,17 +162,19 @@ util::Expected<std::string> RulesFile::writeTemporary(std::string_view text) {
     return name;
 }
 
-std::optional<std::string> checkRulesFolder(const std::string& path) {
+util::Expected<void> checkRulesFolder(const std::string& path) {
     const fs::path folder = folderOf(path);
     std::error_code error;
     if (!fs::is_directory(folder, error)) {
-        return folder.string() + ": the rules file's folder does not exist: create it, or give "
-                                 "--rules PATH, or --rules-in-memory";
+        return util::Failure{folder.string() +
+                             ": the rules file's folder does not exist: create it, or give "
+                             "--rules PATH, or --rules-in-memory"};
     }
     if (::access(folder.c_str(), W_OK | X_OK) != 0) {
-        return failure(folder.string(), "the rules file's folder is not writable", errno);
+        return util::Failure{
+            failure(folder.string(), "the rules file's folder is not writable", errno)};
     }
-    return std::nullopt;
+    return {};
 }
 
 void removeLeftoverTemporaries(const std::string& path) {

@@ -30,8 +30,8 @@ namespace halvo::daemon {
 util::Expected<boost::json::array> loadRulesFile(const std::string& path);
 
 // Why the folder of `path` cannot take a rules file (it must exist and be
-// writable), or nothing.
-std::optional<std::string> checkRulesFolder(const std::string& path);
+// writable), when it cannot.
+util::Expected<void> checkRulesFolder(const std::string& path);
 
 // Removes the temporary files that a save interrupted by a kill leaves in the
 // file's folder.

@@ -29,7 +29,7 @@ LinkWatch linkWatchFor(std::chrono::seconds deadAfter) {
     return {idle, interval, kProbes, deadAfter};
 }
 
-std::optional<std::string> prepareSharedSocket(int socket, const LinkWatch& watch) {
+util::Expected<void> prepareSharedSocket(int socket, const LinkWatch& watch) {
     const IntOption kOptions[] = {
         {IPPROTO_TCP, TCP_NODELAY, "TCP_NODELAY", 1},
         {SOL_SOCKET, SO_KEEPALIVE, "SO_KEEPALIVE", 1},
@@ -52,10 +52,11 @@ std::optional<std::string> prepareSharedSocket(int socket, const LinkWatch& watc
     for (const IntOption& option : kOptions) {
         const int value = static_cast<int>(option.value);
         if (::setsockopt(socket, option.level, option.name, &value, sizeof value) != 0) {
-            return std::string("cannot set ") + option.label + ": " + std::strerror(errno);
+            return util::Failure{std::string("cannot set ") + option.label + ": " +
+                                 std::strerror(errno)};
         }
     }
-    return std::nullopt;
+    return {};
 }
 
 } // namespace halvo::daemon

@@ -5,8 +5,9 @@
 // device for good.
 #pragma once
 
+#include "util/expected.h"
+
 #include <chrono>
-#include <optional>
 #include <string>
 
 namespace halvo::daemon {
@@ -30,6 +31,6 @@ LinkWatch linkWatchFor(std::chrono::seconds deadAfter);
 // Sets TCP_NODELAY, SO_KEEPALIVE with `watch`'s times and TCP_USER_TIMEOUT
 // on the connected TCP socket `socket`; a system without one of the timing
 // options goes without it. What failed, when something did.
-std::optional<std::string> prepareSharedSocket(int socket, const LinkWatch& watch);
+util::Expected<void> prepareSharedSocket(int socket, const LinkWatch& watch);
 
 } // namespace halvo::daemon

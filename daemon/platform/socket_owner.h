@@ -4,6 +4,8 @@
 // unknown users, who may look but not change.
 #pragma once
 
+#include "util/expected.h"
+
 #include <boost/asio/ip/tcp.hpp>
 #include <optional>
 #include <string>
@@ -20,9 +22,8 @@ namespace halvo::daemon {
 std::optional<uid_t> localSocketOwner(const boost::asio::ip::tcp::endpoint& local,
                                       const boost::asio::ip::tcp::endpoint& remote);
 
-// Why clients' users cannot be found on this system, or nothing when they
-// can: asked once at start, so that the log says why every change is
-// refused.
-std::optional<std::string> socketOwnersUnavailable();
+// Whether clients' users can be found on this system, or why not: asked
+// once at start, so that the log says why every change is refused.
+util::Expected<void> socketOwnersAvailable();
 
 } // namespace halvo::daemon

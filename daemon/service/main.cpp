@@ -67,8 +67,8 @@ util::Expected<boost::json::array> loadCommittedRules(const daemon::Options& opt
         return boost::json::array();
     }
     // A folder that cannot take the file fails here, not at the first commit.
-    if (auto problem = daemon::checkRulesFolder(*options.rulesPath)) {
-        return util::Failure{*problem};
+    if (auto usable = daemon::checkRulesFolder(*options.rulesPath); !usable) {
+        return util::Failure{usable.error()};
     }
     daemon::removeLeftoverTemporaries(*options.rulesPath);
     return daemon::loadRulesFile(*options.rulesPath);
@@ -100,18 +100,19 @@ daemon::ClientLimits fitLimitsToDescriptors(const daemon::ClientLimits& wanted) 
 }
 
 // Takes the socket that socket activation passed, or binds the address.
-std::optional<std::string> startListening(daemon::Server& server, const daemon::Options& options,
-                                          const daemon::service_manager::ActivatedSockets& passed) {
+util::Expected<void> startListening(daemon::Server& server, const daemon::Options& options,
+                                    const daemon::service_manager::ActivatedSockets& passed) {
     if (passed.control) {
-        if (auto error = server.adopt(*passed.control)) {
-            return "cannot take the passed socket: " + *error;
+        if (auto adopted = server.adopt(*passed.control); !adopted) {
+            return util::Failure{"cannot take the passed socket: " + adopted.error()};
         }
-        return std::nullopt;
+        return {};
     }
-    if (auto error = server.listen(options.listen)) {
-        return "cannot listen on " + daemon::endpointText(options.listen) + ": " + *error;
+    if (auto listening = server.listen(options.listen); !listening) {
+        return util::Failure{"cannot listen on " + daemon::endpointText(options.listen) + ": " +
+                             listening.error()};
     }
-    return std::nullopt;
+    return {};
 }
 
 void stopOnSignal(asio::signal_set& signals, const std::function<void()>& stop) {
@@ -181,29 +182,31 @@ int serve(std::span<const char* const> arguments, daemon::Options options) {
     daemon::RequestHandler handler(devices, table, connections.value(), rules, shares.shares(),
                                    options.defaultAction);
 
-    if (auto problem = daemon::socketOwnersUnavailable()) {
+    if (auto available = daemon::socketOwnersAvailable(); !available) {
         daemon::logActivity(daemon::LogLevel::warning,
-                            "clients' users cannot be found: " + *problem +
+                            "clients' users cannot be found: " + available.error() +
                                 "; every client may look and test, none may change anything");
     }
     daemon::Server server(io, handler, daemon::AccessPolicy(::geteuid(), adminGroup),
                           fitLimitsToDescriptors(options.limits));
-    if (auto error = startListening(server, options, passed)) {
-        return fail(*error);
+    if (auto listening = startListening(server, options, passed); !listening) {
+        return fail(listening.error());
     }
     std::unique_ptr<daemon::BusMonitor> busEvents;
     if (devices.seesHotplug()) {
         busEvents = daemon::openHotplugEvents(io, options.rescanPeriod);
     }
-    if (auto error = shares.serve(io, options, passed.usbip, [&server](const daemon::Event& event) {
-            server.broadcast(event);
-        })) {
-        return fail(*error);
+    if (auto serving =
+            shares.serve(io, options, passed.usbip,
+                         [&server](const daemon::Event& event) { server.broadcast(event); });
+        !serving) {
+        return fail(serving.error());
     }
-    if (auto error =
+    if (auto serving =
             shares.serveTls(io, options, passed.usbipTls,
-                            [&server](const daemon::Event& event) { server.broadcast(event); })) {
-        return fail(*error);
+                            [&server](const daemon::Event& event) { server.broadcast(event); });
+        !serving) {
+        return fail(serving.error());
     }
     daemon::DeviceWatcher watcher(
         io, devices, table, busEvents.get(), options.rescanPeriod,

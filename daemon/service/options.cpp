@@ -44,7 +44,7 @@ std::string quoted(std::string_view text) {
 
 // Applies one option's value; what is wrong with it, without the option's
 // name, when it is refused.
-using Setter = std::optional<std::string> (*)(Options& options, std::string_view value);
+using Setter = util::Expected<void> (*)(Options& options, std::string_view value);
 
 struct KnownOption {
     const char* name;
@@ -55,117 +55,116 @@ struct KnownOption {
     Setter apply;
 };
 
-std::optional<std::string> setEndpoint(asio::ip::tcp::endpoint& into, std::string_view value) {
+util::Expected<void> setEndpoint(asio::ip::tcp::endpoint& into, std::string_view value) {
     auto endpoint = parseEndpoint(value);
     if (!endpoint) {
-        return endpoint.error();
+        return util::Failure{endpoint.error()};
     }
     into = *endpoint;
-    return std::nullopt;
+    return {};
 }
 
-std::optional<std::string> setSwitch(bool& into, std::string_view value) {
+util::Expected<void> setSwitch(bool& into, std::string_view value) {
     if (value == "true" || value == "yes" || value == "1") {
         into = true;
     } else if (value == "false" || value == "no" || value == "0") {
         into = false;
     } else {
-        return "wants true or false, not " + quoted(value);
+        return util::Failure{"wants true or false, not " + quoted(value)};
     }
-    return std::nullopt;
+    return {};
 }
 
-std::optional<std::string> setDefault(Options& options, std::string_view value) {
+util::Expected<void> setDefault(Options& options, std::string_view value) {
     auto action = parseAction(value);
     if (!action) {
-        return "wants share or block, not " + quoted(value);
+        return util::Failure{"wants share or block, not " + quoted(value)};
     }
     options.defaultAction = *action;
-    return std::nullopt;
+    return {};
 }
 
-std::optional<std::string> setRescan(Options& options, std::string_view value) {
+util::Expected<void> setRescan(Options& options, std::string_view value) {
     auto ms = parseDecimal<std::uint64_t>(value, 1, kMaxRescanMs);
     if (!ms) {
-        return "wants a number of milliseconds from 1 to " + std::to_string(kMaxRescanMs) +
-               ", not " + quoted(value);
+        return util::Failure{"wants a number of milliseconds from 1 to " +
+                             std::to_string(kMaxRescanMs) + ", not " + quoted(value)};
     }
     options.rescanPeriod = std::chrono::milliseconds(*ms);
-    return std::nullopt;
+    return {};
 }
 
 // Sets a whole number of `Unit`s, from 1 to kMaxLimit, into `Field`.
 template <auto Field, std::uint64_t Unit>
-std::optional<std::string> setLimit(Options& options, std::string_view value) {
+util::Expected<void> setLimit(Options& options, std::string_view value) {
     auto number = parseDecimal<std::uint64_t>(value, 1, kMaxLimit);
     if (!number) {
-        return "wants a whole number from 1 to " + std::to_string(kMaxLimit) + ", not " +
-               quoted(value);
+        return util::Failure{"wants a whole number from 1 to " + std::to_string(kMaxLimit) +
+                             ", not " + quoted(value)};
     }
     options.limits.*Field = static_cast<std::size_t>(*number * Unit);
-    return std::nullopt;
+    return {};
 }
 
 // Sets a number of seconds, from 1 to kMaxLimit, into `Field`.
-template <auto Field>
-std::optional<std::string> setSeconds(Options& options, std::string_view value) {
+template <auto Field> util::Expected<void> setSeconds(Options& options, std::string_view value) {
     auto seconds = parseDecimal<std::uint64_t>(value, 1, kMaxLimit);
     if (!seconds) {
-        return "wants a number of seconds from 1 to " + std::to_string(kMaxLimit) + ", not " +
-               quoted(value);
+        return util::Failure{"wants a number of seconds from 1 to " + std::to_string(kMaxLimit) +
+                             ", not " + quoted(value)};
     }
     options.limits.*Field = std::chrono::seconds(*seconds);
-    return std::nullopt;
+    return {};
 }
 
 // An address that is off unless given.
 template <std::optional<asio::ip::tcp::endpoint> Options::*Field>
-std::optional<std::string> setOptionalEndpoint(Options& options, std::string_view value) {
+util::Expected<void> setOptionalEndpoint(Options& options, std::string_view value) {
     asio::ip::tcp::endpoint endpoint;
-    auto problem = setEndpoint(endpoint, value);
-    if (!problem) {
+    auto set = setEndpoint(endpoint, value);
+    if (set) {
         options.*Field = endpoint;
     }
-    return problem;
+    return set;
 }
 
 template <std::string Options::*Field>
-std::optional<std::string> setText(Options& options, std::string_view value) {
+util::Expected<void> setText(Options& options, std::string_view value) {
     options.*Field = std::string(value);
-    return std::nullopt;
+    return {};
 }
 
 // Sets a whole number (of the unit that `wanted` names) from `min` to `max`.
 template <typename Field>
-std::optional<std::string> setBounded(Field& into, std::string_view value, std::uint64_t min,
-                                      std::uint64_t max, const char* wanted) {
+util::Expected<void> setBounded(Field& into, std::string_view value, std::uint64_t min,
+                                std::uint64_t max, const char* wanted) {
     auto number = parseDecimal<std::uint64_t>(value, min, max);
     if (!number) {
-        return "wants " + std::string(wanted) + " from " + std::to_string(min) + " to " +
-               std::to_string(max) + ", not " + quoted(value);
+        return util::Failure{"wants " + std::string(wanted) + " from " + std::to_string(min) +
+                             " to " + std::to_string(max) + ", not " + quoted(value)};
     }
     into = Field(*number);
-    return std::nullopt;
+    return {};
 }
 
 // A switch that keeps the rules in memory: the bool is only a stage.
-std::optional<std::string> setRulesInMemory(Options& options, std::string_view value) {
+util::Expected<void> setRulesInMemory(Options& options, std::string_view value) {
     bool inMemory = false;
-    if (auto problem = setSwitch(inMemory, value)) {
-        return problem;
+    if (auto set = setSwitch(inMemory, value); !set) {
+        return set;
     }
     if (inMemory) {
         options.rulesPath.reset();
     }
-    return std::nullopt;
+    return {};
 }
 
 // The options in the order of the help text; "config" is read first.
 constexpr auto kOptions = std::to_array<KnownOption>({
     {"config", "PATH", "config file (default /etc/halvo/halvod.conf)",
-     [](Options& o, std::string_view v) -> std::optional<std::string> {
+     [](Options& o, std::string_view v) -> util::Expected<void> {
          o.configPath = v;
-         return std::nullopt;
+         return {};
      }},
     {"listen", "ADDR:PORT", "address to serve (default 127.0.0.1:32999)",
      [](Options& o, std::string_view v) { return setEndpoint(o.listen, v); }},
@@ -196,32 +195,32 @@ constexpr auto kOptions = std::to_array<KnownOption>({
          return setBounded(o.sharing.deadPeerAfter, v, 6, 3600, "a number of seconds");
      }},
     {"sysfs", "DIR", "sysfs devices (default /sys/bus/usb/devices)",
-     [](Options& o, std::string_view v) -> std::optional<std::string> {
+     [](Options& o, std::string_view v) -> util::Expected<void> {
          o.sysfsRoot = v;
-         return std::nullopt;
+         return {};
      }},
     {"devices", "FILE", "USB devices from a JSON fixture instead",
-     [](Options& o, std::string_view v) -> std::optional<std::string> {
+     [](Options& o, std::string_view v) -> util::Expected<void> {
          o.deviceFixture = std::string(v);
-         return std::nullopt;
+         return {};
      }},
     {"connections", "FILE", "connections from a JSON fixture",
-     [](Options& o, std::string_view v) -> std::optional<std::string> {
+     [](Options& o, std::string_view v) -> util::Expected<void> {
          o.connectionFixture = std::string(v);
-         return std::nullopt;
+         return {};
      }},
     {"rules", "PATH", "rules file (default /var/lib/halvo/halvod.rules)",
-     [](Options& o, std::string_view v) -> std::optional<std::string> {
+     [](Options& o, std::string_view v) -> util::Expected<void> {
          o.rulesPath = std::string(v);
-         return std::nullopt;
+         return {};
      }},
     {"rules-in-memory", "", "keep committed rules in memory only", setRulesInMemory},
     {"default", "ACTION", "share or block when no rule matches (default block)", setDefault},
     {"rescan-ms", "N", "rescan period where no uevents come (default 1000)", setRescan},
     {"admin-group", "NAME", "who may change what is shared (default halvo)",
-     [](Options& o, std::string_view v) -> std::optional<std::string> {
+     [](Options& o, std::string_view v) -> util::Expected<void> {
          o.adminGroup = std::string(v);
-         return std::nullopt;
+         return {};
      }},
     {"max-clients", "N", "clients served at once (default 4096)",
      setLimit<&ClientLimits::maxClients, 1>},
@@ -305,8 +304,8 @@ std::string describeError(const po::error& error, std::string_view prefix) {
 
 // Applies what `given` holds, in table order; the first problem, named as
 // `dashes` + option name.
-std::optional<std::string> apply(const po::variables_map& given, std::string_view dashes,
-                                 Options& options, bool& sysfsGiven) {
+util::Expected<void> apply(const po::variables_map& given, std::string_view dashes,
+                           Options& options, bool& sysfsGiven) {
     for (const KnownOption& option : kOptions) {
         auto found = given.find(option.name);
         if (option.apply == nullptr || found == given.end()) {
@@ -321,12 +320,12 @@ std::optional<std::string> apply(const po::variables_map& given, std::string_vie
         } else {
             value = found->second.as<std::string>();
         }
-        if (auto problem = option.apply(options, value)) {
-            return std::string(dashes) + option.name + " " + *problem;
+        if (auto applied = option.apply(options, value); !applied) {
+            return util::Failure{std::string(dashes) + option.name + " " + applied.error()};
         }
         sysfsGiven = sysfsGiven || std::string_view(option.name) == "sysfs";
     }
-    return std::nullopt;
+    return {};
 }
 
 // The config file's settings, or what is wrong; a missing file that nobody
@@ -348,19 +347,20 @@ util::Expected<po::variables_map> readConfig(const std::string& path, bool named
     return settings;
 }
 
-std::optional<std::string> checkCombination(const Options& options, bool sysfsGiven) {
+util::Expected<void> checkCombination(const Options& options, bool sysfsGiven) {
     if (sysfsGiven && options.deviceFixture) {
-        return "--sysfs and --devices exclude each other";
+        return util::Failure{"--sysfs and --devices exclude each other"};
     }
     if (options.shareTlsListen &&
         (options.tlsCert.empty() || options.tlsKey.empty() || options.tlsClientCa.empty())) {
-        return "--share-tls-listen needs --tls-cert, --tls-key and --tls-client-ca";
+        return util::Failure{"--share-tls-listen needs --tls-cert, --tls-key and --tls-client-ca"};
     }
     if (!options.allowRemote && !options.listen.address().is_loopback()) {
-        return "refusing to listen on " + options.listen.address().to_string() +
-               ": the protocol has no authentication (add --allow-remote to do it anyway)";
+        return util::Failure{
+            "refusing to listen on " + options.listen.address().to_string() +
+            ": the protocol has no authentication (add --allow-remote to do it anyway)"};
     }
-    return std::nullopt;
+    return {};
 }
 
 } // namespace
@@ -418,15 +418,15 @@ ParsedOptions parseOptions(std::span<const char* const> arguments) {
     }
     Options options;
     bool sysfsGiven = false;
-    if (auto problem = apply(*config, configPath + ": ", options, sysfsGiven)) {
-        return *problem;
+    if (auto applied = apply(*config, configPath + ": ", options, sysfsGiven); !applied) {
+        return applied.error();
     }
-    if (auto problem = apply(commandLine, "--", options, sysfsGiven)) {
-        return *problem;
+    if (auto applied = apply(commandLine, "--", options, sysfsGiven); !applied) {
+        return applied.error();
     }
     options.configPath = configPath;
-    if (auto problem = checkCombination(options, sysfsGiven)) {
-        return *problem;
+    if (auto combined = checkCombination(options, sysfsGiven); !combined) {
+        return combined.error();
     }
     return options;
 }

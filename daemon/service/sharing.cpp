@@ -38,51 +38,51 @@ util::Expected<std::unique_ptr<Sharing>> Sharing::create(const Options& options,
         new Sharing(std::move(handOff), devices, connections, rules, options.defaultAction));
 }
 
-std::optional<std::string> Sharing::serve(boost::asio::io_context& io, const Options& options,
-                                          std::optional<int> activated,
-                                          usbip::Server::EventSink sink) {
+util::Expected<void> Sharing::serve(boost::asio::io_context& io, const Options& options,
+                                    std::optional<int> activated, usbip::Server::EventSink sink) {
     if (!options.shareListen && !activated) {
-        return std::nullopt;
+        return {};
     }
     server_ = std::make_unique<usbip::Server>(io, shares_, std::move(sink), options.sharing);
     if (activated) {
-        if (auto error = server_->adopt(*activated)) {
-            return "cannot take the passed USB/IP socket: " + *error;
+        if (auto adopted = server_->adopt(*activated); !adopted) {
+            return util::Failure{"cannot take the passed USB/IP socket: " + adopted.error()};
         }
-    } else if (auto error = server_->listen(*options.shareListen)) {
-        return "cannot listen for USB/IP on " + endpointText(*options.shareListen) + ": " + *error;
+    } else if (auto listening = server_->listen(*options.shareListen); !listening) {
+        return util::Failure{"cannot listen for USB/IP on " + endpointText(*options.shareListen) +
+                             ": " + listening.error()};
     }
     logActivity(LogLevel::info, "sharing over USB/IP on " + endpointText(server_->localEndpoint()));
-    return std::nullopt;
+    return {};
 }
 
-std::optional<std::string> Sharing::serveTls(boost::asio::io_context& io, const Options& options,
-                                             std::optional<int> activated,
-                                             usbip::Server::EventSink sink) {
+util::Expected<void> Sharing::serveTls(boost::asio::io_context& io, const Options& options,
+                                       std::optional<int> activated,
+                                       usbip::Server::EventSink sink) {
     if (!options.shareTlsListen && !activated) {
-        return std::nullopt;
+        return {};
     }
     if (options.tlsCert.empty() || options.tlsKey.empty() || options.tlsClientCa.empty()) {
-        return std::string("the USB/IP TLS port needs --tls-cert, --tls-key and --tls-client-ca");
+        return util::Failure{"the USB/IP TLS port needs --tls-cert, --tls-key and --tls-client-ca"};
     }
     auto context = tls::Context::create(tls::Role::server,
                                         {options.tlsCert, options.tlsKey, options.tlsClientCa});
     if (!context) {
-        return "cannot serve USB/IP over TLS: " + context.error();
+        return util::Failure{"cannot serve USB/IP over TLS: " + context.error()};
     }
     tlsServer_ = std::make_unique<usbip::Server>(io, shares_, std::move(sink), options.sharing);
     tlsServer_->useTls(std::move(context).value());
     if (activated) {
-        if (auto error = tlsServer_->adopt(*activated)) {
-            return "cannot take the passed USB/IP TLS socket: " + *error;
+        if (auto adopted = tlsServer_->adopt(*activated); !adopted) {
+            return util::Failure{"cannot take the passed USB/IP TLS socket: " + adopted.error()};
         }
-    } else if (auto error = tlsServer_->listen(*options.shareTlsListen)) {
-        return "cannot listen for USB/IP over TLS on " + endpointText(*options.shareTlsListen) +
-               ": " + *error;
+    } else if (auto listening = tlsServer_->listen(*options.shareTlsListen); !listening) {
+        return util::Failure{"cannot listen for USB/IP over TLS on " +
+                             endpointText(*options.shareTlsListen) + ": " + listening.error()};
     }
     logActivity(LogLevel::info,
                 "sharing over USB/IP in TLS on " + endpointText(tlsServer_->localEndpoint()));
-    return std::nullopt;
+    return {};
 }
 
 void Sharing::rulesReplaced(Action defaultAction) {

@@ -29,15 +29,14 @@ class Sharing {
     // Starts the USB/IP server on `activated` (the socket that socket
     // activation passed) or where the options ask; none without either. The
     // reason on failure.
-    std::optional<std::string> serve(boost::asio::io_context& io, const Options& options,
-                                     std::optional<int> activated, usbip::Server::EventSink sink);
+    util::Expected<void> serve(boost::asio::io_context& io, const Options& options,
+                               std::optional<int> activated, usbip::Server::EventSink sink);
 
     // The same for the TLS port (--share-tls-listen, or the socket named
     // "usbip-tls"), with the certificate, key and client CA the options
     // name; the reason when one cannot be used.
-    std::optional<std::string> serveTls(boost::asio::io_context& io, const Options& options,
-                                        std::optional<int> activated,
-                                        usbip::Server::EventSink sink);
+    util::Expected<void> serveTls(boost::asio::io_context& io, const Options& options,
+                                  std::optional<int> activated, usbip::Server::EventSink sink);
 
     // After a reload: the committed rules and `defaultAction` decide from
     // now on, and the shares they no longer allow end, telling the sink, as

@@ -38,19 +38,19 @@ Server::~Server() {
     stop();
 }
 
-std::optional<std::string> Server::listen(const asio::ip::tcp::endpoint& endpoint) {
+util::Expected<void> Server::listen(const asio::ip::tcp::endpoint& endpoint) {
     return started(listener_.listen(endpoint));
 }
 
-std::optional<std::string> Server::adopt(int listeningSocket) {
+util::Expected<void> Server::adopt(int listeningSocket) {
     return started(listener_.adopt(listeningSocket));
 }
 
-std::optional<std::string> Server::started(std::optional<std::string> problem) {
-    if (!problem) {
+util::Expected<void> Server::started(util::Expected<void> listening) {
+    if (listening) {
         pollShares();
     }
-    return problem;
+    return listening;
 }
 
 asio::ip::tcp::endpoint Server::localEndpoint() const {

@@ -41,9 +41,9 @@ class Server {
     ~Server();
 
     // Binds and starts accepting and watching shares; the reason on failure.
-    std::optional<std::string> listen(const boost::asio::ip::tcp::endpoint& endpoint);
+    util::Expected<void> listen(const boost::asio::ip::tcp::endpoint& endpoint);
     // The same for a socket already listening (socket activation).
-    std::optional<std::string> adopt(int listeningSocket);
+    util::Expected<void> adopt(int listeningSocket);
     boost::asio::ip::tcp::endpoint localEndpoint() const;
 
     // Stops accepting and drops the hosts still sending requests; shares
@@ -61,7 +61,7 @@ class Server {
 
   private:
     // Starts watching shares once listening; passes on why listening failed.
-    std::optional<std::string> started(std::optional<std::string> problem);
+    util::Expected<void> started(util::Expected<void> listening);
     void admit(boost::asio::ip::tcp::socket socket);
     // Why a new connection of `host` (its key) is turned away, if it is.
     std::optional<std::string> refusal(const std::string& host) const;

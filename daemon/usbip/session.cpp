@@ -77,8 +77,8 @@ void Session::answer(const Request& request) {
 void Session::answerImport(const std::string& busId) {
     // The kernel must notice a host that dies while it holds the device.
     const LinkWatch watch = linkWatchFor(server_.settings().deadPeerAfter);
-    if (auto problem = prepareSharedSocket(socket_.native_handle(), watch)) {
-        logActivity(LogLevel::error, "USB/IP import refused: " + *problem,
+    if (auto prepared = prepareSharedSocket(socket_.native_handle(), watch); !prepared) {
+        logActivity(LogLevel::error, "USB/IP import refused: " + prepared.error(),
                     {{log_field::kPeer, endpointText(host_.addr, host_.port)},
                      {log_field::kDevice, busId}});
         reply(encodeImportReply(Status::deviceError, nullptr));

@@ -135,8 +135,8 @@ void TlsSession::answerImport(const std::string& busId) {
     // table, whatever the kernel could have done.
     // The kernel must notice a host that dies while it holds the device.
     const LinkWatch watch = linkWatchFor(server_.settings().deadPeerAfter);
-    if (auto problem = prepareSharedSocket(socket_.native_handle(), watch)) {
-        warn("USB/IP import refused: " + *problem);
+    if (auto prepared = prepareSharedSocket(socket_.native_handle(), watch); !prepared) {
+        warn("USB/IP import refused: " + prepared.error());
         reply(encodeImportReply(Status::deviceError, nullptr));
         return;
     }

@@ -38,7 +38,7 @@ class CountingBackend final : public daemon::DeviceBackend {
         ++scans;
         return daemon::ScanResult{devices, ""};
     }
-    std::optional<std::string> unplug(const daemon::Device&) override { return std::nullopt; }
+    util::Expected<void> unplug(const daemon::Device&) override { return {}; }
     bool seesHotplug() const override { return true; }
 };
 

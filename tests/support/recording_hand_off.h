@@ -4,6 +4,7 @@
 
 #include "daemon/core/share_hand_off.h"
 
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -17,14 +18,17 @@ class RecordingHandOff final : public daemon::ShareHandOff {
     // handOver fails with this when set.
     std::optional<std::string> failure;
 
-    std::optional<std::string> handOver(const daemon::Device& device, int socketFd) override {
+    util::Expected<void> handOver(const daemon::Device& device, int socketFd) override {
         calls.push_back("over " + device.port + " fd " + std::to_string(socketFd));
-        return failure;
+        if (failure) {
+            return util::Failure{*failure};
+        }
+        return {};
     }
     bool inUse(const daemon::Device& device) override { return !detached.contains(device.port); }
-    std::optional<std::string> end(const daemon::Device& device) override {
+    util::Expected<void> end(const daemon::Device& device) override {
         calls.push_back("end " + device.port);
-        return std::nullopt;
+        return {};
     }
     Recovery recoverLeftovers() override { return {}; }
 };

@@ -242,7 +242,7 @@ std::optional<uid_t> localSocketOwner(const ip::tcp::endpoint& local,
     return owner;
 }
 
-std::optional<std::string> socketOwnersUnavailable() {
+util::Expected<void> socketOwnersAvailable() {
     // A dump of the sockets in no state: answered at once, and only when
     // the kernel has TCP socket diagnostics.
     Request probe = diagnosticsRequest(AF_INET);
@@ -250,13 +250,14 @@ std::optional<std::string> socketOwnersUnavailable() {
     probe.body.idiag_states = 0;
     const int failure = converse(probe, [](const inet_diag_msg&) {});
     if (failure == ENOENT) {
-        return std::string("the kernel has no TCP socket diagnostics (is the tcp_diag module "
-                           "available?)");
+        return util::Failure{"the kernel has no TCP socket diagnostics (is the tcp_diag module "
+                             "available?)"};
     }
     if (failure != 0) {
-        return std::string("the kernel's socket diagnostics fail: ") + std::strerror(failure);
+        return util::Failure{std::string("the kernel's socket diagnostics fail: ") +
+                             std::strerror(failure)};
     }
-    return std::nullopt;
+    return {};
 }
 
 } // namespace halvo::daemon

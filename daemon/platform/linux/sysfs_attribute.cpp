@@ -21,19 +21,18 @@ std::optional<std::string> readAttribute(const std::filesystem::path& folder, co
     return text;
 }
 
-std::optional<std::string> writeAttribute(const std::filesystem::path& file,
-                                          std::string_view value) {
+util::Expected<void> writeAttribute(const std::filesystem::path& file, std::string_view value) {
     int fd = ::open(file.c_str(), O_WRONLY | O_CLOEXEC);
     if (fd < 0) {
-        return file.string() + ": " + std::strerror(errno);
+        return util::Failure{file.string() + ": " + std::strerror(errno)};
     }
     ssize_t written = ::write(fd, value.data(), value.size());
     int writeErrno = errno;
     ::close(fd);
     if (written != static_cast<ssize_t>(value.size())) {
-        return file.string() + ": " + std::strerror(written < 0 ? writeErrno : EIO);
+        return util::Failure{file.string() + ": " + std::strerror(written < 0 ? writeErrno : EIO)};
     }
-    return std::nullopt;
+    return {};
 }
 
 } // namespace halvo::daemon

@@ -1,6 +1,8 @@
 // Reading and writing one sysfs attribute file.
 #pragma once
 
+#include "util/expected.h"
+
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -14,7 +16,6 @@ std::optional<std::string> readAttribute(const std::filesystem::path& folder, co
 
 // Writes `value` in one write, as the kernel wants attribute values; the
 // reason ("FILE: why") on failure.
-std::optional<std::string> writeAttribute(const std::filesystem::path& file,
-                                          std::string_view value);
+util::Expected<void> writeAttribute(const std::filesystem::path& file, std::string_view value);
 
 } // namespace halvo::daemon

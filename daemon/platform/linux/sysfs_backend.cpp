@@ -244,10 +244,10 @@ ScanResult SysfsBackend::scan() {
     return std::move(worker_->result);
 }
 
-std::optional<std::string> SysfsBackend::unplug(const Device& device) {
+util::Expected<void> SysfsBackend::unplug(const Device& device) {
     const fs::path authorized = root_ / device.port / "authorized";
-    if (auto error = writeAttribute(authorized, "0")) {
-        return error;
+    if (auto detached = writeAttribute(authorized, "0"); !detached) {
+        return detached;
     }
     return writeAttribute(authorized, "1");
 }

@@ -31,7 +31,7 @@ class SysfsBackend final : public DeviceBackend {
     ScanResult scan() override;
     // Withdraws the device's authorisation and grants it again, which makes
     // the kernel drop its drivers and configure it afresh.
-    std::optional<std::string> unplug(const Device& device) override;
+    util::Expected<void> unplug(const Device& device) override;
     bool seesHotplug() const override { return true; }
 
   private:

@@ -41,65 +41,68 @@ UsbipHost::UsbipHost(const fs::path& devicesRoot, Writer writer)
     }
 }
 
-std::optional<std::string> UsbipHost::handOver(const Device& device, int socketFd) {
+util::Expected<void> UsbipHost::handOver(const Device& device, int socketFd) {
     const fs::path folder = devices_ / device.port;
-    if (auto problem = write_(driver_ / "match_busid", "add " + device.port)) {
-        return problem;
+    if (auto matched = write_(driver_ / "match_busid", "add " + device.port); !matched) {
+        return matched;
     }
-    std::optional<std::string> problem;
+    util::Expected<void> step;
     // usbip-host may hold the device already: it takes a device plugged in
     // on a port whose slot outlived the device that was shared there.
     auto current = boundDriver(folder);
     if (current != kDriverName) {
         if (current) {
-            problem = write_(folder / "driver" / "unbind", device.port);
+            step = write_(folder / "driver" / "unbind", device.port);
         }
-        if (!problem) {
-            problem = write_(driver_ / "bind", device.port);
+        if (step) {
+            step = write_(driver_ / "bind", device.port);
         }
     }
-    if (!problem) {
-        problem = write_(folder / "usbip_sockfd", std::to_string(socketFd) + "\n");
+    if (step) {
+        step = write_(folder / "usbip_sockfd", std::to_string(socketFd) + "\n");
     }
-    if (problem) {
-        giveBack(device.port);
+    if (!step) {
+        static_cast<void>(giveBack(device.port));
     }
-    return problem;
+    return step;
 }
 
 bool UsbipHost::inUse(const Device& device) {
     return readAttribute(devices_ / device.port, "usbip_status") == kStatusInUse;
 }
 
-std::optional<std::string> UsbipHost::end(const Device& device) {
-    std::optional<std::string> problem;
+util::Expected<void> UsbipHost::end(const Device& device) {
+    util::Expected<void> stopped;
     if (inUse(device)) {
-        problem = write_(devices_ / device.port / "usbip_sockfd", "-1");
+        stopped = write_(devices_ / device.port / "usbip_sockfd", "-1");
         // The kernel closes the connection and resets the device on its
         // own worker; an unbind before that worker is done frees the device
         // under it (an oops in usbip_core's event_handler). It is done when
         // the status leaves "in use", normally within milliseconds.
-        for (int wait = 0; !problem && wait < kSettleSteps && inUse(device); ++wait) {
+        for (int wait = 0; stopped && wait < kSettleSteps && inUse(device); ++wait) {
             std::this_thread::sleep_for(kSettleStep);
         }
     }
     auto givenBack = giveBack(device.port);
-    return problem ? problem : givenBack;
+    return stopped ? givenBack : stopped;
 }
 
-std::optional<std::string> UsbipHost::giveBack(const std::string& port) {
+util::Expected<void> UsbipHost::giveBack(const std::string& port) {
     std::error_code error;
     const bool present = fs::exists(devices_ / port, error);
     auto unbound = write_(driver_ / "unbind", port);
     auto unmatched = write_(driver_ / "match_busid", "del " + port);
     if (!present) {
-        return std::nullopt;
+        return {};
     }
     auto rebound = write_(driver_ / "rebind", port);
-    if (rebound) {
+    if (!rebound) {
         rebound = write_(bus_ / "drivers_probe", port);
     }
-    return unbound ? unbound : unmatched ? unmatched : rebound;
+    if (!unbound) {
+        return unbound;
+    }
+    return unmatched ? rebound : unmatched;
 }
 
 ShareHandOff::Recovery UsbipHost::recoverLeftovers() {
@@ -110,8 +113,8 @@ ShareHandOff::Recovery UsbipHost::recoverLeftovers() {
         if (port.find(':') != std::string::npos || boundDriver(entry.path()) != kDriverName) {
             continue;
         }
-        if (auto problem = giveBack(port)) {
-            recovery.problems.push_back(std::move(*problem));
+        if (auto givenBack = giveBack(port); !givenBack) {
+            recovery.problems.push_back(givenBack.error());
         } else {
             recovery.ports.push_back(port);
         }

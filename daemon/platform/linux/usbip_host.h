@@ -29,21 +29,21 @@ class UsbipHost final : public ShareHandOff {
   public:
     // Writes one attribute; the reason on failure.
     using Writer =
-        std::function<std::optional<std::string>(const std::filesystem::path&, std::string_view)>;
+        std::function<util::Expected<void>(const std::filesystem::path&, std::string_view)>;
 
     // `devicesRoot` is the bus's devices folder (/sys/bus/usb/devices);
     // `writer` defaults to writing the files.
     explicit UsbipHost(const std::filesystem::path& devicesRoot, Writer writer = {});
 
-    std::optional<std::string> handOver(const Device& device, int socketFd) override;
+    util::Expected<void> handOver(const Device& device, int socketFd) override;
     bool inUse(const Device& device) override;
-    std::optional<std::string> end(const Device& device) override;
+    util::Expected<void> end(const Device& device) override;
     Recovery recoverLeftovers() override;
 
   private:
     // Each step of giving `port` back, even after one failed; the first
     // failure. Nothing to give back, and no failure, when the device is gone.
-    std::optional<std::string> giveBack(const std::string& port);
+    util::Expected<void> giveBack(const std::string& port);
 
     std::filesystem::path devices_;
     std::filesystem::path bus_;

@@ -9,8 +9,8 @@ std::optional<uid_t> localSocketOwner(const boost::asio::ip::tcp::endpoint&,
     return std::nullopt;
 }
 
-std::optional<std::string> socketOwnersUnavailable() {
-    return "this system offers no socket diagnostics";
+util::Expected<void> socketOwnersAvailable() {
+    return util::Failure{"this system offers no socket diagnostics"};
 }
 
 } // namespace halvo::daemon

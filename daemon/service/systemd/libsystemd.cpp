@@ -82,7 +82,7 @@ bool standardErrorIsJournal() {
 }
 
 // Puts the socket where its name says; what is wrong otherwise.
-std::optional<std::string> place(int fd, const std::string& name, ActivatedSockets& sockets) {
+util::Expected<void> place(int fd, const std::string& name, ActivatedSockets& sockets) {
     std::optional<int>* slot = nullptr;
     // Without FileDescriptorName a socket is named after its unit, and
     // systemd-socket-activate passes no names at all.
@@ -93,17 +93,18 @@ std::optional<std::string> place(int fd, const std::string& name, ActivatedSocke
     } else if (name == "usbip-tls") {
         slot = &sockets.usbipTls;
     } else {
-        return "socket activation: a socket named \"" + name +
-               "\", where the daemon takes \"control\", \"usbip\" and \"usbip-tls\"";
+        return util::Failure{"socket activation: a socket named \"" + name +
+                             "\", where the daemon takes \"control\", \"usbip\" and \"usbip-tls\""};
     }
     if (*slot) {
-        return "socket activation: two sockets named \"" + name + "\"";
+        return util::Failure{"socket activation: two sockets named \"" + name + "\""};
     }
     if (sd_is_socket_inet(fd, AF_UNSPEC, SOCK_STREAM, 1, 0) <= 0) {
-        return "socket activation: the socket named \"" + name + "\" is no listening TCP socket";
+        return util::Failure{"socket activation: the socket named \"" + name +
+                             "\" is no listening TCP socket"};
     }
     *slot = fd;
-    return std::nullopt;
+    return {};
 }
 
 } // namespace
@@ -141,9 +142,10 @@ util::Expected<ActivatedSockets> takeActivatedSockets() {
     std::free(names);
     ActivatedSockets sockets;
     for (int index = 0; index < count; ++index) {
-        if (auto problem = place(SD_LISTEN_FDS_START + index,
-                                 named[static_cast<std::size_t>(index)], sockets)) {
-            return util::Failure{*problem};
+        if (auto placed =
+                place(SD_LISTEN_FDS_START + index, named[static_cast<std::size_t>(index)], sockets);
+            !placed) {
+            return util::Failure{placed.error()};
         }
     }
     return sockets;
