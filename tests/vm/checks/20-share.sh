@@ -1,9 +1,12 @@
 # A share through halvod, from the list to its end, once per way it ends.
 port=$(gadget_port disk0)
 
-# Later shares wait for the imported disk's first block only.
+# Later shares wait for the imported disk's first block only. The disk is
+# attached once it is ready again after the last share (usbip attach fails
+# while usb-storage still probes it).
 share_started() {
-  attach "$port" >/dev/null && wait_for 60 disk_of disk0 imported >/dev/null
+  wait_for 60 gadget_ready disk0 >/dev/null && wait_for 60 attach "$port" >/dev/null &&
+    wait_for 60 disk_of disk0 imported >/dev/null
 }
 
 check "halvod starts with the default share" halvod_start
@@ -47,8 +50,8 @@ share_started >/dev/null
 check "SIGTERM stops halvod within 15 s" halvod_stop TERM
 check "after SIGTERM the disk is back" share_ended disk0
 
-halvod_start
-share_started >/dev/null
+check "halvod starts again" halvod_start
+check "the disk is shared before SIGKILL" share_started
 halvod_stop KILL
 check "after SIGKILL usbip-host keeps the disk" test "$(driver_of "$port")" = usbip-host
 detach_all
