@@ -34,21 +34,19 @@ enum class Status : std::uint32_t {
     error = 5,
 };
 
-// A device as the wire describes it: the exporting host's view of the device
-// on its bus.
-struct DeviceRecord {
+// How a device presents itself on its bus, as a host that imports it sees
+// it: the part of the wire's device record beyond the device's identity.
+// halvod keeps it with each device it knows.
+struct BusDescription {
     // The device's folder under /sys/devices on the exporting host.
     std::string path;
-    // The device's name on the exporting host ("1-2.3").
-    std::string busId;
     std::uint32_t busnum = 0;
     std::uint32_t devnum = 0;
     // The kernel's speed code: 1 low, 2 full, 3 high, 4 wireless, 5 super,
     // 6 super-plus; 0 unknown.
     std::uint32_t speed = 0;
-    std::uint16_t vid = 0;
-    std::uint16_t pid = 0;
-    std::uint16_t rev = 0;
+    // The class triple as the device declares it (0 when each interface
+    // names its own).
     std::uint8_t deviceClass = 0;
     std::uint8_t deviceSubClass = 0;
     std::uint8_t deviceProtocol = 0;
@@ -60,9 +58,20 @@ struct DeviceRecord {
         std::uint8_t protocol = 0;
         bool operator==(const Interface&) const = default;
     };
-    // The interfaces of the active configuration; the record's count is one
-    // byte, so at most 255 go on the wire.
+    // The interfaces of the active configuration, in interface order; the
+    // record's count is one byte, so at most 255 go on the wire.
     std::vector<Interface> interfaces;
+
+    bool operator==(const BusDescription&) const = default;
+};
+
+// A device as the wire describes it: its bus description and its identity.
+struct DeviceRecord : BusDescription {
+    // The device's name on the exporting host ("1-2.3").
+    std::string busId;
+    std::uint16_t vid = 0;
+    std::uint16_t pid = 0;
+    std::uint16_t rev = 0;
 
     bool operator==(const DeviceRecord&) const = default;
 };

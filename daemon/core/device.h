@@ -1,6 +1,8 @@
 // A USB device as the daemon knows it, and its record in the device list.
 #pragma once
 
+#include "usbip/wire.h"
+
 #include <boost/json/object.hpp>
 #include <cstdint>
 #include <optional>
@@ -11,29 +13,7 @@ namespace halvo::daemon {
 
 // How a device presents itself on the bus, as a remote host that imports it
 // sees it: what the USB/IP device record carries beyond the identity below.
-struct BusDescription {
-    // The device's own folder under /sys/devices.
-    std::string sysfsPath;
-    std::uint32_t busnum = 0;
-    std::uint32_t devnum = 0;
-    // The kernel's speed code: 1 low, 2 full, 3 high, 5 super, 6 super-plus;
-    // 0 unknown.
-    std::uint32_t speed = 0;
-    // The class triple as the device declares it (0 when each interface
-    // names its own).
-    std::uint8_t deviceClass = 0;
-    std::uint8_t deviceSubClass = 0;
-    std::uint8_t deviceProtocol = 0;
-    std::uint8_t configurationValue = 0;
-    std::uint8_t numConfigurations = 0;
-    struct Interface {
-        std::uint8_t interfaceClass = 0;
-        std::uint8_t subclass = 0;
-        std::uint8_t protocol = 0;
-    };
-    // The interfaces of the active configuration, in interface order.
-    std::vector<Interface> interfaces;
-};
+using BusDescription = halvo::usbip::BusDescription;
 
 inline constexpr std::uint8_t kHubClass = 0x09;
 

@@ -109,7 +109,7 @@ class DeviceReader {
 // interface of the device's class.
 BusDescription describeOnFixtureBus(const Device& device, std::size_t number) {
     BusDescription bus;
-    bus.sysfsPath = "/sys/devices/fixture/" + device.port;
+    bus.path = "/sys/devices/fixture/" + device.port;
     bus.busnum = static_cast<std::uint32_t>(std::strtoul(device.port.c_str(), nullptr, 10));
     bus.devnum = static_cast<std::uint32_t>(number + 1);
     bus.speed = 3;

@@ -3,25 +3,12 @@
 namespace halvo::daemon::usbip {
 
 halvo::usbip::DeviceRecord toDeviceRecord(const Device& device) {
-    const BusDescription& bus = device.bus;
     halvo::usbip::DeviceRecord record;
-    record.path = bus.sysfsPath;
+    static_cast<BusDescription&>(record) = device.bus;
     record.busId = device.port;
-    record.busnum = bus.busnum;
-    record.devnum = bus.devnum;
-    record.speed = bus.speed;
     record.vid = device.vid;
     record.pid = device.pid;
     record.rev = device.rev;
-    record.deviceClass = bus.deviceClass;
-    record.deviceSubClass = bus.deviceSubClass;
-    record.deviceProtocol = bus.deviceProtocol;
-    record.configurationValue = bus.configurationValue;
-    record.numConfigurations = bus.numConfigurations;
-    for (const BusDescription::Interface& interface : bus.interfaces) {
-        record.interfaces.push_back(
-            {interface.interfaceClass, interface.subclass, interface.protocol});
-    }
     return record;
 }
 

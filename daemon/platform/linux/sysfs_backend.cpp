@@ -130,9 +130,9 @@ std::vector<BusDescription::Interface> readInterfaces(const fs::path& deviceFold
 BusDescription readBusDescription(const fs::path& folder) {
     BusDescription bus;
     std::error_code error;
-    bus.sysfsPath = fs::canonical(folder, error).string();
+    bus.path = fs::canonical(folder, error).string();
     if (error) {
-        bus.sysfsPath = folder.string();
+        bus.path = folder.string();
     }
     bus.busnum = readDecimalAttribute<std::uint32_t>(folder, "busnum").value_or(0);
     bus.devnum = readDecimalAttribute<std::uint32_t>(folder, "devnum").value_or(0);

@@ -160,7 +160,7 @@ TEST(SysfsBackendTest, ReadsTheBusDescriptionThatImportingHostsAreTold) {
         EXPECT_EQ(scan.devices[0].bus.speed, code) << mbits;
     }
     const BusDescription bus = SysfsBackend(root / "bus").scan().devices.at(0).bus;
-    EXPECT_EQ(bus.sysfsPath, fs::canonical(folder).string());
+    EXPECT_EQ(bus.path, fs::canonical(folder).string());
     EXPECT_EQ(std::tuple(bus.busnum, bus.devnum, bus.configurationValue, bus.numConfigurations),
               std::tuple(1u, 12u, std::uint8_t{1}, std::uint8_t{2}));
     ASSERT_EQ(bus.interfaces.size(), 2u);
