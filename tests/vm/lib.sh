@@ -332,3 +332,60 @@ step_cleanup() {
   cat "$VM_TMP/halvod.log" >>"$results/halvod.log"
   : >"$VM_TMP/halvod.log"
 }
+
+# --- TLS -------------------------------------------------------------------
+
+TLS_PORT=3241
+PKI=$VM_TMP/pki
+HALVO_ATTACH=$build/attach/halvo-attach
+
+# pki_make: in $PKI, the CA the TLS port trusts (ca), a CA nobody trusts
+# (stranger), and halvod's certificate halvo-vm.{pem,key}, valid for
+# 127.0.0.1 and ::1 too.
+pki_make() {
+  mkdir -p "$PKI"
+  pki_ca ca && pki_ca stranger && pki_issue halvo-vm "DNS:halvo-vm,IP:127.0.0.1,IP:::1"
+}
+
+pki_ca() {
+  openssl req -x509 -days 2 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes \
+    -keyout "$PKI/$1.key" -out "$PKI/$1.pem" -subj "/CN=halvo-vm-$1" 2>/dev/null
+}
+
+# pki_issue NAME [SUBJECT_ALT_NAMES [CA]]: $PKI/NAME.{pem,key} with common
+# name NAME, signed by CA (default ca); the alternative names default to
+# DNS:NAME.
+pki_issue() {
+  local name=$1 alternatives=${2:-DNS:$1} ca=${3:-ca}
+  echo "subjectAltName=$alternatives" >"$PKI/$name.ext"
+  openssl req -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes \
+    -keyout "$PKI/$name.key" -out "$PKI/$name.csr" -subj "/CN=$name" 2>/dev/null &&
+    openssl x509 -req -days 2 -in "$PKI/$name.csr" -CA "$PKI/$ca.pem" -CAkey "$PKI/$ca.key" \
+      -CAcreateserial -extfile "$PKI/$name.ext" -out "$PKI/$name.pem" 2>/dev/null
+}
+
+# The config lines of halvod's TLS port (for halvod_config), with $PKI made.
+tls_config() {
+  echo "share-tls-listen = 127.0.0.1:$TLS_PORT"
+  echo "tls-cert = $PKI/halvo-vm.pem"
+  echo "tls-key = $PKI/halvo-vm.key"
+  echo "tls-client-ca = $PKI/ca.pem"
+}
+
+# halvod_start_tls [CONFIG LINE...]: halvod with both ports, the rules file
+# and the lines given; waits until the TLS port is open too.
+halvod_start_tls() {
+  [ -e "$PKI/halvo-vm.pem" ] || pki_make || { echo "cannot make the certificates"; return 1; }
+  halvod_config "$(tls_config)" "$@"
+  halvod_start && wait_for 10 grep -q "sharing over USB/IP in TLS on .*:$TLS_PORT" "$VM_TMP/halvod.log"
+}
+
+# halvo_attach_tls AS VERB ARGUMENT...: halvo-attach against the TLS port
+# with client certificate AS (made by pki_issue), e.g.
+# `halvo_attach_tls lab-a attach 127.0.0.1 1-1`; the host gets the port.
+halvo_attach_tls() {
+  local as=$1 verb=$2 host=$3
+  shift 3
+  timeout 60 "$HALVO_ATTACH" "$verb" --tls --cert "$PKI/$as.pem" --key "$PKI/$as.key" \
+    --ca "$PKI/ca.pem" "$host:$TLS_PORT" "$@"
+}

@@ -1,6 +1,7 @@
 #!/bin/bash
 # Runs the VM checks inside the guest: each file of checks/ in name order
-# (or only those named), then the summary line. Output: the guest's console;
+# (or only those named: a name with a slash is a script's path in the
+# repository without .sh, e.g. bench/vm/throughput), then the summary line. Output: the guest's console;
 # the check lines also go to RESULTS/log.
 repo=$1 build=$2 results=$3 checks=$4
 source "$repo/tests/vm/lib.sh"
@@ -9,7 +10,10 @@ vm_setup
 selected=()
 if [ -n "$checks" ]; then
   for name in ${checks//,/ }; do
-    selected+=("$repo/tests/vm/checks/$name.sh")
+    case "$name" in
+      */*) selected+=("$repo/$name.sh") ;;
+      *) selected+=("$repo/tests/vm/checks/$name.sh") ;;
+    esac
   done
 else
   selected=("$repo"/tests/vm/checks/*.sh)
