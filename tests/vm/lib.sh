@@ -332,3 +332,17 @@ step_cleanup() {
   cat "$VM_TMP/halvod.log" >>"$results/halvod.log"
   : >"$VM_TMP/halvod.log"
 }
+
+# --- systemd mode (systemd/*.sh) -------------------------------------------
+
+# journal_has TEXT [FIELD=VALUE...]: halvod.service's journal holds a record
+# whose message starts with TEXT and that carries each field given.
+journal_has() {
+  local text=$1 records field
+  shift
+  records=$(journalctl -u halvod -o json --no-pager | grep -F "\"MESSAGE\":\"$text")
+  for field; do
+    records=$(grep -F "\"${field%%=*}\":\"${field#*=}\"" <<<"$records")
+  done
+  [ -n "$records" ] || { echo "no journal record: $text $*"; journalctl -u halvod --no-pager | tail -5; return 1; }
+}

@@ -1,18 +1,27 @@
 #!/bin/bash
 # Runs the VM checks inside the guest: each file of checks/ in name order
-# (or only those named), then the summary line. Output: the guest's console;
-# the check lines also go to RESULTS/log.
-repo=$1 build=$2 results=$3 checks=$4
+# (or only those named), then the summary line. In systemd mode the steps are
+# checks/10-gadget.sh (the disk) and then systemd/*.sh; a name is looked up
+# in systemd/ first. Output: the guest's console; the check lines also go to
+# RESULTS/log.
+repo=$1 build=$2 results=$3 checks=$4 mode=${5:-script}
 source "$repo/tests/vm/lib.sh"
 vm_setup
 
+vm=$repo/tests/vm
 selected=()
 if [ -n "$checks" ]; then
   for name in ${checks//,/ }; do
-    selected+=("$repo/tests/vm/checks/$name.sh")
+    if [ "$mode" = systemd ] && [ -e "$vm/systemd/$name.sh" ]; then
+      selected+=("$vm/systemd/$name.sh")
+    else
+      selected+=("$vm/checks/$name.sh")
+    fi
   done
+elif [ "$mode" = systemd ]; then
+  selected=("$vm/checks/10-gadget.sh" "$vm"/systemd/*.sh)
 else
-  selected=("$repo"/tests/vm/checks/*.sh)
+  selected=("$vm"/checks/*.sh)
 fi
 for step in "${selected[@]}"; do
   say "== $(basename "$step" .sh)"
