@@ -6,15 +6,11 @@
 #   tests/vm/run.sh BUILD_DIR [CHECK...]   (CHECK: a file name in checks/
 #                                           without .sh; all when none)
 #
-# Two modes, chosen by HALVO_VM_MODE:
-#   script  (default) guest_init.sh is PID 1 and runs checks/*.sh with the
-#           build's halvod and halvoctl.
-#   systemd systemd is PID 1 (systemd_init.sh prepares it); once it reaches
-#           multi-user.target it runs checks/10-gadget.sh and systemd/*.sh,
-#           which install the Debian packages built here with cpack (into
-#           BUILD_DIR/vm/debs, from what the build holds: build first) and
-#           run halvod from its units. A CHECK is looked up in systemd/
-#           first, then in checks/.
+# HALVO_VM_MODE=script (the default): guest_init.sh is PID 1 and runs
+# checks/*.sh on the build's programs. HALVO_VM_MODE=systemd: systemd is PID
+# 1 (systemd_init.sh) and runs checks/10-gadget.sh and systemd/*.sh, which
+# install the Debian packages that cpack makes here into BUILD_DIR/vm/debs
+# (build first); a CHECK may name a file of either folder.
 #
 # The guest's root file system is this machine's / over 9p, read-only, under
 # a tmpfs overlay; the kernel's modules come from BUILD_DIR/vm/kernel (fetched
@@ -94,17 +90,13 @@ accelerator() {
 
 # The two Debian packages, for the guest's dpkg -i.
 make_packages() {
-  command -v cpack >/dev/null && command -v dpkg-shlibdeps >/dev/null ||
-    skip "systemd mode needs cpack and dpkg-shlibdeps (cmake, dpkg-dev)"
+  command -v dpkg-shlibdeps >/dev/null || skip "systemd mode needs dpkg-shlibdeps (dpkg-dev)"
   rm -rf "$vm/debs"
-  if ! cpack -G DEB --config "$build/CPackConfig.cmake" -B "$vm/debs" >"$vm/cpack.log" 2>&1; then
-    tail -20 "$vm/cpack.log" >&2
-    echo "vm: cpack failed (log: $vm/cpack.log)" >&2
-    exit 1
-  fi
+  cpack -G DEB --config "$build/CPackConfig.cmake" -B "$vm/debs" >"$vm/cpack.log" 2>&1 ||
+    { tail -20 "$vm/cpack.log"; echo "vm: cpack failed"; exit 1; } >&2
 }
 
-[ "$mode" = script ] || [ "$mode" = systemd ] || { echo "vm: unknown HALVO_VM_MODE $mode" >&2; exit 1; }
+[[ "$mode" =~ ^(script|systemd)$ ]] || { echo "vm: unknown HALVO_VM_MODE $mode" >&2; exit 1; }
 [ "$mode" = script ] || make_packages
 kernel=$(fetch_kernel)
 version=$(basename "$kernel")

@@ -1,27 +1,22 @@
 #!/bin/bash
 # Runs the VM checks inside the guest: each file of checks/ in name order
-# (or only those named), then the summary line. In systemd mode the steps are
+# (or only those named), then the summary line. In systemd mode
+# (HALVO_VM_MODE=systemd, from units/halvo-vm-checks.service) the steps are
 # checks/10-gadget.sh (the disk) and then systemd/*.sh; a name is looked up
-# in systemd/ first. Output: the guest's console; the check lines also go to
+# in both folders. Output: the guest's console; the check lines also go to
 # RESULTS/log.
-repo=$1 build=$2 results=$3 checks=$4 mode=${5:-script}
+repo=$1 build=$2 results=$3 checks=$4 mode=${HALVO_VM_MODE:-script}
 source "$repo/tests/vm/lib.sh"
 vm_setup
 
 vm=$repo/tests/vm
-selected=()
+selected=("$vm"/checks/*.sh)
+[ "$mode" = script ] || selected=("$vm/checks/10-gadget.sh" "$vm"/systemd/*.sh)
 if [ -n "$checks" ]; then
+  selected=()
   for name in ${checks//,/ }; do
-    if [ "$mode" = systemd ] && [ -e "$vm/systemd/$name.sh" ]; then
-      selected+=("$vm/systemd/$name.sh")
-    else
-      selected+=("$vm/checks/$name.sh")
-    fi
+    selected+=("$vm"/*/"$name.sh")
   done
-elif [ "$mode" = systemd ]; then
-  selected=("$vm/checks/10-gadget.sh" "$vm"/systemd/*.sh)
-else
-  selected=("$vm"/checks/*.sh)
 fi
 for step in "${selected[@]}"; do
   say "== $(basename "$step" .sh)"

@@ -1,5 +1,4 @@
-# halvod's records in the journal (journalctl -u halvod -o json), each with
-# its HALVO_* fields apart.
+# halvod's records in journalctl -u halvod -o json, with their HALVO_* fields.
 port=$(gadget_port disk0)
 check "the journal has halvod's start with HALVO_CONFIG" \
   journal_has "starting, version" HALVO_CONFIG=/etc/halvo/halvod.conf
