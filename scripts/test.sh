@@ -40,7 +40,7 @@ for mode in script systemd; do
       count=$(sed -n 's/^\([0-9]*\) passed, 0 failed.*/\1/p' build/vm/results/log | tail -1)
       vm_passed=$((vm_passed + ${count:-0}))
       ;;
-    77) echo "VM suite, $mode mode: SKIPPED (see the reason above); the kernel side was not tested" ;;
+    77) echo "VM suite, $mode mode: SKIPPED (see the reason above): not tested" ;;
     *) exit "$vm_status" ;;
   esac
 done
