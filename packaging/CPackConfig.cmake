@@ -57,7 +57,8 @@ device and connection listings, unplugging, dropping connections and rule
 transactions, changes allowed to root, its own user and the halvo group.
 
 The package holds the daemon, its manual page, bash and zsh completion,
-systemd units for socket activation on 127.0.0.1:32999, and the config file
+systemd units for socket activation on 127.0.0.1:32999 and, once enabled, on
+the USB/IP ports 3240 and 3241 (TLS), and the config file
 /etc/halvo/halvod.conf.")
 
 include(CPack)

@@ -80,7 +80,9 @@ endif()
 if(TARGET halvod)
   halvo_install_system_files(halvod ${HALVO_INSTALL_UNITDIR} ${halvo_system_unit_dir}
                              ${CMAKE_CURRENT_LIST_DIR}/systemd/halvod.service
-                             ${CMAKE_CURRENT_LIST_DIR}/systemd/halvod.socket)
+                             ${CMAKE_CURRENT_LIST_DIR}/systemd/halvod.socket
+                             ${CMAKE_CURRENT_LIST_DIR}/systemd/halvod-usbip.socket
+                             ${CMAKE_CURRENT_LIST_DIR}/systemd/halvod-usbip-tls.socket)
   halvo_usr_config_dir(usr_config_dir)
   halvo_install_system_files(halvod ${HALVO_INSTALL_CONFDIR} ${usr_config_dir}
                              ${CMAKE_CURRENT_LIST_DIR}/halvod.conf)

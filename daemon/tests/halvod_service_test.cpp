@@ -14,6 +14,7 @@
 #include <sys/un.h>
 #include <thread>
 #include <unistd.h>
+#include <vector>
 
 namespace halvo::daemon {
 namespace {
@@ -175,11 +176,13 @@ TEST(HalvodServiceTest, UnitFilesPassSystemdAnalyzeVerify) {
     const std::string kInstalled = "ExecStart=/usr/sbin/halvod";
     ASSERT_NE(service.find(kInstalled), std::string::npos);
     service.replace(service.find(kInstalled), kInstalled.size(), "ExecStart=" HALVOD_PATH);
-    const std::string unit = scratch.write("halvod.service", service);
-    const std::string socket = scratch.write(
-        "halvod.socket", testkit::readFile(fs::path(HALVOD_UNITS_DIR) / "halvod.socket"));
-    testkit::RunResult verified =
-        testkit::runProgram(analyze, {"verify", "--man=no", unit, socket});
+    std::vector<std::string> arguments{"verify", "--man=no",
+                                       scratch.write("halvod.service", service)};
+    for (const char* socket : {"halvod.socket", "halvod-usbip.socket", "halvod-usbip-tls.socket"}) {
+        arguments.push_back(
+            scratch.write(socket, testkit::readFile(fs::path(HALVOD_UNITS_DIR) / socket)));
+    }
+    testkit::RunResult verified = testkit::runProgram(analyze, arguments);
     EXPECT_EQ(verified.status, 0);
     EXPECT_EQ(verified.err, "");
 }

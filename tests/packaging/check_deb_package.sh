@@ -1,14 +1,12 @@
 #!/bin/sh
-# check_deb_package.sh [--install] BUILD_DIR TARGET... -- PACKAGE:FILE...
-# Builds the TARGETs and the Debian packages (CPack).  By default: checks the
-# control fields, that each FILE (below the root) is in PACKAGE and that a
-# plain cmake --install installs nothing no package holds, runs the programs
-# unpacked in a scratch root, runs lintian.  --install: dpkg -i, run, check
-# what the maintainer scripts made, purge; as root with CI=true or
-# HALVO_TEST_DPKG_INSTALL=1 only (a machine thrown away afterwards).
+# check_deb_package.sh BUILD_DIR TARGET... -- PACKAGE:FILE...
+# Builds the TARGETs and the Debian packages (CPack), checks the control
+# fields, that each FILE (below the root) is in PACKAGE and that a plain
+# cmake --install installs nothing no package holds, runs the programs
+# unpacked in a scratch root, runs lintian.  Installing them with dpkg, the
+# maintainer scripts and the units under systemd are checked by the VM suite
+# in systemd mode (tests/vm/systemd).
 set -u
-install=false
-[ "${1-}" = --install ] && { install=true; shift; }
 build=$1
 shift
 targets=
@@ -19,18 +17,6 @@ done
 [ $# -gt 0 ] && shift
 packages=$(for entry in "$@"; do [ -n "$entry" ] && echo "${entry%%:*}"; done | sort -u | tr '\n' ' ')
 packages=${packages% }
-
-if $install; then
-    [ "${CI-}" = true ] || [ "${HALVO_TEST_DPKG_INSTALL-}" = 1 ] || {
-        echo "SKIPPED: installs packages for real; set CI=true or HALVO_TEST_DPKG_INSTALL=1 on a throw-away machine"
-        exit 77
-    }
-    [ "$(id -u)" -eq 0 ] || { echo "SKIPPED: dpkg -i needs root"; exit 77; }
-    for package in $packages; do
-        dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q installed &&
-            { echo "SKIPPED: $package is installed on this machine already; not touching it"; exit 77; }
-    done
-fi
 missing=
 for tool in cpack:cmake dpkg-deb:dpkg dpkg-shlibdeps:dpkg-dev file:file strip:binutils lintian:lintian; do
     command -v "${tool%%:*}" >/dev/null 2>&1 || missing="$missing ${tool#*:}"
@@ -58,43 +44,13 @@ for package in $packages; do
 done
 
 root=$work/root
-if $install; then
-    root=
-    group_existed=false
-    getent group halvo >/dev/null && group_existed=true
-    # shellcheck disable=SC2086
-    quietly dpkg -i $debs
-else
-    for deb in $debs; do dpkg-deb -x "$deb" "$root"; done
-fi
+for deb in $debs; do dpkg-deb -x "$deb" "$root"; done
 
 # halvoctl: its help on standard output, nothing on standard error.
 "$root/usr/bin/halvoctl" -h >"$work/help" 2>"$work/help.err" || fail "halvoctl -h exited with $?"
 [ "$(head -n 1 "$work/help")" = "$(printf 'Usage:\thalvoctl dev\t\t- show list of devices')" ] ||
     fail "first help line is '$(head -n 1 "$work/help")'"
 [ ! -s "$work/help.err" ] || fail "halvoctl -h wrote to standard error: $(cat "$work/help.err")"
-
-if $install; then
-    case " $packages " in *" halvod "*)
-        version=$(dpkg-query -W -f='${Version}' halvod)
-        if ! said=$(/usr/sbin/halvod --version 2>&1); then
-            fail "halvod --version failed: $said"
-        elif [ "${said#*"${version%-*}"}" = "$said" ]; then
-            fail "halvod --version does not say ${version%-*}: $said"
-        fi
-        state=$(stat -c '%a %U:%G' /var/lib/halvo 2>&1)
-        [ "$state" = "750 root:halvo" ] || fail "/var/lib/halvo is '$state', not '750 root:halvo'"
-        ;;
-    esac
-    # shellcheck disable=SC2086
-    quietly dpkg --purge $packages
-    for gone in /usr/bin/halvoctl /usr/sbin/halvod /etc/halvo/halvod.conf /var/lib/halvo; do
-        [ ! -e "$gone" ] || fail "$gone is still there after the purge"
-    done
-    $group_existed || delgroup --system --quiet halvo >/dev/null 2>&1 || true
-    [ $status -eq 0 ] && echo "ok: installed $packages, ran them, purged"
-    exit $status
-fi
 
 for deb in $debs; do
     package=$(dpkg-deb -f "$deb" Package)

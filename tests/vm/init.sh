@@ -1,7 +1,8 @@
 #!/bin/busybox sh
 # The initramfs's /init: mounts the host's / (9p, read-only) under a tmpfs
 # overlay, the cached kernel modules at /lib/modules and the results folder,
-# then hands over to the guest's PID 1.
+# then hands over to the guest's PID 1: guest_init.sh, or systemd
+# (prepared by systemd_init.sh) in systemd mode.
 /bin/busybox --install -s /bin
 export PATH=/bin
 mount -t proc proc /proc
@@ -45,5 +46,10 @@ mount --move /dev /newroot/dev
 mount -t tmpfs tmpfs /newroot/run
 # /tmp stays the overlay's (its writes land in tmpfs too), so that a build
 # folder under the host's /tmp stays visible.
+if [ "$mode" = systemd ]; then
+  sh "/newroot$repo/tests/vm/systemd_init.sh" /newroot "$repo" "$build" "$results" "$checks" ||
+    fail "cannot prepare the guest for systemd"
+  exec switch_root /newroot /lib/systemd/systemd
+fi
 exec switch_root /newroot /bin/busybox sh "$repo/tests/vm/guest_init.sh" \
   "$repo" "$build" "$results" "$mode" "$checks"

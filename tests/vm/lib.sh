@@ -389,3 +389,25 @@ halvo_attach_tls() {
   timeout 60 "$HALVO_ATTACH" "$verb" --tls --cert "$PKI/$as.pem" --key "$PKI/$as.key" \
     --ca "$PKI/ca.pem" "$host:$TLS_PORT" "$@"
 }
+
+# --- systemd mode (systemd/*.sh) -------------------------------------------
+
+# share_started [NAME]: imports gadget NAME's disk (disk0 by default) once it
+# is ready again after the last share (usbip attach fails while usb-storage
+# still probes it), and waits for its first block only.
+share_started() {
+  local name=${1:-disk0}
+  wait_for 60 gadget_ready "$name" >/dev/null && wait_for 60 attach "$(gadget_port "$name")" >/dev/null &&
+    wait_for 60 disk_of "$name" imported >/dev/null
+}
+
+# journal_has TEXT [FIELD=VALUE...]: halvod.service's journal holds a record
+# whose message starts with TEXT and that carries each field given.
+journal_has() {
+  local records field
+  records=$(journalctl -u halvod -o json --no-pager | grep -F "\"MESSAGE\":\"$1")
+  for field in "${@:2}"; do
+    records=$(grep -F "\"${field%%=*}\":\"${field#*=}\"" <<<"$records")
+  done
+  [ -n "$records" ] || { echo "no journal record: $*"; journalctl -u halvod | tail -5; return 1; }
+}

@@ -6,6 +6,12 @@
 #   tests/vm/run.sh BUILD_DIR [CHECK...]   (CHECK: a file name in checks/
 #                                           without .sh; all when none)
 #
+# HALVO_VM_MODE=script (the default): guest_init.sh is PID 1 and runs
+# checks/*.sh on the build's programs. HALVO_VM_MODE=systemd: systemd is PID
+# 1 (systemd_init.sh) and runs checks/10-gadget.sh and systemd/*.sh, which
+# install the Debian packages that cpack makes here into BUILD_DIR/vm/debs
+# (build first); a CHECK may name a file of either folder.
+#
 # The guest's root file system is this machine's / over 9p, read-only, under
 # a tmpfs overlay; the kernel's modules come from BUILD_DIR/vm/kernel (fetched
 # once with apt-get download, never installed). Results land in
@@ -82,6 +88,16 @@ accelerator() {
   echo "-accel tcg,thread=multi -cpu max"
 }
 
+# The two Debian packages, for the guest's dpkg -i.
+make_packages() {
+  command -v dpkg-shlibdeps >/dev/null || skip "systemd mode needs dpkg-shlibdeps (dpkg-dev)"
+  rm -rf "$vm/debs"
+  cpack -G DEB --config "$build/CPackConfig.cmake" -B "$vm/debs" >"$vm/cpack.log" 2>&1 ||
+    { tail -20 "$vm/cpack.log"; echo "vm: cpack failed"; exit 1; } >&2
+}
+
+[[ "$mode" =~ ^(script|systemd)$ ]] || { echo "vm: unknown HALVO_VM_MODE $mode" >&2; exit 1; }
+[ "$mode" = script ] || make_packages
 kernel=$(fetch_kernel)
 version=$(basename "$kernel")
 make_initramfs "$kernel" "$version"

@@ -1,14 +1,6 @@
 # A share through halvod, from the list to its end, once per way it ends.
 port=$(gadget_port disk0)
 
-# Later shares wait for the imported disk's first block only. The disk is
-# attached once it is ready again after the last share (usbip attach fails
-# while usb-storage still probes it).
-share_started() {
-  wait_for 60 gadget_ready disk0 >/dev/null && wait_for 60 attach "$port" >/dev/null &&
-    wait_for 60 disk_of disk0 imported >/dev/null
-}
-
 check "halvod starts with the default share" halvod_start
 check "usbip list -r lists the shared disk" lists_port "$port"
 check "usbip attach imports the disk and it reads back" share_and_read disk0
