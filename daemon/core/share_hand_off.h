@@ -43,6 +43,10 @@ class ShareHandOff {
     // handed over again until then.
     virtual bool givingBack(std::string_view port) const = 0;
 
+    // Calls `idle` (on that loop) once no device is being given back; at
+    // once when none is.
+    virtual void whenIdle(std::function<void()> idle) = 0;
+
     // A device on `port` came or was bound to a driver: what the sharing
     // driver still holds for that port from a device that went away can be
     // freed now.

@@ -23,6 +23,7 @@ class FixtureHandOff final : public ShareHandOff {
     // At once: `ended` hears before end() returns.
     void end(const Device& device, Ended ended) override;
     bool givingBack(std::string_view) const override { return false; }
+    void whenIdle(std::function<void()> idle) override { idle(); }
     void portChanged(const std::string&) override {}
     Recovery recoverLeftovers() override { return {}; }
 

@@ -220,11 +220,12 @@ int serve(std::span<const char* const> arguments, daemon::Options options) {
     }
     asio::signal_set stopSignals(io, SIGINT, SIGTERM);
     stopOnSignal(stopSignals, [&] {
-        // Shares end first, so that clients still hear of it.
-        shares.stop();
+        // Shares end first, so that clients still hear of it; the loop runs
+        // on until their devices are given back, so that a device that could
+        // not be given back is logged.
+        shares.stop([&io] { io.stop(); });
         watcher.stop();
         server.stop();
-        io.stop();
     });
     daemon::Reloader reloader(arguments, options, rules, handler, shares);
     asio::signal_set reloadSignals(io, SIGHUP);

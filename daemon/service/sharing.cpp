@@ -101,7 +101,7 @@ void Sharing::busChanged(const BusChange& change) {
     }
 }
 
-void Sharing::stop() {
+void Sharing::stop(std::function<void()> stopped) {
     publish(shares_.endAll());
     if (server_) {
         server_->stop();
@@ -109,6 +109,7 @@ void Sharing::stop() {
     if (tlsServer_) {
         tlsServer_->stop();
     }
+    handOff_->whenIdle(std::move(stopped));
 }
 
 void Sharing::publish(const std::vector<Event>& events) {

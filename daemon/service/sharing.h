@@ -11,6 +11,7 @@
 #include "util/expected.h"
 
 #include <boost/asio/io_context.hpp>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -51,8 +52,9 @@ class Sharing {
     // The bus reported a change of a device (see BusChange).
     void busChanged(const BusChange& change);
 
-    // Ends every share, telling the sink, and stops the servers.
-    void stop();
+    // Ends every share, telling the sink, and stops the servers; `stopped`
+    // runs on the loop once every device is given back.
+    void stop(std::function<void()> stopped);
 
   private:
     Sharing(std::unique_ptr<ShareHandOff> handOff, DeviceTable& devices,

@@ -45,6 +45,7 @@ class RecordingHandOff final : public daemon::ShareHandOff {
         return std::any_of(ending.begin(), ending.end(),
                            [port](const auto& end) { return end.first == port; });
     }
+    void whenIdle(std::function<void()> idle) override { idle(); }
     void portChanged(const std::string&) override {}
     // Reports `outcome` for every end under way.
     void finishEnds(const util::Expected<void>& outcome = {}) {

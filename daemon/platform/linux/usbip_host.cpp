@@ -7,6 +7,7 @@
 #include <sstream>
 #include <system_error>
 #include <thread>
+#include <utility>
 
 namespace halvo::daemon {
 
@@ -149,7 +150,20 @@ void UsbipHost::runFor(const std::string& port, std::function<Outcome()> job,
         if (done) {
             done(outcome);
         }
+        if (pending_.empty()) {
+            for (auto& idle : std::exchange(idleWaiters_, {})) {
+                idle();
+            }
+        }
     });
+}
+
+void UsbipHost::whenIdle(std::function<void()> idle) {
+    if (pending_.empty()) {
+        idle();
+    } else {
+        idleWaiters_.push_back(std::move(idle));
+    }
 }
 
 UsbipHost::Outcome UsbipHost::release(const std::string& port) const {

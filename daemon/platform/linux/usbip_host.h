@@ -34,6 +34,7 @@
 #include <map>
 #include <set>
 #include <string_view>
+#include <vector>
 
 namespace halvo::daemon {
 
@@ -61,6 +62,7 @@ class UsbipHost final : public ShareHandOff {
     ShareUse use(const Device& device) override;
     void end(const Device& device, Ended ended) override;
     bool givingBack(std::string_view port) const override { return pending_.contains(port); }
+    void whenIdle(std::function<void()> idle) override;
     void portChanged(const std::string& port) override;
     Recovery recoverLeftovers() override;
 
@@ -97,6 +99,7 @@ class UsbipHost final : public ShareHandOff {
     // slot a device that went away left in the table.
     std::map<std::string, int, std::less<>> pending_;
     std::set<std::string> slotsLeft_;
+    std::vector<std::function<void()>> idleWaiters_;
     // Last, so that it finishes before the rest goes.
     OffLoopWorker worker_;
 };

@@ -140,8 +140,8 @@ TEST(UsbipHostTest, WritesTheKernelsStepsInOrder) {
 }
 
 // A give-back that the kernel takes its time over runs beside the loop: the
-// loop goes on, and the device counts as still being given back until the
-// outcome arrives.
+// loop goes on, and the device counts as still being given back (and the
+// hand-off as busy) until the outcome arrives.
 TEST(UsbipHostTest, AGiveBackDoesNotHoldTheLoop) {
     Bus bus;
     bus.plug("1-2", "usbip-host", "2");
@@ -159,13 +159,17 @@ TEST(UsbipHostTest, AGiveBackDoesNotHoldTheLoop) {
     host.end(at("1-2"), [&ended](util::Expected<void>) { ended = true; });
     bool loopRan = false;
     boost::asio::post(bus.loop, [&loopRan] { loopRan = true; });
+    bool idle = false;
+    host.whenIdle([&idle] { idle = true; });
     bus.loop.poll();
     EXPECT_TRUE(loopRan);
     EXPECT_FALSE(ended);
+    EXPECT_FALSE(idle);
     EXPECT_TRUE(host.givingBack("1-2"));
     kernelDone.set_value();
     bus.loop.run_one();
     EXPECT_TRUE(ended);
+    EXPECT_TRUE(idle);
     EXPECT_FALSE(host.givingBack("1-2"));
     EXPECT_TRUE(bus.table.empty());
 }
