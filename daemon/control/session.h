@@ -16,7 +16,7 @@
 #pragma once
 
 #include "daemon/control/client_limits.h"
-#include "daemon/control/off_loop_worker.h"
+#include "daemon/platform/off_loop_worker.h"
 #include "link/packet.h"
 
 #include <boost/asio/ip/tcp.hpp>

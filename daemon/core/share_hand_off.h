@@ -7,13 +7,20 @@
 #include "daemon/core/device.h"
 #include "util/expected.h"
 
+#include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace halvo::daemon {
 
+// Whether a remote host still uses a shared device, and if not, why.
+enum class ShareUse { inUse, released, deviceGone };
+
 class ShareHandOff {
   public:
+    using Ended = std::function<void(util::Expected<void>)>;
+
     virtual ~ShareHandOff() = default;
 
     // Binds the device to the sharing driver and gives it the connected
@@ -22,17 +29,32 @@ class ShareHandOff {
     // failure, with the device given back.
     virtual util::Expected<void> handOver(const Device& device, int socketFd) = 0;
 
-    // Whether the remote host still uses the device (false once it detached
-    // or the link broke).
-    virtual bool inUse(const Device& device) = 0;
+    // inUse while the remote host uses the device; released once it
+    // detached or the link broke; deviceGone once the device left the bus.
+    virtual ShareUse use(const Device& device) = 0;
 
     // Ends the device's traffic (the socket is closed) and gives the device
-    // back to its own driver.  The reason when a step failed; the later
-    // steps are still tried.
-    virtual util::Expected<void> end(const Device& device) = 0;
+    // back to its own driver, without holding the caller's event loop:
+    // `ended` hears on that loop how it went (the reason when a step failed;
+    // the later steps are still tried).
+    virtual void end(const Device& device, Ended ended) = 0;
+
+    // Whether the device on `port` is still being given back: it cannot be
+    // handed over again until then.
+    virtual bool givingBack(std::string_view port) const = 0;
+
+    // Calls `idle` (on that loop) once no device is being given back; at
+    // once when none is.
+    virtual void whenIdle(std::function<void()> idle) = 0;
+
+    // A device on `port` came or was bound to a driver: what the sharing
+    // driver still holds for that port from a device that went away can be
+    // freed now.
+    virtual void portChanged(const std::string& port) = 0;
 
     // Gives back the devices that an earlier run left with the sharing
-    // driver; the ports given back and the problems met.
+    // driver, and frees what it holds for ports whose device went away; the
+    // ports given back and the problems met.
     struct Recovery {
         std::vector<std::string> ports;
         std::vector<std::string> problems;

@@ -4,6 +4,7 @@
 #include "daemon/core/peer_text.h"
 
 #include <algorithm>
+#include <map>
 
 namespace halvo::daemon {
 
@@ -11,6 +12,7 @@ namespace {
 
 constexpr std::string_view kSharedState = "shared";
 constexpr std::string_view kHostLeft = "disconnected";
+constexpr std::string_view kDeviceGone = "the device went away";
 
 } // namespace
 
@@ -52,7 +54,7 @@ ImportResult ShareTable::import(std::string_view port, const RemoteHost& host, i
                     {{log_field::kPeer, host.logText()}, {log_field::kDevice, std::string(port)}});
         return result;
     }
-    if (found->state == kSharedState) {
+    if (found->state == kSharedState || handOff_.givingBack(found->port)) {
         result.status = ImportStatus::busy;
         return result;
     }
@@ -88,10 +90,12 @@ std::vector<Event> ShareTable::endWhere(Selector ending, std::string_view reason
         return true;
     });
     for (const Share& share : ended) {
-        if (auto givenBack = handOff_.end(share.device); !givenBack) {
-            logActivity(LogLevel::error, "giving the device back failed: " + givenBack.error(),
-                        {{log_field::kDevice, share.device.port}});
-        }
+        handOff_.end(share.device, [port = share.device.port](util::Expected<void> givenBack) {
+            if (!givenBack) {
+                logActivity(LogLevel::error, "giving the device back failed: " + givenBack.error(),
+                            {{log_field::kDevice, port}});
+            }
+        });
         logActivity(
             LogLevel::notice, "share ended: " + std::string(reason),
             {{log_field::kPeer, share.host.logText()}, {log_field::kDevice, share.device.port}});
@@ -129,9 +133,29 @@ std::vector<Event> ShareTable::endRefused() {
         "the rules no longer share it", kHostLeft);
 }
 
+std::vector<Event> ShareTable::endGone() {
+    return endWhere(
+        [this](const Share& share) { return devices_.find(share.device.id) == nullptr; },
+        kDeviceGone, kHostLeft);
+}
+
 std::vector<Event> ShareTable::endDetached() {
-    return endWhere([this](const Share& share) { return !handOff_.inUse(share.device); },
-                    "the remote host detached or the link broke", kHostLeft);
+    std::vector<Event> events = endGone();
+    std::map<std::uint32_t, ShareUse> uses;
+    for (const Share& share : shares_) {
+        uses.emplace(share.device.id, handOff_.use(share.device));
+    }
+    const auto ending = [&uses](ShareUse use) {
+        return [&uses, use](const Share& share) { return uses[share.device.id] == use; };
+    };
+    for (Event& event : endWhere(ending(ShareUse::deviceGone), kDeviceGone, kHostLeft)) {
+        events.push_back(std::move(event));
+    }
+    for (Event& event : endWhere(ending(ShareUse::released),
+                                 "the remote host detached or the link broke", kHostLeft)) {
+        events.push_back(std::move(event));
+    }
+    return events;
 }
 
 std::vector<Event> ShareTable::endAll() {

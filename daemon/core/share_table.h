@@ -58,7 +58,8 @@ class ShareTable {
 
     // Hands the device at `port` over to `host` on its socket `socketFd`
     // when the committed rules share it with the host.  A device the host
-    // may not see is reported as absent (noDevice).
+    // may not see is reported as absent (noDevice); one still being given
+    // back from an earlier share, as busy.
     ImportResult import(std::string_view port, const RemoteHost& host, int socketFd);
 
     // The shares end; each returns the events.
@@ -71,7 +72,10 @@ class ShareTable {
     // The action when no rule matches, from now on (a reload may change
     // it); endRefused then ends what it no longer shares.
     void setDefaultAction(Action action) { defaultAction_ = action; }
-    // Those that the remote host detached or whose link broke.
+    // Those whose device the device table no longer holds.
+    std::vector<Event> endGone();
+    // Those whose device went away, or that the remote host detached or
+    // whose link broke.
     std::vector<Event> endDetached();
     std::vector<Event> endAll();
 

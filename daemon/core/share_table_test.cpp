@@ -1,3 +1,4 @@
+#include "daemon/core/activity_log.h"
 #include "daemon/core/rule_text.h"
 #include "daemon/core/share_table.h"
 #include "tests/support/recording_hand_off.h"
@@ -94,6 +95,40 @@ TEST(ShareTableTest, HostsSeeAndImportOnlyWhatTheRulesShareWithThem) {
                   R"(5 {"type":"net","addr":"10.0.0.5","port":1000,"state":"disconnected"})",
                   R"(4 {"id":1,"name":"Keyboard","state":"available"})"}));
     EXPECT_EQ(sharing.handOff.calls.back(), "end 1-1");
+}
+
+struct Lines final : LogSink {
+    std::vector<std::string> lines;
+    void write(LogLevel, std::string_view message, std::span<const LogField>) override {
+        lines.emplace_back(message);
+    }
+};
+
+// The log says why each share ended; a device counts as busy until it is
+// given back, and a give-back that failed is logged once that is known.
+TEST(ShareTableTest, EachEndSaysWhyAndTheDeviceIsBusyUntilGivenBack) {
+    auto sink = std::make_shared<Lines>();
+    setLogSink(sink);
+    Sharing sharing;
+    ASSERT_EQ(sharing.shares.import("1-1", kLab, 7).status, ImportStatus::ok);
+    ASSERT_EQ(sharing.shares.import("1-2", kLab, 8).status, ImportStatus::ok);
+    sharing.handOff.gone = {"1-1"};
+    sharing.handOff.detached = {"1-2"};
+    EXPECT_EQ(sharing.shares.endDetached().size(), 4u);
+    EXPECT_EQ(sharing.shares.import("1-2", kLab, 9).status, ImportStatus::busy);
+    sharing.handOff.finishEnds(util::Failure{"unbind refused"});
+    EXPECT_EQ(sharing.shares.import("1-2", kLab, 9).status, ImportStatus::ok);
+    // A rescan without the device.
+    sharing.devices.update({device("1-1", "Keyboard", 3)});
+    EXPECT_EQ(sharing.shares.endGone().size(), 1u);
+    setLogSink(nullptr);
+    EXPECT_EQ(sink->lines,
+              (std::vector<std::string>{"share started", "share started",
+                                        "share ended: the device went away",
+                                        "share ended: the remote host detached or the link broke",
+                                        "giving the device back failed: unbind refused",
+                                        "giving the device back failed: unbind refused",
+                                        "share started", "share ended: the device went away"}));
 }
 
 // A host that proved a certificate is shown, and dropped, by its name.

@@ -19,15 +19,15 @@ util::Expected<void> FixtureHandOff::handOver(const Device& device, int socketFd
     if (copy < 0) {
         return util::Failure{std::string("cannot keep the connection: ") + std::strerror(errno)};
     }
-    static_cast<void>(end(device));
+    close(device.port);
     held_[device.port] = copy;
     return {};
 }
 
-bool FixtureHandOff::inUse(const Device& device) {
+ShareUse FixtureHandOff::use(const Device& device) {
     auto found = held_.find(device.port);
     if (found == held_.end()) {
-        return false;
+        return ShareUse::released;
     }
     // What the host sends is discarded (there is no device to take it), a
     // bounded amount per check so that a flood cannot hold the daemon.
@@ -36,19 +36,27 @@ bool FixtureHandOff::inUse(const Device& device) {
     for (int attempt = 0; attempt < kReadsPerCheck; ++attempt) {
         ssize_t got = ::recv(found->second, discarded, sizeof discarded, MSG_DONTWAIT);
         if (got <= 0) {
-            return got < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR);
+            const bool open =
+                got < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR);
+            return open ? ShareUse::inUse : ShareUse::released;
         }
     }
-    return true;
+    return ShareUse::inUse;
 }
 
-util::Expected<void> FixtureHandOff::end(const Device& device) {
-    auto found = held_.find(device.port);
+void FixtureHandOff::end(const Device& device, Ended ended) {
+    close(device.port);
+    if (ended) {
+        ended({});
+    }
+}
+
+void FixtureHandOff::close(const std::string& port) {
+    auto found = held_.find(port);
     if (found != held_.end()) {
         ::close(found->second);
         held_.erase(found);
     }
-    return {};
 }
 
 } // namespace halvo::daemon

@@ -19,11 +19,17 @@ class FixtureHandOff final : public ShareHandOff {
     FixtureHandOff& operator=(const FixtureHandOff&) = delete;
 
     util::Expected<void> handOver(const Device& device, int socketFd) override;
-    bool inUse(const Device& device) override;
-    util::Expected<void> end(const Device& device) override;
+    ShareUse use(const Device& device) override;
+    // At once: `ended` hears before end() returns.
+    void end(const Device& device, Ended ended) override;
+    bool givingBack(std::string_view) const override { return false; }
+    void whenIdle(std::function<void()> idle) override { idle(); }
+    void portChanged(const std::string&) override {}
     Recovery recoverLeftovers() override { return {}; }
 
   private:
+    void close(const std::string& port);
+
     // The held connection of each shared device, by port.
     std::map<std::string, int> held_;
 };

@@ -6,6 +6,7 @@
 #include "daemon/core/share_hand_off.h"
 #include "util/expected.h"
 
+#include <boost/asio/io_context.hpp>
 #include <memory>
 #include <string>
 
@@ -18,8 +19,9 @@ extern const char* const kDeviceBackends;
 // none.
 util::Expected<std::unique_ptr<DeviceBackend>> openSystemDevices(const std::string& sysfsRoot);
 
-// The kernel's sharing driver for the devices below `sysfsRoot`, or why
-// this system has none.
-util::Expected<std::unique_ptr<ShareHandOff>> openSystemHandOff(const std::string& sysfsRoot);
+// The kernel's sharing driver for the devices below `sysfsRoot`, reporting
+// to `loop`, or why this system has none.
+util::Expected<std::unique_ptr<ShareHandOff>> openSystemHandOff(boost::asio::io_context& loop,
+                                                                const std::string& sysfsRoot);
 
 } // namespace halvo::daemon

@@ -174,7 +174,7 @@ int serve(std::span<const char* const> arguments, daemon::Options options) {
                             {options.limits.transactionBytes, options.limits.transactionsPerUser});
     // Before everything that holds sockets or timers, so that it outlives them.
     asio::io_context io;
-    auto sharing = daemon::Sharing::create(options, table, connections.value(), rules);
+    auto sharing = daemon::Sharing::create(io, options, table, connections.value(), rules);
     if (!sharing) {
         return fail(sharing.error());
     }
@@ -208,19 +208,24 @@ int serve(std::span<const char* const> arguments, daemon::Options options) {
         !serving) {
         return fail(serving.error());
     }
-    daemon::DeviceWatcher watcher(
-        io, devices, table, busEvents.get(), options.rescanPeriod,
-        [&server](const daemon::Event& event) { server.broadcast(event); });
+    daemon::DeviceWatcher watcher(io, devices, table, busEvents.get(), options.rescanPeriod,
+                                  [&server, &shares](const daemon::Event& event) {
+                                      server.broadcast(event);
+                                      shares.devicesChanged();
+                                  });
+    watcher.observeChanges(
+        [&shares](const daemon::BusChange& change) { shares.busChanged(change); });
     if (devices.seesHotplug()) {
         watcher.start();
     }
     asio::signal_set stopSignals(io, SIGINT, SIGTERM);
     stopOnSignal(stopSignals, [&] {
-        // Shares end first, so that clients still hear of it.
-        shares.stop();
+        // Shares end first, so that clients still hear of it; the loop runs
+        // on until their devices are given back, so that a device that could
+        // not be given back is logged.
+        shares.stop([&io] { io.stop(); });
         watcher.stop();
         server.stop();
-        io.stop();
     });
     daemon::Reloader reloader(arguments, options, rules, handler, shares);
     asio::signal_set reloadSignals(io, SIGHUP);

@@ -12,15 +12,14 @@ Sharing::Sharing(std::unique_ptr<ShareHandOff> handOff, DeviceTable& devices,
     : handOff_(std::move(handOff)), shares_(devices, connections, rules, defaultAction, *handOff_) {
 }
 
-util::Expected<std::unique_ptr<Sharing>> Sharing::create(const Options& options,
-                                                         DeviceTable& devices,
-                                                         ConnectionTable& connections,
-                                                         const RuleStore& rules) {
+util::Expected<std::unique_ptr<Sharing>>
+Sharing::create(boost::asio::io_context& io, const Options& options, DeviceTable& devices,
+                ConnectionTable& connections, const RuleStore& rules) {
     std::unique_ptr<ShareHandOff> handOff;
     if (options.deviceFixture) {
         handOff = std::make_unique<FixtureHandOff>();
     } else {
-        auto system = openSystemHandOff(options.sysfsRoot);
+        auto system = openSystemHandOff(io, options.sysfsRoot);
         if (!system) {
             return util::Failure{system.error()};
         }
@@ -90,7 +89,19 @@ void Sharing::rulesReplaced(Action defaultAction) {
     publish(shares_.endRefused());
 }
 
-void Sharing::stop() {
+void Sharing::devicesChanged() {
+    if (shares_.size() != 0) {
+        publish(shares_.endGone());
+    }
+}
+
+void Sharing::busChanged(const BusChange& change) {
+    if (!change.busid.empty() && (change.action == "add" || change.action == "bind")) {
+        handOff_->portChanged(change.busid);
+    }
+}
+
+void Sharing::stop(std::function<void()> stopped) {
     publish(shares_.endAll());
     if (server_) {
         server_->stop();
@@ -98,6 +109,7 @@ void Sharing::stop() {
     if (tlsServer_) {
         tlsServer_->stop();
     }
+    handOff_->whenIdle(std::move(stopped));
 }
 
 void Sharing::publish(const std::vector<Event>& events) {

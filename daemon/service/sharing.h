@@ -4,12 +4,14 @@
 // --share-tls-listen its TLS port too).
 #pragma once
 
+#include "daemon/core/bus_monitor.h"
 #include "daemon/core/share_table.h"
 #include "daemon/service/options.h"
 #include "daemon/usbip/server.h"
 #include "util/expected.h"
 
 #include <boost/asio/io_context.hpp>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -18,11 +20,11 @@ namespace halvo::daemon {
 
 class Sharing {
   public:
-    // Also gives back the devices that an earlier run left shared.
-    static util::Expected<std::unique_ptr<Sharing>> create(const Options& options,
-                                                           DeviceTable& devices,
-                                                           ConnectionTable& connections,
-                                                           const RuleStore& rules);
+    // Also gives back the devices that an earlier run left shared. `io` is
+    // the loop that hears how each device was given back.
+    static util::Expected<std::unique_ptr<Sharing>>
+    create(boost::asio::io_context& io, const Options& options, DeviceTable& devices,
+           ConnectionTable& connections, const RuleStore& rules);
 
     ShareTable& shares() { return shares_; }
 
@@ -43,8 +45,16 @@ class Sharing {
     // after a commit.
     void rulesReplaced(Action defaultAction);
 
-    // Ends every share, telling the sink, and stops the servers.
-    void stop();
+    // After a rescan: the shares whose device went away end, telling the
+    // sink.
+    void devicesChanged();
+
+    // The bus reported a change of a device (see BusChange).
+    void busChanged(const BusChange& change);
+
+    // Ends every share, telling the sink, and stops the servers; `stopped`
+    // runs on the loop once every device is given back.
+    void stop(std::function<void()> stopped);
 
   private:
     Sharing(std::unique_ptr<ShareHandOff> handOff, DeviceTable& devices,

@@ -1,12 +1,16 @@
 // A share hand-off that records what it was asked ("over 1-2 fd 7",
-// "end 1-2") and reports the devices in `detached` as no longer in use.
+// "end 1-2"), reports the devices in `detached` as no longer in use and those
+// in `gone` as gone, and holds the ends' outcomes in `ending` until the test
+// calls finishEnds().
 #pragma once
 
 #include "daemon/core/share_hand_off.h"
 
+#include <algorithm>
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace halvo::testkit {
@@ -15,6 +19,7 @@ class RecordingHandOff final : public daemon::ShareHandOff {
   public:
     std::vector<std::string> calls;
     std::set<std::string> detached;
+    std::set<std::string> gone;
     // handOver fails with this when set.
     std::optional<std::string> failure;
 
@@ -25,12 +30,32 @@ class RecordingHandOff final : public daemon::ShareHandOff {
         }
         return {};
     }
-    bool inUse(const daemon::Device& device) override { return !detached.contains(device.port); }
-    util::Expected<void> end(const daemon::Device& device) override {
+    daemon::ShareUse use(const daemon::Device& device) override {
+        if (gone.contains(device.port)) {
+            return daemon::ShareUse::deviceGone;
+        }
+        return detached.contains(device.port) ? daemon::ShareUse::released
+                                              : daemon::ShareUse::inUse;
+    }
+    void end(const daemon::Device& device, Ended ended) override {
         calls.push_back("end " + device.port);
-        return {};
+        ending.emplace_back(device.port, std::move(ended));
+    }
+    bool givingBack(std::string_view port) const override {
+        return std::any_of(ending.begin(), ending.end(),
+                           [port](const auto& end) { return end.first == port; });
+    }
+    void whenIdle(std::function<void()> idle) override { idle(); }
+    void portChanged(const std::string&) override {}
+    // Reports `outcome` for every end under way.
+    void finishEnds(const util::Expected<void>& outcome = {}) {
+        for (auto& [port, ended] : std::exchange(ending, {})) {
+            ended(outcome);
+        }
     }
     Recovery recoverLeftovers() override { return {}; }
+
+    std::vector<std::pair<std::string, Ended>> ending;
 };
 
 } // namespace halvo::testkit

@@ -168,6 +168,30 @@ gadget_move() {
   gadget_plug "$1"
 }
 
+# across_ports N ROUND: gadget disk0 moved across the first N dummy buses
+# (a port of its own on each), drivers not probed on their own meanwhile (no
+# enumeration or SCSI scan to wait for), and `ROUND PORT` run on each port;
+# then disk0 is back on the first bus, ready. Sets `ports` (each port) and
+# `failures` (" PORT:what"; ROUND adds its own).
+across_ports() {
+  local udc port
+  ports='' failures=''
+  echo 0 >/sys/bus/usb/drivers_autoprobe
+  for udc in $(ls /sys/class/udc | sort -V | head -"$1"); do
+    gadget_move disk0 "$udc"
+    if ! wait_for 30 gadget_port disk0 >/dev/null; then
+      failures+=" $udc:not-plugged"
+      continue
+    fi
+    port=$(gadget_port disk0)
+    ports+=" $port"
+    "$2" "$port"
+  done
+  echo 1 >/sys/bus/usb/drivers_autoprobe
+  gadget_move disk0 dummy_udc.0
+  wait_for 60 gadget_ready disk0 >/dev/null
+}
+
 # A gadget NAME that is plugged and whose disk usb-storage drives.
 gadget_ready() {
   local port
@@ -245,9 +269,10 @@ attach() {
   timeout 30 usbip --tcp-port "$SHARE_PORT" attach -r 127.0.0.1 -b "$1"
 }
 
-# raw_import PORT: imports PORT as a bare USB/IP client would, without
+# raw_import PORT [open]: imports PORT as a bare USB/IP client would, without
 # vhci-hcd (no enumeration to wait for): the request, the reply's status,
 # usbip-host taking the device over; closing the connection ends the share.
+# With "open" the connection stays open on descriptor 3 for the caller.
 raw_import() {
   local reply
   exec 3<>"/dev/tcp/127.0.0.1/$SHARE_PORT" || return 1
@@ -260,7 +285,7 @@ raw_import() {
     false
   fi
   local status=$?
-  exec 3<&-
+  [ "${2:-}" = open ] || exec 3<&-
   return $status
 }
 

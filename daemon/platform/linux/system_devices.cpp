@@ -11,8 +11,9 @@ util::Expected<std::unique_ptr<DeviceBackend>> openSystemDevices(const std::stri
     return std::make_unique<SysfsBackend>(sysfsRoot);
 }
 
-util::Expected<std::unique_ptr<ShareHandOff>> openSystemHandOff(const std::string& sysfsRoot) {
-    return std::make_unique<UsbipHost>(sysfsRoot);
+util::Expected<std::unique_ptr<ShareHandOff>> openSystemHandOff(boost::asio::io_context& loop,
+                                                                const std::string& sysfsRoot) {
+    return std::make_unique<UsbipHost>(loop, sysfsRoot);
 }
 
 } // namespace halvo::daemon

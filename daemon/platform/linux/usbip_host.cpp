@@ -1,10 +1,13 @@
 #include "daemon/platform/linux/usbip_host.h"
 
+#include "daemon/core/activity_log.h"
+#include "daemon/core/peer_text.h"
 #include "daemon/platform/linux/sysfs_attribute.h"
 
-#include <chrono>
+#include <sstream>
 #include <system_error>
 #include <thread>
+#include <utility>
 
 namespace halvo::daemon {
 
@@ -15,7 +18,9 @@ namespace {
 constexpr std::string_view kDriverName = "usbip-host";
 constexpr std::string_view kStatusInUse = "2";
 constexpr auto kSettleStep = std::chrono::milliseconds(10);
-constexpr int kSettleSteps = 300;
+// A device that is still being probed when usbip-host is asked to take it
+// is refused once (busy); the next attempt finds it bound.
+constexpr int kTakeAttempts = 3;
 
 // The name of the driver bound to the device in `folder`, if any.
 std::optional<std::string> boundDriver(const fs::path& folder) {
@@ -27,10 +32,24 @@ std::optional<std::string> boundDriver(const fs::path& folder) {
     return target.filename().string();
 }
 
+bool present(const fs::path& folder) {
+    std::error_code error;
+    return fs::exists(folder, error);
+}
+
+util::Expected<void> firstFailure(std::initializer_list<const util::Expected<void>*> steps) {
+    for (const util::Expected<void>* step : steps) {
+        if (!*step) {
+            return *step;
+        }
+    }
+    return {};
+}
+
 } // namespace
 
-UsbipHost::UsbipHost(const fs::path& devicesRoot, Writer writer)
-    : devices_(devicesRoot.lexically_normal()), write_(std::move(writer)) {
+UsbipHost::UsbipHost(boost::asio::io_context& loop, const fs::path& devicesRoot, Writer writer)
+    : devices_(devicesRoot.lexically_normal()), write_(std::move(writer)), worker_(loop) {
     if (devices_.filename().empty()) {
         devices_ = devices_.parent_path();
     }
@@ -41,14 +60,16 @@ UsbipHost::UsbipHost(const fs::path& devicesRoot, Writer writer)
     }
 }
 
+UsbipHost::~UsbipHost() {
+    worker_.finish();
+}
+
 util::Expected<void> UsbipHost::handOver(const Device& device, int socketFd) {
     const fs::path folder = devices_ / device.port;
     if (auto matched = write_(driver_ / "match_busid", "add " + device.port); !matched) {
         return matched;
     }
     util::Expected<void> step;
-    // usbip-host may hold the device already: it takes a device plugged in
-    // on a port whose slot outlived the device that was shared there.
     auto current = boundDriver(folder);
     if (current != kDriverName) {
         if (current) {
@@ -62,59 +83,180 @@ util::Expected<void> UsbipHost::handOver(const Device& device, int socketFd) {
         step = write_(folder / "usbip_sockfd", std::to_string(socketFd) + "\n");
     }
     if (!step) {
-        static_cast<void>(giveBack(device.port));
+        const std::string port = device.port;
+        runFor(port, [this, port] { return slotState(port, free(port)); }, {});
     }
     return step;
 }
 
-bool UsbipHost::inUse(const Device& device) {
-    return readAttribute(devices_ / device.port, "usbip_status") == kStatusInUse;
+ShareUse UsbipHost::use(const Device& device) {
+    const fs::path folder = devices_ / device.port;
+    if (readAttribute(folder, "usbip_status") == kStatusInUse) {
+        return ShareUse::inUse;
+    }
+    return present(folder) ? ShareUse::released : ShareUse::deviceGone;
 }
 
-util::Expected<void> UsbipHost::end(const Device& device) {
-    util::Expected<void> stopped;
-    if (inUse(device)) {
-        stopped = write_(devices_ / device.port / "usbip_sockfd", "-1");
-        // The kernel closes the connection and resets the device on its
-        // own worker; an unbind before that worker is done frees the device
+void UsbipHost::end(const Device& device, Ended ended) {
+    const std::string port = device.port;
+    runFor(
+        port, [this, port] { return release(port); },
+        [ended = std::move(ended)](const Outcome& outcome) {
+            if (ended) {
+                ended(outcome.result);
+            }
+        });
+}
+
+void UsbipHost::portChanged(const std::string& port) {
+    // A job still under way for the port may leave its slot behind.
+    if (!slotsLeft_.contains(port) && !pending_.contains(port)) {
+        return;
+    }
+    runFor(
+        port,
+        [this, port]() -> Outcome {
+            if (!listed(port) || !present(devices_ / port)) {
+                return slotState(port, {});
+            }
+            Outcome outcome = slotState(port, free(port));
+            outcome.slotFreed = outcome.result.has_value();
+            return outcome;
+        },
+        [port](const Outcome& outcome) {
+            if (!outcome.result) {
+                logActivity(LogLevel::error,
+                            "cannot free usbip-host's slot: " + outcome.result.error(),
+                            {{log_field::kDevice, port}});
+            } else if (outcome.slotFreed) {
+                logActivity(LogLevel::info, "usbip-host's slot of a device that went away freed",
+                            {{log_field::kDevice, port}});
+            }
+        });
+}
+
+void UsbipHost::runFor(const std::string& port, std::function<Outcome()> job,
+                       std::function<void(const Outcome&)> done) {
+    ++pending_[port];
+    worker_.run(std::move(job), [this, port, done = std::move(done)](Outcome outcome) {
+        if (auto found = pending_.find(port); found != pending_.end() && --found->second == 0) {
+            pending_.erase(found);
+        }
+        if (outcome.slotLeft) {
+            slotsLeft_.insert(port);
+        } else {
+            slotsLeft_.erase(port);
+        }
+        if (done) {
+            done(outcome);
+        }
+        if (pending_.empty()) {
+            for (auto& idle : std::exchange(idleWaiters_, {})) {
+                idle();
+            }
+        }
+    });
+}
+
+void UsbipHost::whenIdle(std::function<void()> idle) {
+    if (pending_.empty()) {
+        idle();
+    } else {
+        idleWaiters_.push_back(std::move(idle));
+    }
+}
+
+UsbipHost::Outcome UsbipHost::release(const std::string& port) const {
+    const fs::path folder = devices_ / port;
+    const auto inUse = [&folder] { return readAttribute(folder, "usbip_status") == kStatusInUse; };
+    if (inUse()) {
+        if (auto stopped = write_(folder / "usbip_sockfd", "-1"); !stopped) {
+            return slotState(port, stopped);
+        }
+        // The kernel closes the connection and resets the device on its own
+        // worker; an unbind before that worker is done frees the device
         // under it (an oops in usbip_core's event_handler). It is done when
         // the status leaves "in use", normally within milliseconds.
-        for (int wait = 0; stopped && wait < kSettleSteps && inUse(device); ++wait) {
+        const auto deadline = std::chrono::steady_clock::now() + kReleaseBound;
+        while (inUse()) {
+            if (std::chrono::steady_clock::now() >= deadline) {
+                return slotState(port, util::Failure{"usbip-host still uses the device after " +
+                                                     std::to_string(kReleaseBound.count()) +
+                                                     " s: left with it"});
+            }
             std::this_thread::sleep_for(kSettleStep);
         }
     }
-    auto givenBack = giveBack(device.port);
-    return stopped ? givenBack : stopped;
+    return slotState(port, free(port));
 }
 
-util::Expected<void> UsbipHost::giveBack(const std::string& port) {
-    std::error_code error;
-    const bool present = fs::exists(devices_ / port, error);
-    auto unbound = write_(driver_ / "unbind", port);
-    auto unmatched = write_(driver_ / "match_busid", "del " + port);
-    if (!present) {
+util::Expected<void> UsbipHost::free(const std::string& port) const {
+    const fs::path folder = devices_ / port;
+    if (!present(folder)) {
         return {};
     }
+    // rebind reaches for the device usbip-host last took on this port: that
+    // must be this device, or the kernel follows a stale pointer.
+    for (int attempt = 0;
+         attempt < kTakeAttempts && boundDriver(folder) != kDriverName && listed(port); ++attempt) {
+        if (boundDriver(folder)) {
+            static_cast<void>(write_(folder / "driver" / "unbind", port));
+        }
+        static_cast<void>(write_(driver_ / "bind", port));
+    }
+    if (auto current = boundDriver(folder); current != kDriverName) {
+        if (!current) {
+            static_cast<void>(write_(bus_ / "drivers_probe", port));
+        }
+        if (listed(port)) {
+            return util::Failure{"usbip-host does not take " + port + " to free its slot"};
+        }
+        return {};
+    }
+    auto unbound = write_(driver_ / "unbind", port);
+    auto unmatched = write_(driver_ / "match_busid", "del " + port);
     auto rebound = write_(driver_ / "rebind", port);
     if (!rebound) {
         rebound = write_(bus_ / "drivers_probe", port);
     }
-    if (!unbound) {
-        return unbound;
+    return firstFailure({&unbound, &unmatched, &rebound});
+}
+
+bool UsbipHost::listed(const std::string& port) const {
+    std::istringstream entries(readAttribute(driver_, "match_busid").value_or(""));
+    std::string entry;
+    while (entries >> entry) {
+        if (entry == port) {
+            return true;
+        }
     }
-    return unmatched ? rebound : unmatched;
+    return false;
+}
+
+UsbipHost::Outcome UsbipHost::slotState(const std::string& port,
+                                        util::Expected<void> result) const {
+    return {std::move(result), !present(devices_ / port) && listed(port)};
 }
 
 ShareHandOff::Recovery UsbipHost::recoverLeftovers() {
-    Recovery recovery;
+    std::set<std::string> ports;
+    std::istringstream entries(readAttribute(driver_, "match_busid").value_or(""));
+    for (std::string entry; entries >> entry;) {
+        ports.insert(entry);
+    }
     std::error_code error;
     for (const auto& entry : fs::directory_iterator(devices_, error)) {
         const std::string port = entry.path().filename().string();
-        if (port.find(':') != std::string::npos || boundDriver(entry.path()) != kDriverName) {
-            continue;
+        if (port.find(':') == std::string::npos && boundDriver(entry.path()) == kDriverName) {
+            ports.insert(port);
         }
-        if (auto givenBack = giveBack(port); !givenBack) {
-            recovery.problems.push_back(givenBack.error());
+    }
+    Recovery recovery;
+    for (const std::string& port : ports) {
+        if (!present(devices_ / port)) {
+            slotsLeft_.insert(port);
+        } else if (auto freed = free(port); !freed) {
+            recovery.problems.push_back(freed.error());
         } else {
             recovery.ports.push_back(port);
         }

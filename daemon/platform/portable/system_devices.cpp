@@ -10,7 +10,8 @@ util::Expected<std::unique_ptr<DeviceBackend>> openSystemDevices(const std::stri
     return util::Failure{"sysfs devices are available only on Linux; use --devices FILE"};
 }
 
-util::Expected<std::unique_ptr<ShareHandOff>> openSystemHandOff(const std::string&) {
+util::Expected<std::unique_ptr<ShareHandOff>> openSystemHandOff(boost::asio::io_context&,
+                                                                const std::string&) {
     return util::Failure{"sharing sysfs devices needs Linux's usbip-host; use --devices FILE"};
 }
 
