@@ -75,7 +75,7 @@ TEST_F(ImporterTest, AttachesShowsAndDetachesAndSaysWhyItCannot) {
     EXPECT_TRUE(vhci.lines[0].starts_with("0 ") && vhci.lines[0].ends_with(" 3")) << vhci.lines[0];
 
     ASSERT_EQ(run({"status"}), kOk) << err.str();
-    EXPECT_NE(out.str().find("0     high        9-1    127.0.0.1:3240         1-3.4   20"),
+    EXPECT_NE(out.str().find("0     high        9-1    127.0.0.1:3240         1-3.4   plain  20"),
               std::string::npos)
         << out.str();
 
@@ -107,8 +107,8 @@ TEST_F(ImporterTest, PersistentAttachmentComesBackAfterTheServerRestartsAndEndsD
     std::ostringstream log;
     int status = -1;
     std::thread persistent([&] {
-        status = runPersistent(kServer, "1-3.4", plainConnector(std::chrono::seconds(5)), vhci,
-                               records, log);
+        status = runPersistent(kServer, "1-3.4", plainConnector(std::chrono::seconds(5)), false,
+                               vhci, records, log);
     });
     EXPECT_TRUE(testkit::eventually(sharedHere)) << testkit::runHalvoctl({"dev", "list"}).out;
     daemon->signal(SIGTERM);

@@ -42,7 +42,7 @@ class TlsImporterTest : public ::testing::Test {
         daemon = testkit::DaemonProcess::start(
             {"--listen", "127.0.0.1:32999", "--devices", kDemo + "/devices.json", "--rules", rules,
              "--share-tls-listen", "127.0.0.1:3241", "--tls-cert", server.certificate, "--tls-key",
-             server.key, "--tls-client-ca", pki->caFile()});
+             server.key, "--tls-client-ca", pki->caFile(), "--share-timeout-ms", "3000"});
         ASSERT_TRUE(daemon) << "halvod did not start";
     }
 
@@ -78,6 +78,16 @@ TEST_F(TlsImporterTest, TheCertificateNameDecidesWhatAHostSees) {
             << listed.out << listed.err;
     }
     EXPECT_NE(daemon->errorOutput().find("TLS handshake failed"), std::string::npos)
+        << daemon->errorOutput();
+
+    // A host that connects and never starts the handshake.
+    testkit::TestClient silent(3241);
+    EXPECT_TRUE(testkit::eventually(
+        [&] {
+            return daemon->errorOutput().find("USB/IP host dropped: no TLS handshake in time") !=
+                   std::string::npos;
+        },
+        std::chrono::seconds(10)))
         << daemon->errorOutput();
 }
 
