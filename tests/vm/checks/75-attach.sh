@@ -4,22 +4,14 @@
 # and detaching on SIGTERM.
 port=$(gadget_port disk0)
 
-halvo_attach() {
-  timeout 60 "$HALVO_ATTACH" "$@"
-}
-
 # The vhci port that `halvo-attach status` shows for the disk from SERVER.
 status_port() {
-  halvo_attach status | awk -v server="$1" -v busid="$port" \
+  "$HALVO_ATTACH" status | awk -v server="$1" -v busid="$port" \
     '$4 == server && $5 == busid { print $1; found = 1 } END { exit !found }'
 }
 
-listed_plain() {
-  halvo_attach list 127.0.0.1 | grep -q "^$port " || { halvo_attach list 127.0.0.1; return 1; }
-}
-
 attach_and_read() {
-  halvo_attach attach 127.0.0.1 "$port" && reads_back disk0
+  timeout 60 "$HALVO_ATTACH" attach 127.0.0.1 "$port" && reads_back disk0
 }
 
 # attached_times LOG N: the persistent attachment logged N attachments.
@@ -27,15 +19,12 @@ attached_times() {
   [ "$(grep -c "^attached $port from" "$1")" -ge "$2" ] || { tail -3 "$1"; return 1; }
 }
 
-# Every attempt has its line, numbered without a gap, and each one ended in
-# an attachment or a failure with the wait before the next.
+# Every attempt has its numbered line, without a gap, and ends in an
+# attachment or in a failure that names the wait before the next.
 one_line_per_attempt() {
-  local log=$1 attempts
-  attempts=$(grep -c "^attempt [0-9]*: attaching $port from" "$log")
-  grep -q "^attempt $attempts: attaching" "$log" || { cat "$log"; return 1; }
-  [ "$(grep -c "^attached $port from\|^attempt [0-9]* failed: .*; next in [0-9]* s" "$log")" \
-    -ge $((attempts - 1)) ] || { cat "$log"; return 1; }
-  echo "$attempts attempts"
+  awk '/^attempt [0-9]+: attaching/ { if ($2 != ++n ":") gap = 1 }
+    /^attached |^attempt [0-9]+ failed: .*; next in [0-9]+ s$/ { ++ended }
+    END { exit gap || n < 3 || ended < n }' "$1" || { cat "$1"; return 1; }
 }
 
 # stopped_cleanly PID LOG: SIGTERM ends the persistent attachment with
@@ -54,12 +43,12 @@ stopped_cleanly() {
 pki_issue lab-a 2>/dev/null || { pki_make && pki_issue lab-a; }
 : >"$VM_TMP/halvod.rules"
 check "halvod starts with both ports" halvod_start_tls "default = share"
-check "halvo-attach list shows the disk" listed_plain
+check "halvo-attach list shows the disk" sh -c "$HALVO_ATTACH list 127.0.0.1 | grep -q '^$port '"
 check "halvo-attach attach imports the disk and it reads back" attach_and_read
 check "halvo-attach status shows the attachment in clear" \
   sh -c "$HALVO_ATTACH status | grep -q ' 127.0.0.1:$SHARE_PORT .* $port .* plain '"
 vhci_port=$(status_port "127.0.0.1:$SHARE_PORT")
-check "halvo-attach detach frees its port" halvo_attach detach "${vhci_port:-none}"
+check "halvo-attach detach frees its port" "$HALVO_ATTACH" detach "${vhci_port:-none}"
 check "after halvo-attach detach the disk is back" share_ended disk0
 
 for mode in plain tls; do
