@@ -51,7 +51,7 @@ class TlsImporterTest : public ::testing::Test {
     std::unique_ptr<testkit::DaemonProcess> daemon;
 };
 
-TEST_F(TlsImporterTest, TheCertificateNameDecidesWhatAHostSees) {
+TEST_F(TlsImporterTest, TheHandshakeAndTheCertificateNameDecideWhatAHostSees) {
     struct Case {
         const testkit::IssuedCertificate* mine;
         int status;
