@@ -123,16 +123,17 @@ int runAttach(const Invocation& invocation, Context& context) {
         return fail(context, kLocal, channel.error());
     }
     if (invocation.persist) {
-        return runPersistent(*server, busId, context.connect, context.vhci, context.records,
-                             context.err);
+        return runPersistent(*server, busId, context.connect, invocation.tls, context.vhci,
+                             context.records, context.err);
     }
     Outcome<Attached> outcome = importDevice(*server, busId, context.connect, context.vhci);
     if (!outcome.value) {
         return fail(context, outcome.status, outcome.message);
     }
     const Attached& attached = *outcome.value;
-    if (auto saved = context.records.save({attached.port.number, server->text(), busId,
-                                           deviceId(attached.device), std::time(nullptr)});
+    if (auto saved =
+            context.records.save({attached.port.number, server->text(), busId,
+                                  deviceId(attached.device), std::time(nullptr), invocation.tls});
         !saved) {
         context.err << "halvo-attach: warning: " << saved.error() << '\n';
     }

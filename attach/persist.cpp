@@ -55,7 +55,7 @@ void blockStopSignals() {
 } // namespace
 
 int runPersistent(const Endpoint& server, const std::string& busId, const Connector& connect,
-                  VhciPorts& vhci, Records& records, std::ostream& log) {
+                  bool tls, VhciPorts& vhci, Records& records, std::ostream& log) {
     blockStopSignals();
     const std::string what = busId + " from " + server.text();
     Reattach machine;
@@ -76,7 +76,7 @@ int runPersistent(const Endpoint& server, const std::string& busId, const Connec
                 const auto& port = current->port;
                 log << "attached " << what << " on port " << port.number << std::endl;
                 (void)records.save({port.number, server.text(), busId, deviceId(current->device),
-                                    std::time(nullptr)});
+                                    std::time(nullptr), tls});
                 step = machine.on(ReattachEvent::attached);
             } else {
                 step = machine.on(ReattachEvent::refused);

@@ -12,9 +12,10 @@
 namespace halvo::attach {
 
 // Blocks the stop signals (the loop waits for them), so it must run before
-// any thread starts.  Returns the exit status: kOk after a stop signal, kUsage for a request
-// that can never succeed.
+// any thread starts.  `tls` says whether `connect` puts the traffic in
+// kernel TLS, for the records.  Returns the exit status: kOk after a stop
+// signal, kUsage for a request that can never succeed.
 int runPersistent(const Endpoint& server, const std::string& busId, const Connector& connect,
-                  VhciPorts& vhci, Records& records, std::ostream& log);
+                  bool tls, VhciPorts& vhci, Records& records, std::ostream& log);
 
 } // namespace halvo::attach

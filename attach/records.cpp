@@ -33,7 +33,8 @@ util::Expected<Done> Records::save(const Record& record) {
         out << record.server << '\n'
             << record.busId << '\n'
             << record.devid << '\n'
-            << record.since << '\n';
+            << record.since << '\n'
+            << (record.tls ? "tls" : "plain") << '\n';
         if (!out.flush()) {
             return util::Failure{"cannot write " + scratch.string()};
         }
@@ -49,10 +50,12 @@ std::optional<Record> Records::load(unsigned port) const {
     std::ifstream in(file(port));
     Record record;
     record.port = port;
+    std::string link;
     if (!std::getline(in, record.server) || !std::getline(in, record.busId) ||
-        !(in >> record.devid >> record.since)) {
+        !(in >> record.devid >> record.since >> link) || (link != "tls" && link != "plain")) {
         return std::nullopt;
     }
+    record.tls = link == "tls";
     return record;
 }
 
@@ -62,7 +65,7 @@ void Records::forget(unsigned port) {
 }
 
 std::string statusTable(const std::vector<VhciPort>& ports, const Records& records) {
-    std::string table = "PORT  SPEED       LOCAL  SERVER                 DEVICE  SINCE\n";
+    std::string table = "PORT  SPEED       LOCAL  SERVER                 DEVICE  LINK   SINCE\n";
     for (const VhciPort& port : ports) {
         if (!port.used) {
             continue;
@@ -72,10 +75,13 @@ std::string statusTable(const std::vector<VhciPort>& ports, const Records& recor
             record.reset(); // another device came there since
         }
         char line[1024]; // a host name has at most 253 bytes
-        std::snprintf(line, sizeof line, "%-5u %-11s %-6s %-22s %-7s %s\n", port.number,
+        std::snprintf(line, sizeof line, "%-5u %-11s %-6s %-22s %-7s %-6s %s\n", port.number,
                       speedName(port.speed).c_str(), printable(port.localBusId).c_str(),
                       record ? record->server.c_str() : "-",
                       record ? printable(record->busId).c_str() : "-",
+                      !record       ? "-"
+                      : record->tls ? "tls"
+                                    : "plain",
                       record ? timeText(record->since).c_str() : "-");
         table += line;
     }

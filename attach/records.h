@@ -24,6 +24,7 @@ struct Record {
     std::string busId;
     std::uint32_t devid = 0;
     std::time_t since = 0;
+    bool tls = false; // the device's traffic runs in kernel TLS
 };
 
 class Records {
@@ -41,8 +42,9 @@ class Records {
     std::filesystem::path folder_;
 };
 
-// One line per used port: "PORT SPEED LOCAL-BUSID SERVER BUSID SINCE", with
-// "-" for what no current record says, after a title line.
+// One line per used port: "PORT SPEED LOCAL-BUSID SERVER BUSID LINK SINCE"
+// (LINK: "tls" or "plain"), with "-" for what no current record says, after
+// a title line.
 std::string statusTable(const std::vector<VhciPort>& ports, const Records& records);
 
 // Server text shown to the user: bytes outside printable ASCII become '?'.

@@ -23,6 +23,8 @@ packages=(
   valgrind                                          # memcheck runs on request
   qemu-system-x86 busybox-static kmod               # the VM suite (tests/vm): Debian's kernel
                                                     # under qemu, its initramfs, module order
+  tcpdump                                           # the VM's TLS check: a capture of the wire
+                                                    # must not hold the disk's bytes
 )
 
 missing=()

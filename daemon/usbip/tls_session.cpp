@@ -42,11 +42,18 @@ void TlsSession::start() {
     deadline_.expires_after(server_.settings().requestTimeout);
     deadline_.async_wait([self = shared_from_this()](const boost::system::error_code& error) {
         if (!error && !self->finished_) {
-            self->warn("USB/IP host dropped: no request in time");
+            self->warn(std::string("USB/IP host dropped: ") + self->lateStep() + " in time");
             self->finish();
         }
     });
     drive([this] { return tls_->handshake(); }, [this] { shaken(); });
+}
+
+const char* TlsSession::lateStep() const {
+    if (!shaken_) {
+        return "no TLS handshake";
+    }
+    return parser_.request() ? "reply not taken" : "no request";
 }
 
 template <typename Attempt, typename Next> void TlsSession::drive(Attempt attempt, Next next) {
@@ -76,6 +83,7 @@ template <typename Attempt, typename Next> void TlsSession::drive(Attempt attemp
 }
 
 void TlsSession::shaken() {
+    shaken_ = true;
     host_.names = tls_->peerNames();
     logActivity(LogLevel::info, "USB/IP host proved its certificate",
                 {{log_field::kPeer, host_.logText()}});

@@ -42,6 +42,8 @@ class TlsSession : public Exchange, public std::enable_shared_from_this<TlsSessi
     void answerImport(const std::string& busId);
     void reply(std::vector<std::uint8_t> bytes);
     void warn(const std::string& message) const;
+    // What the host had not done when its time ran out.
+    const char* lateStep() const;
 
     Server& server_;
     std::uint64_t id_;
@@ -54,6 +56,7 @@ class TlsSession : public Exchange, public std::enable_shared_from_this<TlsSessi
     std::vector<std::uint8_t> out_;
     std::size_t written_ = 0;
     RemoteHost host_;
+    bool shaken_ = false; // the handshake is done
     bool finished_ = false;
 };
 
