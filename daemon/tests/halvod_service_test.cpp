@@ -141,30 +141,6 @@ TEST(HalvodServiceTest, EveryChangeAndFailureIsLoggedWithWhoDidIt) {
                   "\nhalvod: stopping on SIGINT\nhalvod: stopped\n");
 }
 
-TEST(HalvodServiceTest, SocketActivationServesHalvoctlOnThePassedSocket) {
-    const std::string activator = "/usr/bin/systemd-socket-activate";
-    if (!fs::exists(activator)) {
-        GTEST_SKIP() << "systemd-socket-activate is not installed";
-    }
-    static const bool isolated = testkit::isolateDaemonPort();
-    (void)isolated;
-    auto daemon = DaemonProcess::start(
-        {"--devices", kDemo + "/devices.json"},
-        {{}, {activator, "--listen=127.0.0.1:32999", "--fdname=control"}, false});
-    ASSERT_TRUE(daemon);
-    testkit::eventually([&] { return !daemon->errorOutput().empty(); });
-    // The daemon starts at the first connection, on the socket it is given.
-    testkit::RunResult listed = testkit::runHalvoctl({"dev", "list"});
-    EXPECT_EQ(listed.status, 0) << listed.err;
-    EXPECT_TRUE(listed.out.starts_with("ID\tVID: PID: REV\tPort\tDevice name and status\n1\t"))
-        << listed.out;
-    EXPECT_NE(daemon->errorOutput().find("\nhalvod: listening on 127.0.0.1:32999\n"),
-              std::string::npos)
-        << daemon->errorOutput();
-    daemon->signal(SIGTERM);
-    EXPECT_EQ(daemon->wait(), 0);
-}
-
 TEST(HalvodServiceTest, UnitFilesPassSystemdAnalyzeVerify) {
     const std::string analyze = "/usr/bin/systemd-analyze";
     if (!fs::exists(analyze)) {

@@ -138,36 +138,6 @@ TEST_F(UsbipSharing, HalvoctlSeesImportsAndEndsThemByDropAndByCommit) {
                       "device id:1 \"USB Receiver\" got unplugged\n");
 }
 
-// A reload governs the USB/IP server as a commit does: the new default
-// applies at once and ends the share it no longer allows, with events.
-TEST_F(UsbipSharing, AReloadThatBlocksEndsTheShare) {
-    const std::string config = scratch.write("halvod.conf", "default = share\n");
-    daemon = DaemonProcess::start(
-        {"--config", config, "--listen", "127.0.0.1:32999", "--devices", kDemo + "/devices.json",
-         "--rules", scratch.write("halvod.rules", ""), "--share-listen", "127.0.0.1:3240"});
-    ASSERT_TRUE(daemon);
-    auto monitor = std::async(std::launch::async, [] { return runHalvoctl({"monitor"}); });
-    ASSERT_TRUE(eventually([] { return testkit::connectionEstablished(32999); }));
-    TestClient host(kSharePort);
-    ASSERT_EQ(import(host, "1-1"), 0u);
-
-    writeFile(config, "default = block\n");
-    daemon->signal(SIGHUP);
-    EXPECT_TRUE(eventually(
-        [] { return deviceList().find("USB Receiver /available/") != std::string::npos; }));
-    TestClient later(kSharePort);
-    EXPECT_EQ(import(later, "1-3.4"), 4u) << "blocked: no such device";
-
-    daemon->signal(SIGTERM);
-    EXPECT_EQ(daemon->wait(), 0);
-    const std::string events = std::regex_replace(testkit::withoutTimestamps(monitor.get().out),
-                                                  std::regex(":[0-9]+ is"), ":P is");
-    EXPECT_EQ(events, "host 127.0.0.1:P is connected\n"
-                      "device id:1 \"USB Receiver\" got shared@127.0.0.1\n"
-                      "host 127.0.0.1:P is disconnected\n"
-                      "device id:1 \"USB Receiver\" got available\n");
-}
-
 TEST_F(UsbipSharing, AMalformedRequestDropsOnlyItsHost) {
     startOnDemo("share host \"127.0.0.1\" port \"1-1\"\n");
     const std::string list("\x01\x11\x80\x05\0\0\0\0", 8);

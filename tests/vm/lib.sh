@@ -202,23 +202,31 @@ gadget_ready() {
 # --- halvod ----------------------------------------------------------------
 
 # halvod_start [OPTION...]: halvod with the config file $VM_TMP/halvod.conf
-# (written here unless it exists), its log in $VM_TMP/halvod.log.
+# (written here unless it exists), its log in $VM_TMP/halvod.log; waits for
+# this start's lines (the log keeps earlier runs' lines of the step).
 halvod_start() {
   [ -e "$VM_TMP/halvod.conf" ] || halvod_config "default = share"
+  HALVOD_LOG_FROM=$(($(wc -l <"$VM_TMP/halvod.log" 2>/dev/null || echo 0) + 1))
   "$HALVOD" --config "$VM_TMP/halvod.conf" "$@" >>"$VM_TMP/halvod.log" 2>&1 &
   HALVOD_PID=$!
-  if ! wait_for 30 grep -q "sharing over USB/IP on .*:$SHARE_PORT" "$VM_TMP/halvod.log" ||
-    ! wait_for 5 grep -q "listening on 127.0.0.1:32999" "$VM_TMP/halvod.log"; then
+  if ! wait_for 30 halvod_started "sharing over USB/IP on .*:$SHARE_PORT" ||
+    ! wait_for 5 halvod_started "listening on 127.0.0.1:32999"; then
     tail -5 "$VM_TMP/halvod.log"
     return 1
   fi
+}
+
+# halvod_started PATTERN: the log of halvod's latest start has a line that
+# matches.
+halvod_started() {
+  tail -n "+${HALVOD_LOG_FROM:-1}" "$VM_TMP/halvod.log" | grep -q -- "$1"
 }
 
 # halvod_config LINE...: the config file, with the USB/IP listener and the
 # rules file, plus the lines given.
 halvod_config() {
   {
-    echo "share-listen = 127.0.0.1:$SHARE_PORT"
+    echo "share-listen = ${SHARE_ADDRESS:-127.0.0.1}:$SHARE_PORT"
     echo "rules = $VM_TMP/halvod.rules"
     printf '%s\n' "$@"
   } >"$VM_TMP/halvod.conf"
@@ -389,11 +397,13 @@ pki_issue() {
       -CAcreateserial -extfile "$PKI/$name.ext" -out "$PKI/$name.pem" 2>/dev/null
 }
 
-# The config lines of halvod's TLS port (for halvod_config), with $PKI made.
+# The config lines of halvod's TLS port (for halvod_config), with $PKI made:
+# on SHARE_ADDRESS (default 127.0.0.1) with certificate SERVER_NAME (default
+# halvo-vm).
 tls_config() {
-  echo "share-tls-listen = 127.0.0.1:$TLS_PORT"
-  echo "tls-cert = $PKI/halvo-vm.pem"
-  echo "tls-key = $PKI/halvo-vm.key"
+  echo "share-tls-listen = ${SHARE_ADDRESS:-127.0.0.1}:$TLS_PORT"
+  echo "tls-cert = $PKI/${SERVER_NAME:-halvo-vm}.pem"
+  echo "tls-key = $PKI/${SERVER_NAME:-halvo-vm}.key"
   echo "tls-client-ca = $PKI/ca.pem"
 }
 
@@ -402,7 +412,7 @@ tls_config() {
 halvod_start_tls() {
   [ -e "$PKI/halvo-vm.pem" ] || pki_make || { echo "cannot make the certificates"; return 1; }
   halvod_config "$(tls_config)" "$@"
-  halvod_start && wait_for 10 grep -q "sharing over USB/IP in TLS on .*:$TLS_PORT" "$VM_TMP/halvod.log"
+  halvod_start && wait_for 10 halvod_started "sharing over USB/IP in TLS on .*:$TLS_PORT"
 }
 
 # halvo_attach_tls AS VERB ARGUMENT...: halvo-attach against the TLS port

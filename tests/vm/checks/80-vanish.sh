@@ -27,13 +27,10 @@ vanish_link_up() {
 # silent peer after VANISH_DEAD seconds. The far host's certificate is
 # far-host; halvod's own names the near address, which halvo-attach checks.
 vanish_halvod() {
-  [ -e "$PKI/ca.pem" ] || pki_make || return 1
-  pki_issue far-host && pki_issue vanish-near "IP:$VANISH_NEAR" || return 1
-  halvod_config "default = share" "share-dead-peer-seconds = $VANISH_DEAD" \
-    "share-tls-listen = $VANISH_NEAR:$TLS_PORT" "tls-cert = $PKI/vanish-near.pem" \
-    "tls-key = $PKI/vanish-near.key" "tls-client-ca = $PKI/ca.pem"
-  sed -i "s/^share-listen = .*/share-listen = $VANISH_NEAR:$SHARE_PORT/" "$VM_TMP/halvod.conf"
-  halvod_start && wait_for 10 grep -q "sharing over USB/IP in TLS on .*:$TLS_PORT" "$VM_TMP/halvod.log"
+  { [ -e "$PKI/halvo-vm.pem" ] || pki_make; } && pki_issue far-host &&
+    pki_issue vanish-near "IP:$VANISH_NEAR" &&
+    SHARE_ADDRESS=$VANISH_NEAR SERVER_NAME=vanish-near \
+      halvod_start_tls "default = share" "share-dead-peer-seconds = $VANISH_DEAD"
 }
 
 # vanish_import clear|tls: the far host imports disk0 and the share shows.
