@@ -27,10 +27,9 @@ check "after systemctl stop the disk is back with usb and usb-storage" share_end
 
 # The TLS port: halvod takes the socket named usbip-tls (TLS imports are
 # checked elsewhere). The sandbox hides /tmp: the files go to /run.
-openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -subj /CN=halvo-vm \
-  -keyout /run/halvo-vm.key -out /run/halvo-vm.pem >/dev/null 2>&1
-printf 'tls-%s\n' "cert = /run/halvo-vm.pem" "key = /run/halvo-vm.key" \
-  "client-ca = /run/halvo-vm.pem" >>/etc/halvo/halvod.conf
+pki_make >/dev/null && cp -r "$PKI" /run/halvo-pki
+printf 'tls-%s\n' "cert = /run/halvo-pki/halvo-vm.pem" "key = /run/halvo-pki/halvo-vm.key" \
+  "client-ca = /run/halvo-pki/ca.pem" >>/etc/halvo/halvod.conf
 check "halvod-usbip-tls.socket is enabled and started" systemctl enable --now halvod-usbip-tls.socket
 check "halvod starts with both USB/IP sockets" systemctl start halvod.service
 check "halvod serves the socket named usbip-tls" \
