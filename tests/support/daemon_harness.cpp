@@ -165,9 +165,6 @@ pid_t spawnHalvod(const std::vector<std::string>& arguments, const fs::path& err
     argv.insert(argv.end(), own.begin(), own.end());
     std::vector<char*> pointers = execPointers(argv);
     std::vector<std::string> environment = launch.environment;
-    if (launch.ueventSocket >= 0) {
-        environment.push_back("HALVOD_UEVENT_FD=" + std::to_string(launch.ueventSocket));
-    }
     for (char** entry = environ; *entry != nullptr; ++entry) {
         environment.emplace_back(*entry);
     }
@@ -182,9 +179,6 @@ pid_t spawnHalvod(const std::vector<std::string>& arguments, const fs::path& err
     ::dup2(null, 0);
     ::dup2(null, 1);
     ::dup2(err, 2);
-    if (launch.ueventSocket >= 0) {
-        ::fcntl(launch.ueventSocket, F_SETFD, 0);
-    }
     ::execve(pointers[0], pointers.data(), environmentPointers.data());
     ::_exit(127);
 }

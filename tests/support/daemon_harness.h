@@ -98,9 +98,6 @@ struct DaemonLaunch {
     std::vector<std::string> wrapper;
     // Whether `start` waits for the daemon's "listening on" line.
     bool awaitListening = true;
-    // A datagram socket the daemon reads its uevents from instead of the
-    // kernel's, or -1.
-    int ueventSocket = -1;
 };
 
 // halvod in a process of its own, on an ephemeral loopback port unless the
