@@ -126,12 +126,8 @@ TEST_F(UsbipSharing, AMalformedRequestDropsOnlyItsHost) {
 
 // Each host is a loopback address of its own (127.0.0.2, 127.0.0.3, ...),
 // with halvod's default limits unless a test says otherwise.
-class UsbipHostLimits : public ::testing::Test {
+class UsbipHostLimits : public UsbipSharing {
   protected:
-    static void SetUpTestSuite() {
-        static const bool isolated = testkit::isolateDaemonPort();
-        (void)isolated;
-    }
     void SetUp() override {
 #if !defined(__linux__)
         GTEST_SKIP() << "needs the whole of 127.0.0.0/8 on the loopback interface, as Linux has";
@@ -145,13 +141,11 @@ class UsbipHostLimits : public ::testing::Test {
         return host.sendRaw(kListRequest) &&
                host.receiveBytes(8) == std::string("\x01\x11\0\x05\0\0\0\0", 8);
     }
-
-    TempDir scratch;
 };
 
 TEST_F(UsbipHostLimits, OneHostsConnectionsKeepNoOtherHostOutAndRefusalsAreCounted) {
-    auto daemon = DaemonProcess::start({"--devices", kDemo + "/devices.json", "--default", "share",
-                                        "--share-listen", "127.0.0.1:3240"});
+    daemon = DaemonProcess::start({"--devices", kDemo + "/devices.json", "--default", "share",
+                                   "--share-listen", "127.0.0.1:3240"});
     ASSERT_TRUE(daemon);
     // 8 silent connections are one host's share; its next ones are turned
     // away, and another host is served meanwhile.
@@ -212,9 +206,9 @@ TEST_F(UsbipHostLimits, AHostThatDoesNotTakeItsReplyLosesItsPlace) {
                    std::to_string(device) + "\"}";
     }
     writeFile(scratch / "devices.json", devices + "]}");
-    auto daemon = DaemonProcess::start({"--devices", (scratch / "devices.json").string(),
-                                        "--default", "share", "--share-listen", "127.0.0.1:3240",
-                                        "--share-max-per-host", "1", "--share-timeout-ms", "1000"});
+    daemon = DaemonProcess::start({"--devices", (scratch / "devices.json").string(), "--default",
+                                   "share", "--share-listen", "127.0.0.1:3240",
+                                   "--share-max-per-host", "1", "--share-timeout-ms", "1000"});
     ASSERT_TRUE(daemon);
     TestClient stalled(kSharePort, "127.0.0.2");
     ASSERT_TRUE(stalled.sendRaw(kListRequest));
