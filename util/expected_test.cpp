@@ -1,7 +1,6 @@
 #include "util/expected.h"
 
 #include <gtest/gtest.h>
-#include <memory>
 
 namespace halvo::util {
 namespace {
@@ -15,16 +14,6 @@ TEST(Expected, TextValueAndFailureStayApart) {
     ASSERT_FALSE(failed);
     EXPECT_EQ(failed.error(), "PATH: No such file or directory");
     EXPECT_THROW(static_cast<void>(failed.value()), std::bad_variant_access);
-}
-
-TEST(Expected, TakesAValueConvertibleToItsOwnAndHandsItOut) {
-    struct Base {
-        virtual ~Base() = default;
-    };
-    struct Derived : Base {};
-    Expected<std::unique_ptr<Base>> made = std::make_unique<Derived>();
-    std::unique_ptr<Base> taken = std::move(made).value();
-    EXPECT_NE(dynamic_cast<Derived*>(taken.get()), nullptr);
 }
 
 // A failure whose text is empty is still a failure.

@@ -51,10 +51,6 @@ std::optional<std::uint32_t> import(TestClient& host, std::string_view busId) {
     return status;
 }
 
-std::string deviceList() {
-    return runHalvoctl({"dev", "list"}).out;
-}
-
 class UsbipSharing : public ::testing::Test {
   protected:
     static void SetUpTestSuite() {
@@ -74,68 +70,34 @@ class UsbipSharing : public ::testing::Test {
     std::unique_ptr<DaemonProcess> daemon;
 };
 
-TEST_F(UsbipSharing, HalvoctlSeesImportsAndEndsThemByDropAndByCommit) {
-    startOnDemo("share port \"1-1\"\nshare port \"1-3.4\"\n");
+// Which hosts may import what, and how each end of a share is told, are
+// the share table's and the request handler's tests; every way a share ends
+// on the real kernel is the VM suite's. Here the share's events reach
+// halvoctl monitor, and halvoctl ends the share.
+TEST_F(UsbipSharing, HalvoctlSeesAnImportAndEndsItByDrop) {
+    startOnDemo("share port \"1-1\"\n");
     auto monitor = std::async(std::launch::async, [] { return runHalvoctl({"monitor"}); });
     ASSERT_TRUE(eventually([] { return testkit::connectionEstablished(32999); }));
 
-    TestClient first(kSharePort);
-    ASSERT_EQ(import(first, "1-1"), 0u);
+    TestClient host(kSharePort);
+    ASSERT_EQ(import(host, "1-1"), 0u);
     const std::string connections = runHalvoctl({"conn", "list"}).out;
     std::smatch peer;
     ASSERT_TRUE(
         std::regex_search(connections, peer, std::regex("\nnet\t127\\.0\\.0\\.1\t([0-9]+)\n")))
         << connections;
-    TestClient blocked(kSharePort);
-    EXPECT_EQ(import(blocked, "2-1"), 4u) << "blocked: no such device";
-
-    EXPECT_EQ(
-        runHalvoctl({"conn", "drop", "-p", std::to_string(std::stoi(peer[1]) ^ 1), "127.0.0.1"})
-            .status,
-        2)
-        << "another port: not found";
     EXPECT_EQ(runHalvoctl({"conn", "drop", "-p", peer[1], "127.0.0.1"}).status, 0);
-
-    TestClient fourth(kSharePort);
-    ASSERT_EQ(import(fourth, "1-3.4"), 0u);
-    const std::string narrower = scratch.write("narrower.rules", "share port \"1-1\"\n");
-    EXPECT_EQ(runHalvoctl({"rule", "load", narrower}).status, 0);
-
-    // The host closing its connection ends the share too, and so does an
-    // unplug.
-    TestClient fifth(kSharePort);
-    ASSERT_EQ(import(fifth, "1-1"), 0u);
-    fifth.close();
-    EXPECT_TRUE(eventually(
-        [] { return deviceList().find("USB Receiver /available/") != std::string::npos; }));
-    TestClient sixth(kSharePort);
-    ASSERT_EQ(import(sixth, "1-1"), 0u);
-    EXPECT_EQ(runHalvoctl({"dev", "unplug", "1"}).status, 0);
+    EXPECT_TRUE(host.closedByPeer());
 
     daemon->signal(SIGTERM);
     EXPECT_EQ(daemon->wait(), 0);
     const testkit::RunResult watched = monitor.get();
     EXPECT_EQ(watched.status, 5);
     EXPECT_EQ(watched.err, "\nconnection stopped by peer\n");
-    const std::string events = std::regex_replace(testkit::withoutTimestamps(watched.out),
-                                                  std::regex(":[0-9]+ is"), ":P is");
-    EXPECT_EQ(events, "host 127.0.0.1:P is connected\n"
-                      "device id:1 \"USB Receiver\" got shared@127.0.0.1\n"
-                      "host 127.0.0.1:P is dropped\n"
-                      "device id:1 \"USB Receiver\" got available\n"
-                      "host 127.0.0.1:P is connected\n"
-                      "device id:4 \"FT232R USB UART\" got shared@127.0.0.1\n"
-                      "host 127.0.0.1:P is disconnected\n"
-                      "device id:4 \"FT232R USB UART\" got available\n"
-                      "host 127.0.0.1:P is connected\n"
-                      "device id:1 \"USB Receiver\" got shared@127.0.0.1\n"
-                      "host 127.0.0.1:P is disconnected\n"
-                      "device id:1 \"USB Receiver\" got available\n"
-                      "host 127.0.0.1:P is connected\n"
-                      "device id:1 \"USB Receiver\" got shared@127.0.0.1\n"
-                      "host 127.0.0.1:P is disconnected\n"
-                      "device id:1 \"USB Receiver\" got available\n"
-                      "device id:1 \"USB Receiver\" got unplugged\n");
+    const std::string peerName = "host 127.0.0.1:" + peer[1].str();
+    EXPECT_EQ(testkit::withoutTimestamps(watched.out),
+              peerName + " is connected\ndevice id:1 \"USB Receiver\" got shared@127.0.0.1\n" +
+                  peerName + " is dropped\ndevice id:1 \"USB Receiver\" got available\n");
 }
 
 TEST_F(UsbipSharing, AMalformedRequestDropsOnlyItsHost) {
@@ -164,12 +126,8 @@ TEST_F(UsbipSharing, AMalformedRequestDropsOnlyItsHost) {
 
 // Each host is a loopback address of its own (127.0.0.2, 127.0.0.3, ...),
 // with halvod's default limits unless a test says otherwise.
-class UsbipHostLimits : public ::testing::Test {
+class UsbipHostLimits : public UsbipSharing {
   protected:
-    static void SetUpTestSuite() {
-        static const bool isolated = testkit::isolateDaemonPort();
-        (void)isolated;
-    }
     void SetUp() override {
 #if !defined(__linux__)
         GTEST_SKIP() << "needs the whole of 127.0.0.0/8 on the loopback interface, as Linux has";
@@ -183,13 +141,11 @@ class UsbipHostLimits : public ::testing::Test {
         return host.sendRaw(kListRequest) &&
                host.receiveBytes(8) == std::string("\x01\x11\0\x05\0\0\0\0", 8);
     }
-
-    TempDir scratch;
 };
 
 TEST_F(UsbipHostLimits, OneHostsConnectionsKeepNoOtherHostOutAndRefusalsAreCounted) {
-    auto daemon = DaemonProcess::start({"--devices", kDemo + "/devices.json", "--default", "share",
-                                        "--share-listen", "127.0.0.1:3240"});
+    daemon = DaemonProcess::start({"--devices", kDemo + "/devices.json", "--default", "share",
+                                   "--share-listen", "127.0.0.1:3240"});
     ASSERT_TRUE(daemon);
     // 8 silent connections are one host's share; its next ones are turned
     // away, and another host is served meanwhile.
@@ -250,9 +206,9 @@ TEST_F(UsbipHostLimits, AHostThatDoesNotTakeItsReplyLosesItsPlace) {
                    std::to_string(device) + "\"}";
     }
     writeFile(scratch / "devices.json", devices + "]}");
-    auto daemon = DaemonProcess::start({"--devices", (scratch / "devices.json").string(),
-                                        "--default", "share", "--share-listen", "127.0.0.1:3240",
-                                        "--share-max-per-host", "1", "--share-timeout-ms", "1000"});
+    daemon = DaemonProcess::start({"--devices", (scratch / "devices.json").string(), "--default",
+                                   "share", "--share-listen", "127.0.0.1:3240",
+                                   "--share-max-per-host", "1", "--share-timeout-ms", "1000"});
     ASSERT_TRUE(daemon);
     TestClient stalled(kSharePort, "127.0.0.2");
     ASSERT_TRUE(stalled.sendRaw(kListRequest));

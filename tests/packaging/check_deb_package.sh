@@ -2,10 +2,10 @@
 # check_deb_package.sh BUILD_DIR TARGET... -- PACKAGE:FILE...
 # Builds the TARGETs and the Debian packages (CPack), checks the control
 # fields, that each FILE (below the root) is in PACKAGE and that a plain
-# cmake --install installs nothing no package holds, runs the programs
-# unpacked in a scratch root, runs lintian.  Installing them with dpkg, the
-# maintainer scripts and the units under systemd are checked by the VM suite
-# in systemd mode (tests/vm/systemd).
+# cmake --install installs nothing no package holds, runs lintian.
+# Installing them with dpkg, running the programs, the maintainer scripts
+# and the units under systemd are checked by the VM suite in systemd mode
+# (tests/vm/systemd).
 set -u
 build=$1
 shift
@@ -43,15 +43,6 @@ for package in $packages; do
     debs="$debs $deb"
 done
 
-root=$work/root
-for deb in $debs; do dpkg-deb -x "$deb" "$root"; done
-
-# halvoctl: its help on standard output, nothing on standard error.
-"$root/usr/bin/halvoctl" -h >"$work/help" 2>"$work/help.err" || fail "halvoctl -h exited with $?"
-[ "$(head -n 1 "$work/help")" = "$(printf 'Usage:\thalvoctl dev\t\t- show list of devices')" ] ||
-    fail "first help line is '$(head -n 1 "$work/help")'"
-[ ! -s "$work/help.err" ] || fail "halvoctl -h wrote to standard error: $(cat "$work/help.err")"
-
 for deb in $debs; do
     package=$(dpkg-deb -f "$deb" Package)
     for field in Section:admin Priority:optional Depends:libc6; do
@@ -66,7 +57,6 @@ if [ -f "$work/halvod.contents" ]; then
     grep -q -x -F /etc/halvo/halvod.conf "$work/halvod.conffiles" || fail "halvod: /etc/halvo/halvod.conf is not a conffile"
     # lintian does not see that postinst calls addgroup.
     grep -q adduser "$work/halvod.depends" || fail "halvod: Depends lacks adduser: $(cat "$work/halvod.depends")"
-    "$root/usr/sbin/halvod" --help >/dev/null 2>&1 || fail "halvod --help failed"
 fi
 for entry in "$@"; do
     [ -z "$entry" ] || grep -q -x -F "${entry#*:}" "$work/${entry%%:*}.contents" ||
@@ -82,5 +72,5 @@ sort -u "$work"/*.contents | comm -23 "$work/plain.list" - >"$work/unpackaged"
 lintian --fail-on error,warning $debs >"$work/lintian.log" 2>&1 ||
     { cat "$work/lintian.log"; fail "lintian reports errors or warnings"; }
 
-[ $status -eq 0 ] && echo "ok: $packages: $(cat "$work"/*.contents | wc -l) entries, the programs run, lintian clean"
+[ $status -eq 0 ] && echo "ok: $packages: $(cat "$work"/*.contents | wc -l) entries, lintian clean"
 exit $status

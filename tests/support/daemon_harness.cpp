@@ -156,18 +156,12 @@ std::vector<std::string> isolated(const std::vector<std::string>& arguments) {
 }
 
 pid_t spawnHalvod(const std::vector<std::string>& arguments, const fs::path& errorFile,
-                  const DaemonLaunch& launch = {}) {
+                  std::vector<std::string> environment) {
     // Everything the child needs is made before the fork: a test process
     // may have threads, and the child may only make async-signal-safe calls.
-    std::vector<std::string> argv = launch.wrapper;
-    argv.emplace_back(HALVOD_PATH);
-    const std::vector<std::string> own = isolated(arguments);
-    argv.insert(argv.end(), own.begin(), own.end());
+    std::vector<std::string> argv = isolated(arguments);
+    argv.insert(argv.begin(), HALVOD_PATH);
     std::vector<char*> pointers = execPointers(argv);
-    std::vector<std::string> environment = launch.environment;
-    if (launch.ueventSocket >= 0) {
-        environment.push_back("HALVOD_UEVENT_FD=" + std::to_string(launch.ueventSocket));
-    }
     for (char** entry = environ; *entry != nullptr; ++entry) {
         environment.emplace_back(*entry);
     }
@@ -182,9 +176,6 @@ pid_t spawnHalvod(const std::vector<std::string>& arguments, const fs::path& err
     ::dup2(null, 0);
     ::dup2(null, 1);
     ::dup2(err, 2);
-    if (launch.ueventSocket >= 0) {
-        ::fcntl(launch.ueventSocket, F_SETFD, 0);
-    }
     ::execve(pointers[0], pointers.data(), environmentPointers.data());
     ::_exit(127);
 }
@@ -202,17 +193,14 @@ std::optional<std::uint16_t> announcedPort(const std::string& output) {
 } // namespace
 
 std::unique_ptr<DaemonProcess> DaemonProcess::start(const std::vector<std::string>& arguments,
-                                                    const DaemonLaunch& launch) {
+                                                    const std::vector<std::string>& environment) {
     std::unique_ptr<DaemonProcess> daemon(new DaemonProcess());
     daemon->scratch_ = std::make_unique<TempDir>();
     std::vector<std::string> withListen = arguments;
     if (!namesOption(arguments, "--listen")) {
         withListen.insert(withListen.begin(), {"--listen", "127.0.0.1:0"});
     }
-    daemon->pid_ = spawnHalvod(withListen, *daemon->scratch_ / "stderr", launch);
-    if (!launch.awaitListening) {
-        return daemon;
-    }
+    daemon->pid_ = spawnHalvod(withListen, *daemon->scratch_ / "stderr", environment);
     const auto announcedOrExited = [&daemon] {
         daemon->port_ = announcedPort(daemon->errorOutput()).value_or(0);
         int status = 0;

@@ -89,20 +89,6 @@ class TestClient {
     int fd_ = -1;
 };
 
-// How halvod is started besides its arguments.
-struct DaemonLaunch {
-    // "NAME=value" entries added to the test's environment.
-    std::vector<std::string> environment;
-    // A program and its arguments that run halvod in turn (a socket
-    // activator, say); the daemon's own command line follows them.
-    std::vector<std::string> wrapper;
-    // Whether `start` waits for the daemon's "listening on" line.
-    bool awaitListening = true;
-    // A datagram socket the daemon reads its uevents from instead of the
-    // kernel's, or -1.
-    int ueventSocket = -1;
-};
-
 // halvod in a process of its own, on an ephemeral loopback port unless the
 // arguments name one.  Its standard error goes to a file that the test can
 // read at any time.  The machine's config file and rules folder stay out of
@@ -111,9 +97,10 @@ struct DaemonLaunch {
 class DaemonProcess {
   public:
     // Nothing when the daemon did not announce its port in time (it may
-    // have exited: see `runToExit`).
+    // have exited: see `runToExit`). `environment`: "NAME=value" entries
+    // added to the test's.
     static std::unique_ptr<DaemonProcess> start(const std::vector<std::string>& arguments,
-                                                const DaemonLaunch& launch = {});
+                                                const std::vector<std::string>& environment = {});
     ~DaemonProcess();
 
     std::uint16_t port() const { return port_; }
