@@ -10,8 +10,8 @@
 
 namespace halvo::daemon {
 
-// The environment variable that hands halvod a datagram socket to read
-// uevents from instead of the kernel's ("none": rescan periodically).
+// The environment variable that turns uevents off ("none": rescan
+// periodically), for containers whose network namespace gets none.
 inline constexpr const char* kUeventFdVariable = "HALVOD_UEVENT_FD";
 
 // The bus's change reports, or null (after saying why on standard error)

@@ -3,8 +3,7 @@
 
 namespace halvo::daemon {
 
-util::Expected<std::unique_ptr<BusMonitor>> openBusEvents(boost::asio::io_context&,
-                                                          std::optional<int>) {
+util::Expected<std::unique_ptr<BusMonitor>> openBusEvents(boost::asio::io_context&) {
     return util::Failure{"uevents exist only on Linux"};
 }
 
