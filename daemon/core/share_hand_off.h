@@ -19,15 +19,17 @@ enum class ShareUse { inUse, released, deviceGone };
 
 class ShareHandOff {
   public:
-    using Ended = std::function<void(util::Expected<void>)>;
+    using Done = std::function<void(util::Expected<void>)>;
 
     virtual ~ShareHandOff() = default;
 
     // Binds the device to the sharing driver and gives it the connected
-    // socket `socketFd`, which carries the device's traffic from then on.
-    // The caller keeps its own descriptor and closes it.  The reason on
-    // failure, with the device given back.
-    virtual util::Expected<void> handOver(const Device& device, int socketFd) = 0;
+    // socket `socketFd`, which carries the device's traffic from then on,
+    // without holding the caller's event loop: `done` hears on that loop how
+    // it went (the reason on failure, with the device given back).  The
+    // hand-off takes its own descriptor of the socket before it returns: the
+    // caller keeps its own and may close it at any time.
+    virtual void handOver(const Device& device, int socketFd, Done done) = 0;
 
     // inUse while the remote host uses the device; released once it
     // detached or the link broke; deviceGone once the device left the bus.
@@ -37,14 +39,14 @@ class ShareHandOff {
     // back to its own driver, without holding the caller's event loop:
     // `ended` hears on that loop how it went (the reason when a step failed;
     // the later steps are still tried).
-    virtual void end(const Device& device, Ended ended) = 0;
+    virtual void end(const Device& device, Done ended) = 0;
 
-    // Whether the device on `port` is still being given back: it cannot be
-    // handed over again until then.
-    virtual bool givingBack(std::string_view port) const = 0;
+    // Whether the device on `port` is being handed over or given back: it
+    // cannot be handed over again until then.
+    virtual bool busy(std::string_view port) const = 0;
 
-    // Calls `idle` (on that loop) once no device is being given back; at
-    // once when none is.
+    // Calls `idle` (on that loop) once no device is being handed over or
+    // given back; at once when none is.
     virtual void whenIdle(std::function<void()> idle) = 0;
 
     // A device on `port` came or was bound to a driver: what the sharing

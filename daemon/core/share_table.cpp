@@ -44,37 +44,67 @@ std::vector<Device> ShareTable::visibleTo(const RemoteHost& host) const {
     return visible;
 }
 
-ImportResult ShareTable::import(std::string_view port, const RemoteHost& host, int socketFd) {
-    ImportResult result;
+void ShareTable::import(std::string_view port, const RemoteHost& host, int socketFd,
+                        Imported imported) {
     const auto& all = devices_.devices();
     auto found = std::find_if(all.begin(), all.end(),
                               [port](const Device& device) { return device.port == port; });
     if (found == all.end() || !mayImport(*found, host)) {
         logActivity(LogLevel::warning, "import refused: no such device for this host",
                     {{log_field::kPeer, host.logText()}, {log_field::kDevice, std::string(port)}});
-        return result;
+        imported(ImportResult{});
+        return;
     }
-    if (found->state == kSharedState || handOff_.givingBack(found->port)) {
-        result.status = ImportStatus::busy;
-        return result;
+    if (found->state == kSharedState || handOff_.busy(found->port)) {
+        imported(ImportResult{ImportStatus::busy, std::nullopt, {}});
+        return;
     }
-    if (auto handedOver = handOff_.handOver(*found, socketFd); !handedOver) {
-        logActivity(LogLevel::error, "share failed: " + handedOver.error(),
-                    {{log_field::kPeer, host.logText()}, {log_field::kDevice, found->port}});
+    handOff_.handOver(*found, socketFd,
+                      [this, device = *found, host,
+                       imported = std::move(imported)](const util::Expected<void>& handedOver) {
+                          imported(started(device, host, handedOver));
+                      });
+}
+
+ImportResult ShareTable::started(const Device& device, const RemoteHost& host,
+                                 const util::Expected<void>& handedOver) {
+    ImportResult result;
+    const std::initializer_list<LogField> fields{{log_field::kPeer, host.logText()},
+                                                 {log_field::kDevice, device.port}};
+    if (!handedOver) {
+        logActivity(LogLevel::error, "share failed: " + handedOver.error(), fields);
         result.status = ImportStatus::error;
         return result;
     }
-    const Device device = *found;
+    const Device* now = devices_.find(device.id);
+    if (stopped_ || now == nullptr || !mayImport(*now, host)) {
+        giveBack(device);
+        logActivity(LogLevel::warning,
+                    stopped_ ? "import refused: halvod stops"
+                             : "import refused: the device went away or is no longer shared "
+                               "with this host",
+                    fields);
+        result.status = stopped_ ? ImportStatus::error : ImportStatus::noDevice;
+        return result;
+    }
     shares_.push_back(Share{device, host});
     result.events.push_back(connections_.addNetwork(host.shownAs(), host.port));
     if (auto event = devices_.recordShare(device.id, host.shownAs())) {
         result.events.push_back(std::move(*event));
     }
-    logActivity(LogLevel::notice, "share started",
-                {{log_field::kPeer, host.logText()}, {log_field::kDevice, device.port}});
+    logActivity(LogLevel::notice, "share started", fields);
     result.status = ImportStatus::ok;
     result.device = *devices_.find(device.id);
     return result;
+}
+
+void ShareTable::giveBack(const Device& device) {
+    handOff_.end(device, [port = device.port](const util::Expected<void>& givenBack) {
+        if (!givenBack) {
+            logActivity(LogLevel::error, "giving the device back failed: " + givenBack.error(),
+                        {{log_field::kDevice, port}});
+        }
+    });
 }
 
 template <typename Selector>
@@ -90,12 +120,7 @@ std::vector<Event> ShareTable::endWhere(Selector ending, std::string_view reason
         return true;
     });
     for (const Share& share : ended) {
-        handOff_.end(share.device, [port = share.device.port](util::Expected<void> givenBack) {
-            if (!givenBack) {
-                logActivity(LogLevel::error, "giving the device back failed: " + givenBack.error(),
-                            {{log_field::kDevice, port}});
-            }
-        });
+        giveBack(share.device);
         logActivity(
             LogLevel::notice, "share ended: " + std::string(reason),
             {{log_field::kPeer, share.host.logText()}, {log_field::kDevice, share.device.port}});
@@ -159,6 +184,7 @@ std::vector<Event> ShareTable::endDetached() {
 }
 
 std::vector<Event> ShareTable::endAll() {
+    stopped_ = true;
     return endWhere([](const Share&) { return true; }, "halvod stops", kHostLeft);
 }
 

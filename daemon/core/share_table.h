@@ -14,6 +14,7 @@
 #include "daemon/core/share_hand_off.h"
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -56,11 +57,16 @@ class ShareTable {
         return visibleTo(RemoteHost{std::string(addr)});
     }
 
+    using Imported = std::function<void(ImportResult)>;
+
     // Hands the device at `port` over to `host` on its socket `socketFd`
-    // when the committed rules share it with the host.  A device the host
-    // may not see is reported as absent (noDevice); one still being given
-    // back from an earlier share, as busy.
-    ImportResult import(std::string_view port, const RemoteHost& host, int socketFd);
+    // when the committed rules share it with the host; `imported` hears the
+    // result on the loop once the hand-over is done (at once when refused).
+    // A device the host may not see is reported as absent (noDevice); one
+    // being handed over or given back, as busy.  A hand-over that is done
+    // after the sharing stopped, the device went away or the rules no longer
+    // share it with the host gives the device back: no share begins.
+    void import(std::string_view port, const RemoteHost& host, int socketFd, Imported imported);
 
     // The shares end; each returns the events.
     // Those of the host shown as `addr` (only the one on `port` when given):
@@ -77,6 +83,7 @@ class ShareTable {
     // Those whose device went away, or that the remote host detached or
     // whose link broke.
     std::vector<Event> endDetached();
+    // All of them, for good: no share begins after this.
     std::vector<Event> endAll();
 
     std::size_t size() const { return shares_.size(); }
@@ -90,6 +97,10 @@ class ShareTable {
     };
 
     bool mayImport(const Device& device, const RemoteHost& host) const;
+    // What became of an import once its hand-over is done.
+    ImportResult started(const Device& device, const RemoteHost& host,
+                         const util::Expected<void>& handedOver);
+    void giveBack(const Device& device);
     // Ends the shares that `ending` selects, logging `reason`; the host
     // events carry `hostState`.
     template <typename Selector>
@@ -102,6 +113,7 @@ class ShareTable {
     Action defaultAction_;
     ShareHandOff& handOff_;
     std::vector<Share> shares_;
+    bool stopped_ = false;
 };
 
 } // namespace halvo::daemon

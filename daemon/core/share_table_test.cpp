@@ -43,6 +43,13 @@ struct Sharing {
                         device("1-3", "Hub", kHubClass)});
     }
 
+    // The result of an import that is answered at once.
+    ImportResult import(std::string_view port, const RemoteHost& host, int socketFd) {
+        ImportResult answer{ImportStatus::error, std::nullopt, {}};
+        shares.import(port, host, socketFd, [&answer](ImportResult result) { answer = result; });
+        return answer;
+    }
+
     DeviceTable devices;
     ConnectionTable connections;
     RuleStore rules;
@@ -67,22 +74,22 @@ TEST(ShareTableTest, HostsSeeAndImportOnlyWhatTheRulesShareWithThem) {
     const std::pair<const char*, RemoteHost> refused[] = {
         {"1-3", kLab}, {"9-9", kLab}, {"1-1", {"10.0.0.6", 1000}}};
     for (const auto& [port, host] : refused) {
-        ImportResult result = sharing.shares.import(port, host, 7);
+        ImportResult result = sharing.import(port, host, 7);
         EXPECT_EQ(result.status, ImportStatus::noDevice) << port << " for " << host.addr;
         EXPECT_TRUE(result.events.empty());
     }
     EXPECT_TRUE(sharing.handOff.calls.empty());
 
-    ImportResult imported = sharing.shares.import("1-1", kLab, 7);
+    ImportResult imported = sharing.import("1-1", kLab, 7);
     ASSERT_EQ(imported.status, ImportStatus::ok);
     EXPECT_EQ(imported.device->state, "shared");
     EXPECT_EQ(describe(imported.events),
               (std::vector<std::string>{
                   R"(5 {"type":"net","addr":"10.0.0.5","port":1000,"state":"connected"})",
                   R"(4 {"id":1,"name":"Keyboard","state":"shared","addr":"10.0.0.5"})"}));
-    EXPECT_EQ(sharing.shares.import("1-1", {"10.0.0.5", 1001}, 8).status, ImportStatus::busy);
+    EXPECT_EQ(sharing.import("1-1", {"10.0.0.5", 1001}, 8).status, ImportStatus::busy);
     sharing.handOff.failure = "no usbip-host";
-    EXPECT_EQ(sharing.shares.import("1-2", kLab, 9).status, ImportStatus::error);
+    EXPECT_EQ(sharing.import("1-2", kLab, 9).status, ImportStatus::error);
     EXPECT_EQ(sharing.handOff.calls, (std::vector<std::string>{"over 1-1 fd 7", "over 1-2 fd 9"}));
     EXPECT_EQ(sharing.devices.find(2)->state, "available");
     EXPECT_EQ(sharing.connections.connections().size(), 1u);
@@ -110,25 +117,35 @@ TEST(ShareTableTest, EachEndSaysWhyAndTheDeviceIsBusyUntilGivenBack) {
     auto sink = std::make_shared<Lines>();
     setLogSink(sink);
     Sharing sharing;
-    ASSERT_EQ(sharing.shares.import("1-1", kLab, 7).status, ImportStatus::ok);
-    ASSERT_EQ(sharing.shares.import("1-2", kLab, 8).status, ImportStatus::ok);
+    ASSERT_EQ(sharing.import("1-1", kLab, 7).status, ImportStatus::ok);
+    ASSERT_EQ(sharing.import("1-2", kLab, 8).status, ImportStatus::ok);
     sharing.handOff.gone = {"1-1"};
     sharing.handOff.detached = {"1-2"};
     EXPECT_EQ(sharing.shares.endDetached().size(), 4u);
-    EXPECT_EQ(sharing.shares.import("1-2", kLab, 9).status, ImportStatus::busy);
+    EXPECT_EQ(sharing.import("1-2", kLab, 9).status, ImportStatus::busy);
     sharing.handOff.finishEnds(util::Failure{"unbind refused"});
-    EXPECT_EQ(sharing.shares.import("1-2", kLab, 9).status, ImportStatus::ok);
+    EXPECT_EQ(sharing.import("1-2", kLab, 9).status, ImportStatus::ok);
     // A rescan without the device.
     sharing.devices.update({device("1-1", "Keyboard", 3)});
     EXPECT_EQ(sharing.shares.endGone().size(), 1u);
+    // A device is busy while it is handed over too; a hand-over done after
+    // the sharing stopped gives the device back.
+    sharing.handOff.holdHandOvers = true;
+    std::optional<ImportStatus> late;
+    sharing.shares.import("1-1", kLab, 10, [&late](ImportResult result) { late = result.status; });
+    EXPECT_EQ(sharing.import("1-1", kLab, 11).status, ImportStatus::busy);
+    EXPECT_TRUE(sharing.shares.endAll().empty());
+    sharing.handOff.finishHandOvers();
+    EXPECT_EQ(late, ImportStatus::error);
+    EXPECT_EQ(sharing.handOff.calls.back(), "end 1-1");
     setLogSink(nullptr);
     EXPECT_EQ(sink->lines,
-              (std::vector<std::string>{"share started", "share started",
-                                        "share ended: the device went away",
-                                        "share ended: the remote host detached or the link broke",
-                                        "giving the device back failed: unbind refused",
-                                        "giving the device back failed: unbind refused",
-                                        "share started", "share ended: the device went away"}));
+              (std::vector<std::string>{
+                  "share started", "share started", "share ended: the device went away",
+                  "share ended: the remote host detached or the link broke",
+                  "giving the device back failed: unbind refused",
+                  "giving the device back failed: unbind refused", "share started",
+                  "share ended: the device went away", "import refused: halvod stops"}));
 }
 
 // A host that proved a certificate is shown, and dropped, by its name.
@@ -137,7 +154,7 @@ TEST(ShareTableTest, ACertifiedHostIsKnownByItsCertificateName) {
     const RemoteHost certified{"10.0.0.9", 1000, {"lab-mac.local"}};
     EXPECT_EQ(sharing.shares.visibleTo(certified).size(), 2u);
     EXPECT_TRUE(sharing.shares.visibleTo("10.0.0.9").empty());
-    ImportResult imported = sharing.shares.import("1-1", certified, 7);
+    ImportResult imported = sharing.import("1-1", certified, 7);
     ASSERT_EQ(imported.status, ImportStatus::ok);
     EXPECT_EQ(describe(imported.events),
               (std::vector<std::string>{

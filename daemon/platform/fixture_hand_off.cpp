@@ -14,14 +14,15 @@ FixtureHandOff::~FixtureHandOff() {
     }
 }
 
-util::Expected<void> FixtureHandOff::handOver(const Device& device, int socketFd) {
+void FixtureHandOff::handOver(const Device& device, int socketFd, Done done) {
     int copy = ::fcntl(socketFd, F_DUPFD_CLOEXEC, 0);
     if (copy < 0) {
-        return util::Failure{std::string("cannot keep the connection: ") + std::strerror(errno)};
+        done(util::Failure{std::string("cannot keep the connection: ") + std::strerror(errno)});
+        return;
     }
     close(device.port);
     held_[device.port] = copy;
-    return {};
+    done({});
 }
 
 ShareUse FixtureHandOff::use(const Device& device) {
@@ -44,7 +45,7 @@ ShareUse FixtureHandOff::use(const Device& device) {
     return ShareUse::inUse;
 }
 
-void FixtureHandOff::end(const Device& device, Ended ended) {
+void FixtureHandOff::end(const Device& device, Done ended) {
     close(device.port);
     if (ended) {
         ended({});

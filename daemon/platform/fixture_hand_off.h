@@ -18,11 +18,11 @@ class FixtureHandOff final : public ShareHandOff {
     FixtureHandOff(const FixtureHandOff&) = delete;
     FixtureHandOff& operator=(const FixtureHandOff&) = delete;
 
-    util::Expected<void> handOver(const Device& device, int socketFd) override;
+    // At once: `done` and `ended` hear before handOver() and end() return.
+    void handOver(const Device& device, int socketFd, Done done) override;
     ShareUse use(const Device& device) override;
-    // At once: `ended` hears before end() returns.
-    void end(const Device& device, Ended ended) override;
-    bool givingBack(std::string_view) const override { return false; }
+    void end(const Device& device, Done ended) override;
+    bool busy(std::string_view) const override { return false; }
     void whenIdle(std::function<void()> idle) override { idle(); }
     void portChanged(const std::string&) override {}
     Recovery recoverLeftovers() override { return {}; }

@@ -1,9 +1,9 @@
 // One thread beside the event loop for work that would hold the loop long: a
 // large payload's parse, a large rule set's checks, a test over a large set,
-// handing freed memory back to the system, giving a shared device back to
-// the kernel. Jobs run one after the other, in the order given; each result
-// goes back to the loop, where the daemon's state lives, so a job must touch
-// nothing but what it was given.
+// handing freed memory back to the system, handing a shared device over to
+// the kernel and giving it back. Jobs run one after the other, in the order
+// given; each result goes back to the loop, where the daemon's state lives,
+// so a job must touch nothing but what it was given.
 #pragma once
 
 #include <boost/asio/executor_work_guard.hpp>

@@ -2,7 +2,6 @@
 
 #include "daemon/core/activity_log.h"
 #include "daemon/core/peer_text.h"
-#include "daemon/platform/socket_options.h"
 #include "daemon/usbip/server.h"
 
 #include <boost/asio/read.hpp>
@@ -21,7 +20,9 @@ void Session::start() {
     // device list would otherwise keep its place for good.
     deadline_.expires_after(server_.settings().requestTimeout);
     deadline_.async_wait([self = shared_from_this()](const boost::system::error_code& error) {
-        if (!error && !self->finished_) {
+        // A hand-over's time is not the host's; the reply after it is one
+        // small write.
+        if (!error && !self->finished_ && !self->handingOver()) {
             self->dropLate();
         }
     });
@@ -75,19 +76,13 @@ void Session::answer(const Request& request) {
 }
 
 void Session::answerImport(const std::string& busId) {
-    // The kernel must notice a host that dies while it holds the device.
-    const LinkWatch watch = linkWatchFor(server_.settings().deadPeerAfter);
-    if (auto prepared = prepareSharedSocket(socket_.native_handle(), watch); !prepared) {
-        logActivity(LogLevel::error, "USB/IP import refused: " + prepared.error(),
-                    {{log_field::kPeer, endpointText(host_.addr, host_.port)},
-                     {log_field::kDevice, busId}});
-        reply(encodeImportReply(Status::deviceError, nullptr));
-        return;
-    }
-    ImportResult result = server_.shares().import(busId, host_, socket_.native_handle());
-    handedOff_ = result.status == ImportStatus::ok;
-    server_.publish(result.events);
-    reply(encodeImportReply(wireStatus(result.status), result.device ? &*result.device : nullptr));
+    handOverImport(server_, socket_.native_handle(), busId, host_,
+                   [self = shared_from_this()](ImportAnswer answer) {
+                       self->handedOff_ = answer.handedOff;
+                       if (!self->finished_) {
+                           self->reply(std::move(answer.reply));
+                       }
+                   });
 }
 
 void Session::reply(std::vector<std::uint8_t> bytes) {

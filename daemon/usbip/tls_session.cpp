@@ -2,7 +2,6 @@
 
 #include "daemon/core/activity_log.h"
 #include "daemon/core/peer_text.h"
-#include "daemon/platform/socket_options.h"
 #include "daemon/usbip/server.h"
 #include "daemon/usbip/session.h"
 
@@ -41,7 +40,9 @@ void TlsSession::start() {
     }
     deadline_.expires_after(server_.settings().requestTimeout);
     deadline_.async_wait([self = shared_from_this()](const boost::system::error_code& error) {
-        if (!error && !self->finished_) {
+        // A hand-over's time is not the host's; the reply after it is one
+        // small record.
+        if (!error && !self->finished_ && !self->handingOver()) {
             self->warn(std::string("USB/IP host dropped: ") + self->lateStep() + " in time");
             self->finish();
         }
@@ -140,18 +141,14 @@ void TlsSession::answerImport(const std::string& busId) {
         return;
     }
     // A device the host may not import is refused as absent by the share
-    // table, whatever the kernel could have done.
-    // The kernel must notice a host that dies while it holds the device.
-    const LinkWatch watch = linkWatchFor(server_.settings().deadPeerAfter);
-    if (auto prepared = prepareSharedSocket(socket_.native_handle(), watch); !prepared) {
-        warn("USB/IP import refused: " + prepared.error());
-        reply(encodeImportReply(Status::deviceError, nullptr));
-        return;
-    }
-    ImportResult result = server_.shares().import(busId, host_, socket_.native_handle());
-    server_.publish(result.events);
-    // The kernel has the socket and the keys: the reply is its first record.
-    reply(encodeImportReply(wireStatus(result.status), result.device ? &*result.device : nullptr));
+    // table, whatever the kernel could have done.  The kernel has the keys;
+    // once it has the socket too, the reply is its first record.
+    handOverImport(server_, socket_.native_handle(), busId, host_,
+                   [self = shared_from_this()](ImportAnswer answer) {
+                       if (!self->finished_) {
+                           self->reply(std::move(answer.reply));
+                       }
+                   });
 }
 
 void TlsSession::reply(std::vector<std::uint8_t> bytes) {

@@ -1,7 +1,8 @@
 // A share hand-off that records what it was asked ("over 1-2 fd 7",
 // "end 1-2"), reports the devices in `detached` as no longer in use and those
 // in `gone` as gone, and holds the ends' outcomes in `ending` until the test
-// calls finishEnds().
+// calls finishEnds(); a hand-over answers at once, or with `holdHandOvers`
+// waits in `handing` until finishHandOvers().
 #pragma once
 
 #include "daemon/core/share_hand_off.h"
@@ -22,13 +23,19 @@ class RecordingHandOff final : public daemon::ShareHandOff {
     std::set<std::string> gone;
     // handOver fails with this when set.
     std::optional<std::string> failure;
+    bool holdHandOvers = false;
 
-    util::Expected<void> handOver(const daemon::Device& device, int socketFd) override {
+    void handOver(const daemon::Device& device, int socketFd, Done done) override {
         calls.push_back("over " + device.port + " fd " + std::to_string(socketFd));
-        if (failure) {
-            return util::Failure{*failure};
+        handing.emplace_back(device.port, std::move(done));
+        if (!holdHandOvers) {
+            finishHandOvers();
         }
-        return {};
+    }
+    void finishHandOvers() {
+        for (auto& [port, done] : std::exchange(handing, {})) {
+            done(failure ? util::Expected<void>(util::Failure{*failure}) : util::Expected<void>());
+        }
     }
     daemon::ShareUse use(const daemon::Device& device) override {
         if (gone.contains(device.port)) {
@@ -37,13 +44,14 @@ class RecordingHandOff final : public daemon::ShareHandOff {
         return detached.contains(device.port) ? daemon::ShareUse::released
                                               : daemon::ShareUse::inUse;
     }
-    void end(const daemon::Device& device, Ended ended) override {
+    void end(const daemon::Device& device, Done ended) override {
         calls.push_back("end " + device.port);
         ending.emplace_back(device.port, std::move(ended));
     }
-    bool givingBack(std::string_view port) const override {
-        return std::any_of(ending.begin(), ending.end(),
-                           [port](const auto& end) { return end.first == port; });
+    bool busy(std::string_view port) const override {
+        const auto onPort = [port](const auto& job) { return job.first == port; };
+        return std::any_of(ending.begin(), ending.end(), onPort) ||
+               std::any_of(handing.begin(), handing.end(), onPort);
     }
     void whenIdle(std::function<void()> idle) override { idle(); }
     void portChanged(const std::string&) override {}
@@ -55,7 +63,8 @@ class RecordingHandOff final : public daemon::ShareHandOff {
     }
     Recovery recoverLeftovers() override { return {}; }
 
-    std::vector<std::pair<std::string, Ended>> ending;
+    std::vector<std::pair<std::string, Done>> ending;
+    std::vector<std::pair<std::string, Done>> handing;
 };
 
 } // namespace halvo::testkit

@@ -4,9 +4,13 @@
 #include "daemon/core/peer_text.h"
 #include "daemon/platform/linux/sysfs_attribute.h"
 
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
 #include <sstream>
 #include <system_error>
 #include <thread>
+#include <unistd.h>
 #include <utility>
 
 namespace halvo::daemon {
@@ -64,27 +68,54 @@ UsbipHost::~UsbipHost() {
     worker_.finish();
 }
 
-util::Expected<void> UsbipHost::handOver(const Device& device, int socketFd) {
-    const fs::path folder = devices_ / device.port;
-    if (auto matched = write_(driver_ / "match_busid", "add " + device.port); !matched) {
+void UsbipHost::handOver(const Device& device, int socketFd, Done done) {
+    const std::string port = device.port;
+    // The worker writes the number of a descriptor of its own: the caller's
+    // may be closed, and its number go to another socket, before then.
+    const int own = ::fcntl(socketFd, F_DUPFD_CLOEXEC, 0);
+    std::string unkept;
+    if (own < 0) {
+        unkept = std::string("cannot keep the connection: ") + std::strerror(errno);
+    }
+    handingOver_.insert(port);
+    runFor(
+        port,
+        [this, port, own, unkept]() -> Outcome {
+            if (own < 0) {
+                return {util::Failure{unkept}};
+            }
+            util::Expected<void> taken = take(port, own);
+            ::close(own);
+            if (taken) {
+                return {};
+            }
+            Outcome outcome = slotState(port, free(port));
+            outcome.result = std::move(taken);
+            return outcome;
+        },
+        [this, port, done = std::move(done)](const Outcome& outcome) {
+            handingOver_.erase(port);
+            done(outcome.result);
+        });
+}
+
+util::Expected<void> UsbipHost::take(const std::string& port, int socketFd) const {
+    const fs::path folder = devices_ / port;
+    if (auto matched = write_(driver_ / "match_busid", "add " + port); !matched) {
         return matched;
     }
     util::Expected<void> step;
     auto current = boundDriver(folder);
     if (current != kDriverName) {
         if (current) {
-            step = write_(folder / "driver" / "unbind", device.port);
+            step = write_(folder / "driver" / "unbind", port);
         }
         if (step) {
-            step = write_(driver_ / "bind", device.port);
+            step = write_(driver_ / "bind", port);
         }
     }
     if (step) {
         step = write_(folder / "usbip_sockfd", std::to_string(socketFd) + "\n");
-    }
-    if (!step) {
-        const std::string port = device.port;
-        runFor(port, [this, port] { return slotState(port, free(port)); }, {});
     }
     return step;
 }
@@ -97,7 +128,7 @@ ShareUse UsbipHost::use(const Device& device) {
     return present(folder) ? ShareUse::released : ShareUse::deviceGone;
 }
 
-void UsbipHost::end(const Device& device, Ended ended) {
+void UsbipHost::end(const Device& device, Done ended) {
     const std::string port = device.port;
     runFor(
         port, [this, port] { return release(port); },
@@ -109,8 +140,10 @@ void UsbipHost::end(const Device& device, Ended ended) {
 }
 
 void UsbipHost::portChanged(const std::string& port) {
-    // A job still under way for the port may leave its slot behind.
-    if (!slotsLeft_.contains(port) && !pending_.contains(port)) {
+    // A job still under way for the port may leave its slot behind; but
+    // the bind of a hand-over under way reports its own port, whose device
+    // usbip-host is to keep.
+    if (handingOver_.contains(port) || (!slotsLeft_.contains(port) && !pending_.contains(port))) {
         return;
     }
     runFor(

@@ -20,8 +20,9 @@
 // that port: it is remembered, and freed then.
 // At start-up, a device bound to usbip-host is a leftover, and so is a busid
 // in the match table: given back, or remembered while no device is there.
-// Everything after the hand-over runs on a worker thread, one step after
-// the other, so that neither the wait nor a slow driver holds the loop.
+// The hand-over and everything after it run on a worker thread, one step
+// after the other, so that neither the wait nor a slow driver (usb-storage
+// takes its time to let a disk go) holds the loop.
 #pragma once
 
 #include "daemon/core/share_hand_off.h"
@@ -58,10 +59,10 @@ class UsbipHost final : public ShareHandOff {
     UsbipHost(const UsbipHost&) = delete;
     UsbipHost& operator=(const UsbipHost&) = delete;
 
-    util::Expected<void> handOver(const Device& device, int socketFd) override;
+    void handOver(const Device& device, int socketFd, Done done) override;
     ShareUse use(const Device& device) override;
-    void end(const Device& device, Ended ended) override;
-    bool givingBack(std::string_view port) const override { return pending_.contains(port); }
+    void end(const Device& device, Done ended) override;
+    bool busy(std::string_view port) const override { return pending_.contains(port); }
     void whenIdle(std::function<void()> idle) override;
     void portChanged(const std::string& port) override;
     Recovery recoverLeftovers() override;
@@ -82,6 +83,8 @@ class UsbipHost final : public ShareHandOff {
                 std::function<void(const Outcome&)> done);
 
     // On the worker:
+    // Gives usbip-host the device on `port` and the socket `socketFd`.
+    util::Expected<void> take(const std::string& port, int socketFd) const;
     // Stops the device's traffic, waits for usbip-host to let go, frees.
     Outcome release(const std::string& port) const;
     // Gives the device on `port` back to its own driver and frees its slot;
@@ -95,10 +98,12 @@ class UsbipHost final : public ShareHandOff {
     std::filesystem::path bus_;
     std::filesystem::path driver_;
     Writer write_;
-    // On the loop: the jobs queued or running per port, and the ports whose
-    // slot a device that went away left in the table.
+    // On the loop: the jobs queued or running per port, the ports whose
+    // slot a device that went away left in the table, and the ports being
+    // handed over.
     std::map<std::string, int, std::less<>> pending_;
     std::set<std::string> slotsLeft_;
+    std::set<std::string> handingOver_;
     std::vector<std::function<void()>> idleWaiters_;
     // Last, so that it finishes before the rest goes.
     OffLoopWorker worker_;
