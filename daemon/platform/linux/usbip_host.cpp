@@ -255,15 +255,17 @@ util::Expected<void> UsbipHost::free(const std::string& port) const {
     return firstFailure({&unbound, &unmatched, &rebound});
 }
 
-bool UsbipHost::listed(const std::string& port) const {
+std::set<std::string> UsbipHost::matchTable() const {
+    std::set<std::string> ports;
     std::istringstream entries(readAttribute(driver_, "match_busid").value_or(""));
-    std::string entry;
-    while (entries >> entry) {
-        if (entry == port) {
-            return true;
-        }
+    for (std::string entry; entries >> entry;) {
+        ports.insert(entry);
     }
-    return false;
+    return ports;
+}
+
+bool UsbipHost::listed(const std::string& port) const {
+    return matchTable().contains(port);
 }
 
 UsbipHost::Outcome UsbipHost::slotState(const std::string& port,
@@ -272,11 +274,7 @@ UsbipHost::Outcome UsbipHost::slotState(const std::string& port,
 }
 
 ShareHandOff::Recovery UsbipHost::recoverLeftovers() {
-    std::set<std::string> ports;
-    std::istringstream entries(readAttribute(driver_, "match_busid").value_or(""));
-    for (std::string entry; entries >> entry;) {
-        ports.insert(entry);
-    }
+    std::set<std::string> ports = matchTable();
     std::error_code error;
     for (const auto& entry : fs::directory_iterator(devices_, error)) {
         const std::string port = entry.path().filename().string();

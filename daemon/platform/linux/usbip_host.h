@@ -90,6 +90,8 @@ class UsbipHost final : public ShareHandOff {
     // Gives the device on `port` back to its own driver and frees its slot;
     // nothing to do when no device is there.
     util::Expected<void> free(const std::string& port) const;
+    // The busids in usbip-host's match table.
+    std::set<std::string> matchTable() const;
     // Whether usbip-host's match table lists `port`.
     bool listed(const std::string& port) const;
     Outcome slotState(const std::string& port, util::Expected<void> result) const;
